@@ -1,0 +1,80 @@
+// zvol: Zelmar Volumes from the command line.
+#include <tbb/global_control.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <optional>
+
+#include "modules/volumes/source/main.h"
+#include "zvol.h"
+
+namespace {
+
+zta::ThreadRef g_thread;
+
+extern "C" void OnInterrupt(int) {
+  if (g_thread) g_thread->End();
+  // A second Ctrl-C ends the program at once.
+  std::signal(SIGINT, SIG_DFL);
+}
+
+std::string ModuleFolder(const char* argv0) {
+  std::error_code ec;
+  auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
+  if (ec) exe = std::filesystem::absolute(argv0);
+  return exe.parent_path().string();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app{"zvol: sparse voxel volumes from meshes, points, fields and .vdb files", "zvol"};
+  app.require_subcommand(1);
+  app.fallthrough();
+  zvol::Context ctx;
+  app.add_flag("-q,--quiet", ctx.quiet, "print no messages, only errors");
+  app.add_flag("-v,--verbose", ctx.verbose, "print the timing of each step");
+  app.add_option("--threads", ctx.threads, "use at most N worker threads")->check(CLI::PositiveNumber);
+
+  std::map<CLI::App*, zvol::VerbRun> runs;
+  for (const auto& verb : zvol::Verbs()) {
+    CLI::App* sub = app.add_subcommand(verb.name, verb.help);
+    runs[sub] = verb.setup(*sub);
+  }
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    const int code = app.exit(e);
+    return code == 0 ? 0 : 2;
+  }
+
+  std::optional<tbb::global_control> threadCap;
+  if (ctx.threads > 0) threadCap.emplace(tbb::global_control::max_allowed_parallelism, size_t(ctx.threads));
+
+  g_thread = std::make_shared<zta::ZTAThread>();
+  ctx.thread = g_thread;
+  std::signal(SIGINT, OnInterrupt);
+
+  int status = 0;
+  try {
+    zvol::Check(zelmar::StartModuleStandalone(ModuleFolder(argv[0])));
+    for (auto* sub : app.get_subcommands()) status = runs.at(sub)(ctx);
+  } catch (const zvol::Failure& f) {
+    std::fprintf(stderr, "error: %s\n", f.what());
+    status = g_thread->TestBreak() ? 130 : 1;
+  } catch (const CLI::ParseError& e) {
+    std::fprintf(stderr, "error: %s\n", e.what());
+    status = 2;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "error: out of memory\n");
+    status = 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "error: %s\n", e.what());
+    status = 1;
+  }
+  zelmar::StopModuleStandalone();
+  return status;
+}

@@ -1,0 +1,161 @@
+#include "zvol.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <random>
+#include <sstream>
+#include <thread>
+
+#include "zelmar/volumetools.h"
+
+namespace zvol {
+
+void Context::Say(const std::string& text) const {
+  if (!quiet) std::fprintf(stderr, "%s\n", text.c_str());
+}
+
+void Context::CheckInterrupted() const {
+  if (thread && thread->TestBreak()) throw Failure("interrupted");
+}
+
+Step::Step(const Context& ctx, std::string name)
+    : ctx_(ctx), name_(std::move(name)), start_(std::chrono::steady_clock::now()) {}
+
+Step::~Step() {
+  if (!ctx_.verbose) return;
+  const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start_).count();
+  std::fprintf(stderr, "%-28s %10.1f ms\n", name_.c_str(), ms);
+}
+
+struct Progress::State {
+  std::mutex mutex;
+  std::string title;
+  std::atomic<double> fraction{-1.0};
+  std::atomic<bool> done{false};
+  std::thread drawer;
+};
+
+Progress::Progress(const Context& ctx, std::string title) : state_(std::make_shared<State>()) {
+  if (ctx.quiet || !isatty(STDOUT_FILENO) || !isatty(STDERR_FILENO)) return;
+  state_->title = std::move(title);
+  state_->drawer = std::thread([s = state_]() {
+    static const char spin[] = "|/-\\";
+    int tick = 0;
+    while (!s->done.load()) {
+      const double f = s->fraction.load();
+      std::string line = "\r" + s->title + " ";
+      if (f < 0.0) {
+        line += spin[tick % 4];
+      } else {
+        const int width = 30, filled = int(std::min(1.0, f) * width);
+        line += "[" + std::string(filled, '#') + std::string(width - filled, ' ') + "] " +
+                std::to_string(int(std::min(1.0, f) * 100)) + "%";
+      }
+      std::fputs(line.c_str(), stderr);
+      std::fflush(stderr);
+      ++tick;
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    std::fputs("\r\033[K", stderr);
+    std::fflush(stderr);
+  });
+}
+
+Progress::~Progress() {
+  state_->done.store(true);
+  if (state_->drawer.joinable()) state_->drawer.join();
+}
+
+void Progress::Set(double fraction) { state_->fraction.store(fraction); }
+
+AtomicOutput::AtomicOutput(std::string target) : target_(std::move(target)) {
+  namespace fs = std::filesystem;
+  const fs::path t(target_);
+  std::random_device rd;
+  std::ostringstream name;
+  name << "." << t.filename().string() << ".zvol-" << std::hex << rd() << t.extension().string();
+  temp_ = (t.parent_path() / name.str()).string();
+}
+
+AtomicOutput::~AtomicOutput() {
+  if (!committed_) {
+    std::error_code ec;
+    std::filesystem::remove(temp_, ec);
+  }
+}
+
+void AtomicOutput::Commit() {
+  std::error_code ec;
+  std::filesystem::rename(temp_, target_, ec);
+  if (ec) throw Failure("could not write " + target_ + ": " + ec.message());
+  committed_ = true;
+}
+
+std::vector<VerbEntry>& MutableVerbs() {
+  static std::vector<VerbEntry> verbs;
+  return verbs;
+}
+const std::vector<VerbEntry>& Verbs() { return MutableVerbs(); }
+
+VerbRegistration::VerbRegistration(const char* name, const char* help, VerbSetup setup) {
+  MutableVerbs().push_back({name, help, std::move(setup)});
+}
+
+zta::Matrix ToOutside(const zta::Matrix& m) {
+  const zta::Matrix mirror = zta::MatrixScale({1, 1, -1});
+  return mirror * m * mirror;
+}
+
+zta::Vector ParseVector(const std::string& text, const char* what) {
+  zta::Vector v;
+  char c1 = 0, c2 = 0;
+  std::istringstream in(text);
+  if (!(in >> v.x >> c1 >> v.y >> c2 >> v.z) || c1 != ',' || c2 != ',' || !(in >> std::ws).eof())
+    throw CLI::ValidationError(what, "expected three numbers as X,Y,Z, got '" + text + "'");
+  return v;
+}
+
+CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector& target, const std::string& help) {
+  return app
+      .add_option_function<std::string>(
+          name, [&target, name](const std::string& s) { target = ParseVector(s, name.c_str()); }, help)
+      ->type_name("X,Y,Z");
+}
+
+zelmar::Volume LoadVolume(const std::string& path, const std::string& grid) {
+  using zelmar::VolumeToolsInterface;
+  const zta::Url url = zta::Url::FromSystemPath(path);
+  if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
+  const auto names = Take(VolumeToolsInterface::GetGridNamesFromFile(url));
+  int64_t index = 0;
+  if (!grid.empty()) {
+    index = -1;
+    for (size_t i = 0; i < names.size(); ++i)
+      if (names[i] == grid) index = int64_t(i);
+    if (index < 0) {
+      char* end = nullptr;
+      const long n = std::strtol(grid.c_str(), &end, 10);
+      if (end && *end == '\0' && n >= 0 && size_t(n) < names.size()) index = n;
+    }
+    if (index < 0) throw Failure("no grid '" + grid + "' in " + path);
+  } else {
+    while (size_t(index) < names.size() && names[size_t(index)].ends_with("~NotSupported")) ++index;
+  }
+  if (size_t(index) >= names.size()) throw Failure(path + " holds no grid that can be loaded");
+  if (names[size_t(index)].ends_with("~NotSupported")) throw Failure("grid '" + grid + "' of " + path + " is a point data grid, which is not supported");
+  return Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+}
+
+void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes) {
+  Step step(ctx, "write " + std::filesystem::path(path).filename().string());
+  AtomicOutput out(path);
+  Check(zelmar::VolumeToolsInterface::SaveVDBFile(zta::Url::FromSystemPath(out.TempPath()), 1.0, volumes, {}));
+  ctx.CheckInterrupted();
+  out.Commit();
+}
+
+}  // namespace zvol

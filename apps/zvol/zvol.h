@@ -1,0 +1,128 @@
+#pragma once
+// The zvol command-line tool: shared pieces of its verbs. Each verb lives in
+// verbs/<name>.cpp and registers itself with ZVOL_VERB, so that adding a verb
+// touches no other file.
+#include <CLI/CLI.hpp>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "host/core/math.h"
+#include "host/core/result.h"
+#include "host/core/thread.h"
+#include "zelmar/volume.h"
+
+namespace zvol {
+
+// A failure that ends the verb with "error: <text>" and exit status 1.
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The value of a Result, or a Failure with its message.
+template <typename T>
+T Take(zta::Result<T> r) {
+  if (!r) throw Failure(r.GetError().GetMessage());
+  return std::move(r.GetValue());
+}
+inline void Check(const zta::Result<void>& r) {
+  if (!r) throw Failure(r.GetError().GetMessage());
+}
+
+// What every verb gets: the options common to all and the thread reference
+// that Ctrl-C stops.
+struct Context {
+  bool quiet = false;
+  bool verbose = false;
+  int threads = 0;
+  zta::ThreadRef thread;
+  // Messages for people go to stderr, and --quiet silences them.
+  void Say(const std::string& text) const;
+  // Throws when Ctrl-C asked the work to stop.
+  void CheckInterrupted() const;
+};
+
+// Times one step and prints it with --verbose.
+class Step {
+ public:
+  Step(const Context& ctx, std::string name);
+  ~Step();
+
+ private:
+  const Context& ctx_;
+  std::string name_;
+  std::chrono::steady_clock::time_point start_;
+};
+
+// A progress bar on stderr, shown only when stdout is a terminal. Without a
+// known fraction it spins. Redrawn from a thread of its own until destroyed.
+class Progress {
+ public:
+  Progress(const Context& ctx, std::string title);
+  ~Progress();
+  void Set(double fraction);
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+// A file written in full or not at all: work goes to a temporary file beside
+// the target, which Commit() renames into place. Without Commit the temporary
+// file is removed.
+class AtomicOutput {
+ public:
+  explicit AtomicOutput(std::string target);
+  ~AtomicOutput();
+  const std::string& TempPath() const { return temp_; }
+  const std::string& Target() const { return target_; }
+  void Commit();
+
+ private:
+  std::string target_;
+  std::string temp_;
+  bool committed_ = false;
+};
+
+using VerbRun = std::function<int(const Context&)>;
+// Adds the verb's options to `app` and returns what runs it once parsed.
+using VerbSetup = std::function<VerbRun(CLI::App& app)>;
+
+struct VerbRegistration {
+  VerbRegistration(const char* name, const char* help, VerbSetup setup);
+};
+
+struct VerbEntry {
+  std::string name;
+  std::string help;
+  VerbSetup setup;
+};
+const std::vector<VerbEntry>& Verbs();
+
+#define ZVOL_VERB_CAT2(a, b) a##b
+#define ZVOL_VERB_CAT(a, b) ZVOL_VERB_CAT2(a, b)
+#define ZVOL_VERB(name, help, setup) \
+  static const ::zvol::VerbRegistration ZVOL_VERB_CAT(zvolVerb_, __LINE__)(name, help, setup)
+
+// Positions and directions on the command line are in the right-handed frame
+// of files; the scene mirrors the third axis.
+inline zta::Vector ToScene(const zta::Vector& v) { return {v.x, v.y, -v.z}; }
+inline zta::Vector ToOutside(const zta::Vector& v) { return {v.x, v.y, -v.z}; }
+// A scene matrix seen from the file's frame: M * m * M with M the mirror.
+zta::Matrix ToOutside(const zta::Matrix& m);
+
+// Parses "x,y,z".
+zta::Vector ParseVector(const std::string& text, const char* what);
+// Adds an option that takes "x,y,z".
+CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector& target, const std::string& help);
+
+// Loads the grid chosen by `grid` (a name or an index; empty for the first) of a .vdb file.
+zelmar::Volume LoadVolume(const std::string& path, const std::string& grid = {});
+// Writes volumes to `path` atomically.
+void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes);
+
+}  // namespace zvol

@@ -1,0 +1,192 @@
+#include "modules/volumes/source/main.h"
+
+#include <blosc.h>
+#include <openvdb/openvdb.h>
+#include <openvdb/points/PointDataGrid.h>
+#include <tbb/version.h>
+
+#include <filesystem>
+#include <memory>
+
+#include "host/core/diagnostics.h"
+#include "host/core/format.h"
+#include "host/core/registry.h"
+
+namespace zelmar {
+
+zta::ConfigBool g_rprEnableVolumeRendering("g_rprEnableVolumeRendering", true,
+                                           "Activate Volume Rendering components in RPR");
+
+namespace {
+
+int32_t g_loadCount = 0;
+std::unique_ptr<std::string> g_fileContext;
+zta::StringResource g_resource;
+bool g_openvdbReady = false;
+const void* g_hostLibrary = nullptr;
+
+// Where the module's strings are: "res" beside the module, or, when the host
+// reports a separately installed resource tree ($ZTA_RESOURCE_PATH), its
+// resource/modules/<module folder name>.
+std::string ResourceFolder() {
+  const std::string moduleFolder = g_fileContext ? *g_fileContext : std::string();
+  if (const char* tree = std::getenv("ZTA_RESOURCE_PATH")) {
+    const std::string name = std::filesystem::path(moduleFolder).filename().string();
+    return std::string(tree) + "/resource/modules/" + name;
+  }
+  return moduleFolder + "/res";
+}
+
+bool LoadModuleResource() { return g_resource.Load(ResourceFolder()).IsOk(); }
+
+// The grid types of the files the module reads, in the order of registration.
+// OpenVDB 10 has no string-valued tree any more, so "string" has no row here.
+template <typename F>
+void ForEachModuleGridType(F&& f) {
+  f.template operator()<openvdb::BoolGrid>();
+  f.template operator()<openvdb::MaskGrid>();
+  f.template operator()<openvdb::FloatGrid>();
+  f.template operator()<openvdb::DoubleGrid>();
+  f.template operator()<openvdb::Int32Grid>();
+  f.template operator()<openvdb::Int64Grid>();
+  f.template operator()<openvdb::Vec3IGrid>();
+  f.template operator()<openvdb::Vec3SGrid>();
+  f.template operator()<openvdb::Vec3DGrid>();
+  f.template operator()<openvdb::points::PointDataGrid>();
+}
+
+bool ModuleStart() {
+  // A stock OpenVDB has no memory handler hooks; its allocations stay its own.
+  if (!LoadModuleResource()) return false;
+  const std::string failed = RunRegistrations(GetRegistrationTable(), g_rprEnableVolumeRendering.Read());
+  if (!failed.empty()) zta::DiagnosticOutput("@", failed);
+  return true;
+}
+
+// The libraries the module announces, added when the program starts.
+zta::Result<void> AddModuleVersionInfos() {
+  struct Row {
+    const char* id;
+    const char* name;
+    const char* description;
+    std::string version;
+  };
+  const Row rows[] = {
+      {"net.zelmar.moduleinfo.openvdb", "openvdb", "OpenVDB",
+       zta::FormatString("@.@.@", OPENVDB_LIBRARY_MAJOR_VERSION_NUMBER, OPENVDB_LIBRARY_MINOR_VERSION_NUMBER,
+                         OPENVDB_LIBRARY_PATCH_VERSION_NUMBER)},
+      {"net.zelmar.moduleinfo.cblosc", "cblosc", "Blosc: A blocking, shuffling and lossless compression library",
+       zta::FormatString("@.@.@", BLOSC_VERSION_MAJOR, BLOSC_VERSION_MINOR, BLOSC_VERSION_RELEASE)},
+      {"net.zelmar.moduleinfo.tbb", "tbb", "Intel Threading Building Blocks",
+       zta::FormatString("@.@", TBB_VERSION_MAJOR, TBB_VERSION_MINOR)},
+  };
+  for (const Row& row : rows) {
+    zta::DataDictionary info;
+    info.Set("net.zelmar.moduleversioninfo.modulename", row.name);
+    info.Set("net.zelmar.moduleversioninfo.description", row.description);
+    info.Set("net.zelmar.moduleversioninfo.versionnumberstring", row.version);
+    if (auto r = zta::ModuleVersionInfos().Insert(row.id, std::move(info)); !r) return r;
+  }
+  return zta::OK();
+}
+
+const zta::Result<void> g_versionInfosAdded = AddModuleVersionInfos();
+
+}  // namespace
+
+std::string RunRegistrations(const std::vector<RegistrationRow>& rows, bool gatedEnabled) {
+  std::string failed;
+  for (const RegistrationRow& row : rows) {
+    if (row.gated && !gatedEnabled) continue;
+    if (!row.registerPlugin || !row.registerPlugin()) failed += row.label;
+  }
+  return failed;
+}
+
+bool HandleModuleMessage(int32_t id, void* data) {
+  switch (id) {
+    case ZTA_MSG_SYSTEM_READY:
+      openvdb::initialize();
+      openvdb::GridBase::clearRegistry();
+      ForEachModuleGridType([]<typename GridT>() { GridT::registerGrid(); });
+      g_hostLibrary = zta::FindLibrary(kHostLibraryId);
+      g_openvdbReady = true;
+      return true;
+    case ZTA_MSG_SYSTEM_END:
+      if (g_openvdbReady) {
+        ForEachModuleGridType([]<typename GridT>() { GridT::unregisterGrid(); });
+        openvdb::uninitialize();
+        g_openvdbReady = false;
+      }
+      return true;
+    case ZTA_MSG_RELOAD_RESOURCES:
+      if (!LoadModuleResource()) return false;
+      if (data) *static_cast<int32_t*>(data) = 0;
+      return true;
+    default:
+      return false;
+  }
+}
+
+int32_t GetLoadCount() { return g_loadCount; }
+bool IsOpenVDBReady() { return g_openvdbReady; }
+const zta::StringResource& GetModuleResource() { return g_resource; }
+const std::string& GetModuleFolder() {
+  static const std::string none;
+  return g_fileContext ? *g_fileContext : none;
+}
+
+zta::Result<void> StartModuleStandalone(const std::string& moduleFolder) {
+  const bool first = g_loadCount == 0;
+  int32_t version = kMinimumHostVersion;
+  if (zta_main(ZTA_ACTION_LOAD, &version, nullptr, const_cast<char*>(moduleFolder.c_str())) != 1)
+    return zta::IllegalStateError("the module refused to load");
+  if (!first) return zta::OK();
+  if (zta_main(ZTA_ACTION_START, nullptr, nullptr, nullptr) != 1) {
+    zta_main(ZTA_ACTION_END, nullptr, nullptr, nullptr);
+    return zta::IllegalStateError("module resource could not be loaded from " + moduleFolder + "/res");
+  }
+  int32_t msg = ZTA_MSG_SYSTEM_READY;
+  zta_main(ZTA_ACTION_MESSAGE, reinterpret_cast<void*>(intptr_t(msg)), nullptr, nullptr);
+  return zta::OK();
+}
+
+void StopModuleStandalone() {
+  if (g_loadCount == 1) {
+    zta_main(ZTA_ACTION_MESSAGE, reinterpret_cast<void*>(intptr_t(ZTA_MSG_SYSTEM_END)), nullptr, nullptr);
+  }
+  zta_main(ZTA_ACTION_END, nullptr, nullptr, nullptr);
+}
+
+}  // namespace zelmar
+
+// The host entry. Action 1 reads the host's interface version through
+// `firstArgument` (a pointer to an int32) and the module's folder from
+// `thirdArgument` (a C string); action 6 carries the message id in
+// `firstArgument` and its data in `secondArgument`.
+extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArgument, void* thirdArgument) {
+  using namespace zelmar;
+  switch (action) {
+    case ZTA_ACTION_LOAD: {
+      const int32_t version = firstArgument ? *static_cast<const int32_t*>(firstArgument) : 0;
+      if (version < kMinimumHostVersion || !thirdArgument) return -3;
+      if (g_loadCount++ == 0) g_fileContext = std::make_unique<std::string>(static_cast<const char*>(thirdArgument));
+      return 1;
+    }
+    case ZTA_ACTION_START:
+      return ModuleStart() ? 1 : 0;
+    case ZTA_ACTION_END:
+      if (g_loadCount > 0 && --g_loadCount == 0) {
+        g_resource = zta::StringResource();
+        g_hostLibrary = nullptr;
+        g_fileContext.reset();
+      }
+      return 1;
+    case ZTA_ACTION_QUERY:
+      return 5;
+    case ZTA_ACTION_MESSAGE:
+      return HandleModuleMessage(int32_t(reinterpret_cast<intptr_t>(firstArgument)), secondArgument) ? 1 : -1;
+    default:
+      return -1;
+  }
+}

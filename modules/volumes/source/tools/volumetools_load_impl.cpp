@@ -1,0 +1,196 @@
+// Reading .vdb files and streams into volumes.
+#include <openvdb/io/File.h>
+#include <openvdb/io/Stream.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+
+#include "host/core/format.h"
+#include "modules/volumes/source/helper/gridconversion.h"
+#include "modules/volumes/source/helper/vdbmetadata.h"
+#include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetools.h"
+
+namespace zelmar {
+
+namespace {
+
+constexpr const char* kPointDataValueType = "ptdataidx32";
+
+bool IsPointDataGrid(const openvdb::GridBase& grid) { return grid.valueType() == kPointDataValueType; }
+
+std::string LoadFailure(const Url& url, const std::string& why) {
+  return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
+}
+
+// Brings a grid read from `url` into the scene's frame and units.
+Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, const Url& url, double scale) {
+  const bool fromStream = !url.IsFile();
+  if (fromStream && scale == 1.0) return grid;
+  try {
+    openvdb::GridBase::Ptr converted = ConvertGridFrame(grid, scale, fromStream);
+    if (!converted) return zta::UnexpectedError("grid could not pe transformed");
+    return converted;
+  } catch (...) {
+    return zta::UnexpectedError(zta::FormatString("error while transforming input grid, tried to scale @", scale));
+  }
+}
+
+// All grids of a stream URL.
+Result<openvdb::GridPtrVecPtr> ReadStreamGrids(const Url& url) {
+  auto in = url.OpenInputStream();
+  if (!in) return in.GetError();
+  openvdb::io::Stream stream(**in, /*delayLoad=*/false);
+  return stream.getGrids();
+}
+
+template <typename Body>
+Result<void> GuardedLoad(const Url& url, Body&& body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return zta::IoError(LoadFailure(url, std::strerror(ENOMEM)));
+  } catch (const openvdb::Exception& e) {
+    return zta::IoError(LoadFailure(url, e.what()));
+  } catch (...) {
+    return zta::IoError(zta::FormatString("File @ could not be loaded and an error occured", url.ToString()));
+  }
+}
+
+}  // namespace
+
+Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(const Url& filename) {
+  try {
+    openvdb::io::File file(filename.GetSystemPath());
+    file.open(/*delayLoad=*/true);
+    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
+    std::vector<std::string> names;
+    size_t i = 0;
+    for (auto it = file.beginName(); it != file.endName(); ++it, ++i) {
+      std::string name = openvdb::io::GridDescriptor::nameAsString(it.gridName());
+      if (grids && i < grids->size() && (*grids)[i] && IsPointDataGrid(*(*grids)[i])) name += "~NotSupported";
+      names.push_back(std::move(name));
+    }
+    file.close();
+    return names;
+  } catch (const openvdb::Exception& e) {
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+  } catch (...) {
+    return zta::IoError("Grids names could not be loaded");
+  }
+}
+
+Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filename) {
+  try {
+    openvdb::io::File file(filename.GetSystemPath());
+    file.open(/*delayLoad=*/true);
+    openvdb::MetaMap::Ptr meta = file.getMetadata();
+    file.close();
+    return meta ? MetaMapToArray(*meta) : MetaDataArray();
+  } catch (const std::bad_alloc&) {
+    return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", std::strerror(ENOMEM)));
+  } catch (const openvdb::Exception& e) {
+    return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", e.what()));
+  } catch (...) {
+    return zta::IoError("Grids metadata could not be loaded");
+  }
+}
+
+Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, double scale, Int gridIndex,
+                                                      Volume& volume, MetaDataArray* metaData) {
+  if (filename.IsEmpty()) return zta::OK();
+  return GuardedLoad(filename, [&]() -> Result<void> {
+    openvdb::GridBase::Ptr grid;
+    if (!filename.IsFile()) {
+      auto grids = ReadStreamGrids(filename);
+      if (!grids) return grids.GetError();
+      if (gridIndex >= 0 && size_t(gridIndex) < (*grids)->size()) grid = (**grids)[size_t(gridIndex)];
+    } else {
+      openvdb::io::File file(filename.GetSystemPath());
+      file.open(/*delayLoad=*/false);
+      if (metaData) {
+        openvdb::MetaMap::Ptr meta = file.getMetadata();
+        *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
+      }
+      Int i = 0;
+      for (auto it = file.beginName(); it != file.endName(); ++it, ++i) {
+        if (i != gridIndex) continue;
+        grid = file.readGrid(it.gridName());
+        if (grid && IsPointDataGrid(*grid)) grid.reset();
+        break;
+      }
+      file.close();
+    }
+    if (!grid) {
+      errno = ENOENT;
+      return zta::IoError(LoadFailure(filename, std::strerror(errno)));
+    }
+    auto converted = ConvertIn(grid, filename, scale);
+    if (!converted) return converted.GetError();
+    return VolumeImpl::SetGrid(volume, *converted);
+  });
+}
+
+Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, double scale,
+                                                           std::vector<Volume>& volumes, MetaDataArray* metaData) {
+  if (filename.IsEmpty()) return zta::OK();
+  return GuardedLoad(filename, [&]() -> Result<void> {
+    openvdb::GridPtrVec grids;
+    if (!filename.IsFile()) {
+      auto read = ReadStreamGrids(filename);
+      if (!read) return read.GetError();
+      grids = std::move(**read);
+    } else {
+      openvdb::io::File file(filename.GetSystemPath());
+      file.open(/*delayLoad=*/false);
+      if (metaData) {
+        openvdb::MetaMap::Ptr meta = file.getMetadata();
+        *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
+      }
+      for (auto it = file.beginName(); it != file.endName(); ++it) grids.push_back(file.readGrid(it.gridName()));
+      file.close();
+    }
+    for (const auto& grid : grids) {
+      if (!grid || IsPointDataGrid(*grid)) continue;
+      auto converted = ConvertIn(grid, filename, scale);
+      if (!converted) return converted.GetError();
+      auto volume = MakeVolume(*converted);
+      if (!volume) return volume.GetError();
+      volumes.push_back(*volume);
+    }
+    return zta::OK();
+  });
+}
+
+Result<std::vector<Volume>> VolumeToolsInterface::LoadVDBFile(const Url& filename, double scale,
+                                                              std::vector<std::string>* gridNames,
+                                                              const std::vector<Int>* gridIndices,
+                                                              MetaDataArray* metaData) {
+  std::vector<Volume> volumes;
+  if (filename.IsEmpty() || zta::IoDetect(filename) != zta::IODETECT::FILE) return volumes;
+  std::vector<std::string> names;
+  if (gridNames || gridIndices) {
+    auto read = GetGridNamesFromFile(filename);
+    if (!read) return read.GetError();
+    names = std::move(*read);
+  }
+  if (!gridIndices) {
+    if (gridNames) *gridNames = names;
+    auto loaded = LoadAllGridsIntoVolumes(filename, scale, volumes, metaData);
+    if (!loaded) return loaded.GetError();
+    return volumes;
+  }
+  if (gridNames) *gridNames = names;
+  for (const Int index : *gridIndices) {
+    if (index < 0 || size_t(index) >= names.size()) break;
+    auto volume = Volume::Create();
+    if (!volume) return volume.GetError();
+    auto loaded = LoadGridIntoVolume(filename, scale, index, *volume, metaData);
+    if (!loaded) return loaded.GetError();
+    volumes.push_back(*volume);
+  }
+  return volumes;
+}
+
+}  // namespace zelmar
