@@ -1,6 +1,6 @@
 #include "modules/volumes/source/helper/gridconversion.h"
 
-#include "modules/volumes/source/helper/vdbgridtransformer.h"
+#include "modules/volumes/source/helper/vdbmirror.h"
 #include "modules/volumes/source/volume_impl.h"
 
 namespace zelmar {
@@ -10,9 +10,8 @@ openvdb::GridBase::Ptr ConvertGridFrame(const openvdb::GridBase::Ptr& input, dou
   openvdb::GridBase::Ptr grid = input;
   const openvdb::math::Mat4d present = grid->transform().baseMap()->getAffineMap()->getMat4();
   if (!fromStream) {
-    openvdb::math::Mat4d mirror = openvdb::math::Mat4d::identity();
-    mirror(2, 2) = -1.0;
-    grid = TransformGrid(grid, mirror);
+    // Exactly the grid transformer's result for diag(1, 1, -1, 1), without resampling.
+    grid = MirrorGridIndexZ(grid);
     if (!grid) return nullptr;
     // The index-space mirror flips about the index origin; moving by twice the
     // offset puts the data at the mirrored world position.

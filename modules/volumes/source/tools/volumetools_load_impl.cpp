@@ -3,6 +3,7 @@
 #include <openvdb/io/Stream.h>
 
 #include <cerrno>
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
@@ -19,6 +20,20 @@ namespace {
 constexpr const char* kPointDataValueType = "ptdataidx32";
 
 bool IsPointDataGrid(const openvdb::GridBase& grid) { return grid.valueType() == kPointDataValueType; }
+
+// The names of a file's grids in file order, as OpenVDB's readers accept them:
+// a repeated name gets its index, "name[1]". (The file's own name table is
+// sorted by name, not kept in file order.)
+std::vector<std::string> NamesInFileOrder(const openvdb::GridPtrVec& grids) {
+  std::vector<std::string> names;
+  for (const auto& g : grids) {
+    const std::string name = g ? g->getName() : std::string();
+    const auto repeats = std::count_if(grids.begin(), grids.begin() + names.size(),
+                                       [&](const auto& o) { return o && o->getName() == name; });
+    names.push_back(repeats ? name + "[" + std::to_string(repeats) + "]" : name);
+  }
+  return names;
+}
 
 std::string LoadFailure(const Url& url, const std::string& why) {
   return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
@@ -65,14 +80,11 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
     openvdb::io::File file(filename.GetSystemPath());
     file.open(/*delayLoad=*/true);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
-    std::vector<std::string> names;
-    size_t i = 0;
-    for (auto it = file.beginName(); it != file.endName(); ++it, ++i) {
-      std::string name = openvdb::io::GridDescriptor::nameAsString(it.gridName());
-      if (grids && i < grids->size() && (*grids)[i] && IsPointDataGrid(*(*grids)[i])) name += "~NotSupported";
-      names.push_back(std::move(name));
-    }
     file.close();
+    std::vector<std::string> names = NamesInFileOrder(*grids);
+    for (size_t i = 0; i < names.size(); ++i) {
+      if ((*grids)[i] && IsPointDataGrid(*(*grids)[i])) names[i] += "~NotSupported";
+    }
     return names;
   } catch (const openvdb::Exception& e) {
     return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
@@ -113,12 +125,10 @@ Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, doubl
         openvdb::MetaMap::Ptr meta = file.getMetadata();
         *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
       }
-      Int i = 0;
-      for (auto it = file.beginName(); it != file.endName(); ++it, ++i) {
-        if (i != gridIndex) continue;
-        grid = file.readGrid(it.gridName());
+      const std::vector<std::string> names = NamesInFileOrder(*file.readAllGridMetadata());
+      if (gridIndex >= 0 && size_t(gridIndex) < names.size()) {
+        grid = file.readGrid(names[size_t(gridIndex)]);
         if (grid && IsPointDataGrid(*grid)) grid.reset();
-        break;
       }
       file.close();
     }
@@ -148,7 +158,7 @@ Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, 
         openvdb::MetaMap::Ptr meta = file.getMetadata();
         *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
       }
-      for (auto it = file.beginName(); it != file.endName(); ++it) grids.push_back(file.readGrid(it.gridName()));
+      for (const auto& name : NamesInFileOrder(*file.readAllGridMetadata())) grids.push_back(file.readGrid(name));
       file.close();
     }
     for (const auto& grid : grids) {

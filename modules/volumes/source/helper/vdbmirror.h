@@ -1,0 +1,12 @@
+#pragma once
+// The exact mirror of a grid's index space along the third axis (k -> -k):
+// what the grid transformer gives for the matrix diag(1, 1, -1, 1) with
+// nearest-voxel sampling, built by moving leaf data instead of resampling.
+#include <openvdb/openvdb.h>
+
+namespace zelmar {
+
+// A new grid with the same transform and metadata; null for unsupported value types.
+openvdb::GridBase::Ptr MirrorGridIndexZ(const openvdb::GridBase::Ptr& grid);
+
+}  // namespace zelmar
