@@ -6,7 +6,11 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <thread>
 
+#include "host/ui/dialogs.h"
+#include "host/ui/mainthreadqueue.h"
+#include "host/ui/parallel.h"
 #include "modules/volumes/source/main.h"
 #include "zvol.h"
 
@@ -37,6 +41,8 @@ int main(int argc, char** argv) {
   app.add_flag("-q,--quiet", ctx.quiet, "print no messages, only errors");
   app.add_flag("-v,--verbose", ctx.verbose, "print the timing of each step");
   app.add_option("--threads", ctx.threads, "use at most N worker threads")->check(CLI::PositiveNumber);
+  bool yes = false;
+  app.add_flag("-y,--yes", yes, "answer yes to the questions the tools ask (default: no)");
 
   std::map<CLI::App*, zvol::VerbRun> runs;
   for (const auto& verb : zvol::Verbs()) {
@@ -52,7 +58,14 @@ int main(int argc, char** argv) {
   }
 
   std::optional<tbb::global_control> threadCap;
-  if (ctx.threads > 0) threadCap.emplace(tbb::global_control::max_allowed_parallelism, size_t(ctx.threads));
+  if (ctx.threads > 0) {
+    threadCap.emplace(tbb::global_control::max_allowed_parallelism, size_t(ctx.threads));
+    zta::SetMaxThreads(ctx.threads);
+  }
+  // zvol is the host's main thread: it answers dialogs by policy and runs the
+  // jobs that the tools post for it.
+  zta::SetDialogPolicy(yes ? zta::DIALOGPOLICY::ALWAYS_YES : zta::DIALOGPOLICY::ALWAYS_NO);
+  zta::MainThreadQueue::Get().SetMainThread(std::this_thread::get_id());
 
   g_thread = std::make_shared<zta::ZTAThread>();
   ctx.thread = g_thread;
@@ -62,6 +75,7 @@ int main(int argc, char** argv) {
   try {
     zvol::Check(zelmar::StartModuleStandalone(ModuleFolder(argv[0])));
     for (auto* sub : app.get_subcommands()) status = runs.at(sub)(ctx);
+    zta::MainThreadQueue::Get().Drain();
   } catch (const zvol::Failure& f) {
     std::fprintf(stderr, "error: %s\n", f.what());
     status = g_thread->TestBreak() ? 130 : 1;

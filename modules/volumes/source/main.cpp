@@ -11,6 +11,7 @@
 #include "host/core/diagnostics.h"
 #include "host/core/format.h"
 #include "host/core/registry.h"
+#include "host/ui/strings.h"
 
 namespace zelmar {
 
@@ -37,7 +38,11 @@ std::string ResourceFolder() {
   return moduleFolder + "/res";
 }
 
-bool LoadModuleResource() { return g_resource.Load(ResourceFolder()).IsOk(); }
+bool LoadModuleResource() {
+  if (!g_resource.Load(ResourceFolder())) return false;
+  zta::SetModuleStrings(&g_resource);
+  return true;
+}
 
 // The grid types of the files the module reads, in the order of registration.
 // OpenVDB 10 has no string-valued tree any more, so "string" has no row here.
@@ -177,6 +182,7 @@ extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArg
       return ModuleStart() ? 1 : 0;
     case ZTA_ACTION_END:
       if (g_loadCount > 0 && --g_loadCount == 0) {
+        zta::SetModuleStrings(nullptr);
         g_resource = zta::StringResource();
         g_hostLibrary = nullptr;
         g_fileContext.reset();

@@ -1,0 +1,47 @@
+#include "host/modeling/join.h"
+
+#include <new>
+
+#include "host/objects/uvwtag.h"
+
+namespace zta {
+
+Result<std::unique_ptr<PolygonObject>> JoinPolygonObjects(const std::vector<const PolygonObject*>& objects) {
+  Int64 points = 0, polys = 0;
+  bool anyUvw = false;
+  for (size_t i = 0; i < objects.size(); ++i) {
+    if (!objects[i]) return NullptrError("object to join is null");
+    points += objects[i]->GetPointCount();
+    polys += objects[i]->GetPolygonCount();
+    anyUvw = anyUvw || objects[i]->GetTag(HOST_TAG_UVW);
+  }
+  if (points > INT32_MAX || polys > INT32_MAX) return IllegalArgumentError("joined object would be too large");
+  auto out = PolygonObject::Alloc(Int32(points), Int32(polys));
+  if (!out) return OutOfMemoryError("joined object");
+  std::unique_ptr<UVWTag> uvw;
+  if (anyUvw) {
+    uvw = UVWTag::Alloc(Int32(polys));
+    if (!uvw) return OutOfMemoryError("joined uvw tag");
+  }
+  Vector* pts = out->GetPointW();
+  CPolygon* pls = out->GetPolygonW();
+  Int32 pointBase = 0, polyBase = 0;
+  for (const PolygonObject* op : objects) {
+    const Matrix mg = op->GetMg();
+    const Vector* src = op->GetPointR();
+    for (Int32 i = 0; i < op->GetPointCount(); ++i) pts[pointBase + i] = mg.TransformPoint(src[i]);
+    const CPolygon* sp = op->GetPolygonR();
+    for (Int32 i = 0; i < op->GetPolygonCount(); ++i)
+      pls[polyBase + i] = CPolygon(sp[i].a + pointBase, sp[i].b + pointBase, sp[i].c + pointBase, sp[i].d + pointBase);
+    if (uvw)
+      if (auto* t = static_cast<const UVWTag*>(op->GetTag(HOST_TAG_UVW)))
+        for (Int32 i = 0; i < op->GetPolygonCount() && i < t->GetDataCount(); ++i) uvw->Set(polyBase + i, t->Get(i));
+    pointBase += op->GetPointCount();
+    polyBase += op->GetPolygonCount();
+  }
+  if (uvw) out->InsertTag(uvw.release(), out->GetTag(HOST_TAG_POLYGON));
+  if (!objects.empty()) out->SetName(objects.front()->GetName());
+  return out;
+}
+
+}  // namespace zta

@@ -1,0 +1,70 @@
+#pragma once
+// Modelling commands: numbered operations on the objects of a document.
+#include <memory>
+#include <vector>
+
+#include "host/core/result.h"
+#include "host/core/thread.h"
+#include "host/scene/basecontainer.h"
+
+namespace zta {
+
+class BaseDocument;
+class BaseObject;
+class PolygonObject;
+
+enum : Int32 {
+  MCOMMAND_OPTIMIZE = 227,
+  MCOMMAND_CURRENTSTATETOOBJECT = 246,
+  ID_MODELING_CLOSEPOLYGONHOLE = 450000010,
+};
+
+// Settings of the optimise command.
+enum : Int32 {
+  MDATA_OPTIMIZE_TOLERANCE = 2076,     // float, points closer than this merge
+  MDATA_OPTIMIZE_POINTS = 2077,        // bool, merge points
+  MDATA_OPTIMIZE_POLYGONS = 2078,      // bool, remove degenerate and doubled polygons
+  MDATA_OPTIMIZE_UNUSEDPOINTS = 2079,  // bool, remove points no polygon uses
+};
+
+// Settings of the close-polygon-hole tool.
+enum : Int32 {
+  MDATA_CLOSEPOLYGONHOLE_EDGEINDEX = 1100,  // int32, global id of an edge on the hole's border
+  MDATA_CLOSEPOLYGONHOLE_OBJECT = 1102,     // link, the object
+  MDATA_CLOSEPOLYGONHOLE_TRIANGULATE = 1103,  // bool, fill with a triangle fan instead of one n-gon
+};
+
+// Settings of the current-state command. Each object gives a copy of what it
+// shows: itself for a polygon, spline or line object, its cache (built on
+// the spot when it has none) for a generator. With JOIN the polygon objects
+// among the results become one object in world space.
+enum : Int32 {
+  MDATA_CURRENTSTATETOOBJECT_JOIN = 2167,  // bool
+};
+
+// Hole closing runs at most this many times for one object; holes beyond
+// stay open.
+constexpr Int32 kMaxHoleClosings = 400;
+
+struct ModelingCommandData {
+  BaseDocument* doc = nullptr;
+  // The objects to work on; `op` is the first one when only one is given.
+  BaseObject* op = nullptr;
+  std::vector<BaseObject*> objects;
+  BaseContainer bc;
+  ThreadRef thread;
+  // New objects that a command made, for the caller to take.
+  std::vector<std::unique_ptr<BaseObject>> result;
+};
+
+// Closes holes of `op` one after another: finds the first open edge, runs
+// the close-polygon-hole tool on it, refreshes the neighbour table and goes on
+// from the polygon after the last one found, at most `maxClosings` times.
+// Gives the number of holes closed.
+Result<Int32> CloseHoles(PolygonObject& op, BaseDocument* doc, bool triangulate, Int32 maxClosings = kMaxHoleClosings);
+
+// Runs `command` on the data. Errors name the cause; on an error the
+// objects are left as they were.
+Result<void> SendModelingCommand(Int32 command, ModelingCommandData& data);
+
+}  // namespace zta

@@ -1,0 +1,43 @@
+// The host's own node types by id.
+#include "host/objects/fieldobjects.h"
+#include "host/objects/particles.h"
+#include "host/objects/phongtag.h"
+#include "host/objects/polygonobject.h"
+#include "host/objects/primitives.h"
+#include "host/objects/splineobject.h"
+#include "host/objects/uvwtag.h"
+#include "host/objects/vertexmaptag.h"
+
+namespace zta {
+
+std::unique_ptr<BaseObject> AllocPrimitive(Int32 type);
+
+std::unique_ptr<BaseObject> AllocHostObject(Int32 type) {
+  switch (type) {
+    case HOST_TYPE_POLYGON: return PolygonObject::Alloc(0, 0);
+    case HOST_TYPE_SPLINE: return SplineObject::Alloc(0, SPLINETYPE::LINEAR);
+    case HOST_TYPE_LINE: return LineObject::Alloc(0);
+    case HOST_TYPE_NULL: return BaseObject::AllocWithData(HOST_TYPE_NULL, nullptr, 0);
+    case HOST_TYPE_EMITTER: return EmitterObject::Alloc();
+    case HOST_TYPE_PARTICLE_GROUP: return ParticleGroupObject::Alloc();
+    case HOST_TYPE_MATRIX: return MatrixObject::Alloc();
+    case HOST_TYPE_SPHERE:
+    case HOST_TYPE_CUBE: return AllocPrimitive(type);
+    case HOST_TYPE_FIELD_OBJECT:
+    case HOST_TYPE_FIELD_CARRIER: return FieldObject::Alloc(type);
+    default: return nullptr;
+  }
+}
+
+std::unique_ptr<BaseTag> AllocHostTag(Int32 type) {
+  switch (type) {
+    case HOST_TAG_POINT: return PointTag::Alloc(0);
+    case HOST_TAG_POLYGON: return PolygonTag::Alloc(0);
+    case HOST_TAG_UVW: return UVWTag::Alloc(0);
+    case HOST_TAG_VERTEXMAP: return VertexMapTag::Alloc(0);
+    case HOST_TAG_PHONG: return PhongTag::Alloc();
+    default: return nullptr;
+  }
+}
+
+}  // namespace zta

@@ -1,0 +1,105 @@
+#pragma once
+// BaseDocument: the scene. It owns its object tree and its scene hooks, and
+// holds the time, the frame rate and range, the active object, where it was
+// loaded from, its unit, and the change count that every SetDirty raises.
+#include <memory>
+#include <vector>
+
+#include "host/scene/basetime.h"
+#include "host/scene/baseobject.h"
+
+namespace zta {
+
+// Units of the document's scale (values of DOCUMENT_UNIT).
+enum class DOCUMENTUNIT : Int32 { KM = 1, M = 2, CM = 3, MM = 4, UM = 5, NM = 6, MILE = 7, YARD = 8, FOOT = 9, INCH = 10 };
+
+// The undo kinds that AddUndo takes.
+enum class UNDOTYPE : Int32 { CHANGE = 40, CHANGE_SMALL = 41, NEWOBJ = 42, DELETEOBJ = 43, BITS = 44 };
+
+class BaseDocument : public BaseList2D {
+ public:
+  static std::unique_ptr<BaseDocument> Alloc();
+  ~BaseDocument() override;
+
+  BaseDocument* GetDocument() const override { return const_cast<BaseDocument*>(this); }
+
+  BaseObject* GetFirstObject() const { return static_cast<BaseObject*>(objects_.GetFirst()); }
+  GeListHead* GetObjectListHead() { return &objects_; }
+  // Inserts under `parent` after `pred` (first when null; at the top level
+  // when parent is null). The document takes ownership.
+  void InsertObject(BaseObject* op, BaseObject* parent = nullptr, BaseObject* pred = nullptr);
+  // The first object with that name, depth first.
+  BaseObject* SearchObject(const String& name) const;
+  // The node of the document's objects, tags and caches with that marker.
+  BaseList2D* FindByMarker(UInt64 marker) const;
+
+  BaseTime GetTime() const { return time_; }
+  void SetTime(const BaseTime& t);
+  Int32 GetFps() const { return fps_; }
+  // Frame rates below 1 are refused.
+  bool SetFps(Int32 fps);
+  BaseTime GetMinTime() const { return minTime_; }
+  BaseTime GetMaxTime() const { return maxTime_; }
+  // A range whose end lies before its start is refused.
+  bool SetTimeRange(const BaseTime& min, const BaseTime& max);
+
+  BaseObject* GetActiveObject() const;
+  void SetActiveObject(BaseObject* op);
+
+  const String& GetDocumentPath() const { return path_; }
+  void SetDocumentPath(const String& folder) { path_ = folder; }
+  const String& GetDocumentName() const { return docName_; }
+  void SetDocumentName(const String& name) { docName_ = name; }
+
+  DOCUMENTUNIT GetUnit() const { return unit_; }
+  // Scene units per metre... of the unit: 1 cm by default.
+  Float GetUnitScale() const { return unitScale_; }
+  void SetUnit(DOCUMENTUNIT unit, Float scale) { unit_ = unit; unitScale_ = scale; }
+
+  // Scene hooks: one node per registered hook, made on first request.
+  BaseList2D* FindSceneHook(Int32 id);
+
+  // Undo: a step groups the AddUndo calls between Start and End. Each AddUndo
+  // records the state of the node before the change; DoUndo restores it.
+  bool StartUndo();
+  bool AddUndo(UNDOTYPE type, BaseList2D* node);
+  bool EndUndo();
+  Int32 GetUndoCount() const;
+  bool DoUndo();
+
+  // Something changed that the views and the evaluation pass should see.
+  void EventAdd() { ++events_; }
+  UInt32 GetEventCount() const { return events_; }
+  // Raised by every SetDirty of a node in the document.
+  UInt32 GetChangeCount() const { return changes_; }
+  void NoteChange() { ++changes_; }
+
+ protected:
+  BaseDocument();
+  std::unique_ptr<BaseList2D> AllocSame() const override;
+  bool CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const override;
+  UInt32 GetHDirtyBelow(UInt32 flags) const override;
+
+ private:
+  struct UndoStep;
+  GeListHead objects_;
+  GeListHead hooks_;
+  BaseTime time_;
+  Int32 fps_ = 30;
+  BaseTime minTime_{0, 1};
+  BaseTime maxTime_{90, 30};
+  BaseLink active_;
+  String path_;
+  String docName_ = "Untitled 1";
+  DOCUMENTUNIT unit_ = DOCUMENTUNIT::CM;
+  Float unitScale_ = 1.0;
+  UInt32 events_ = 0;
+  UInt32 changes_ = 0;
+  std::vector<std::unique_ptr<UndoStep>> undo_;
+  std::unique_ptr<UndoStep> openStep_;
+  Int32 undoDepth_ = 0;
+};
+
+inline std::unique_ptr<BaseDocument> AllocDocument() { return BaseDocument::Alloc(); }
+
+}  // namespace zta

@@ -1,0 +1,283 @@
+#include "host/scene/baselist2d.h"
+
+#include <atomic>
+
+#include "host/scene/basedocument.h"
+#include "host/scene/nodedata.h"
+#include "host/scene/plugins.h"
+
+namespace zta {
+
+// ---- GeListNode
+
+GeListNode::~GeListNode() {
+  FreeChildren();
+  Unlink();
+}
+
+void GeListNode::FreeChildren() {
+  while (down_) {
+    GeListNode* c = down_;
+    c->Unlink();
+    delete c;
+  }
+}
+
+GeListNode* GeListNode::GetUp() const { return up_ && !up_->IsListHead() ? up_ : nullptr; }
+
+GeListNode* GeListNode::GetDownLast() const {
+  GeListNode* n = down_;
+  while (n && n->next_) n = n->next_;
+  return n;
+}
+
+GeListHead* GeListNode::GetListHead() const {
+  for (GeListNode* n = up_; n; n = n->up_)
+    if (n->IsListHead()) return static_cast<GeListHead*>(n);
+  return nullptr;
+}
+
+bool GeListNode::CanInsert(const GeListNode* target) const {
+  if (!target || IsListHead() || IsInTree()) return false;
+  for (const GeListNode* n = target; n; n = n->up_)
+    if (n == this) return false;
+  return true;
+}
+
+void GeListNode::Link(GeListNode* up, GeListNode* prev, GeListNode* next) {
+  up_ = up;
+  prev_ = prev;
+  next_ = next;
+  if (prev) prev->next_ = this;
+  else up->down_ = this;
+  if (next) next->prev_ = this;
+}
+
+void GeListNode::Unlink() {
+  if (prev_) prev_->next_ = next_;
+  else if (up_ && up_->down_ == this) up_->down_ = next_;
+  if (next_) next_->prev_ = prev_;
+  up_ = prev_ = next_ = nullptr;
+}
+
+bool GeListNode::InsertUnder(GeListNode* parent) {
+  if (!CanInsert(parent)) return false;
+  Link(parent, nullptr, parent->down_);
+  return true;
+}
+
+bool GeListNode::InsertUnderLast(GeListNode* parent) {
+  if (!CanInsert(parent)) return false;
+  Link(parent, parent->GetDownLast(), nullptr);
+  return true;
+}
+
+bool GeListNode::InsertBefore(GeListNode* next) {
+  if (!next || !next->up_ || !CanInsert(next)) return false;
+  Link(next->up_, next->prev_, next);
+  return true;
+}
+
+bool GeListNode::InsertAfter(GeListNode* prev) {
+  if (!prev || !prev->up_ || !CanInsert(prev)) return false;
+  Link(prev->up_, prev, prev->next_);
+  return true;
+}
+
+std::unique_ptr<GeListNode> GeListNode::Remove() {
+  Unlink();
+  return std::unique_ptr<GeListNode>(this);
+}
+
+void GeListNode::Free(GeListNode* node) {
+  if (!node) return;
+  node->Unlink();
+  delete node;
+}
+
+GeListNode* GeListNode::GetNextInTree(const GeListNode* root) const {
+  if (down_) return down_;
+  for (const GeListNode* n = this; n && n != root; n = n->up_)
+    if (n->next_) return n->next_;
+  return nullptr;
+}
+
+BaseDocument* GeListNode::FindDocument() const {
+  const GeListNode* n = this;
+  while (n) {
+    if (n->IsListHead()) {
+      const auto* head = static_cast<const GeListHead*>(n);
+      if (head->GetDocument()) return head->GetDocument();
+      n = head->GetOwner();
+    } else if (n->up_) {
+      n = n->up_;
+    } else {
+      n = n->GetHolder();
+    }
+  }
+  return nullptr;
+}
+
+// ---- GeListHead
+
+GeListHead::~GeListHead() { FlushAll(); }
+
+void GeListHead::FlushAll() { FreeChildren(); }
+
+// ---- BaseList2D
+
+namespace {
+std::atomic<UInt64> g_nextMarker{1};
+
+// Points links among cloned nodes at the clones, nested containers included.
+void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
+  std::vector<std::pair<Int32, GeData>> changes;
+  for (const auto& [id, data] : bc) {
+    if (data.GetType() == DATATYPE::LINK) {
+      BaseLink moved = trans.Translate(data.GetBaseLink());
+      if (!(moved == data.GetBaseLink())) changes.emplace_back(id, GeData(moved));
+    } else if (data.GetType() == DATATYPE::CONTAINER) {
+      BaseContainer inner = *data.GetContainer();
+      TranslateLinks(inner, trans);
+      if (inner != *data.GetContainer()) changes.emplace_back(id, GeData(inner));
+    }
+  }
+  for (auto& c : changes) bc.SetData(c.first, std::move(c.second));
+}
+}  // namespace
+
+BaseList2D::BaseList2D(Int32 type)
+    : type_(type), marker_(g_nextMarker.fetch_add(1)), anchor_(std::make_shared<detail::NodeAnchor>()) {
+  anchor_->node = this;
+}
+
+BaseList2D::~BaseList2D() {
+  FreeChildren();
+  if (nodeData_) nodeData_->FreeNode(this);
+  anchor_->node = nullptr;
+}
+
+void BaseList2D::SetName(const String& name) {
+  if (name == name_) return;
+  name_ = name;
+  SetDirty(DIRTYFLAGS_DATA);
+}
+
+void BaseList2D::SetData(const BaseContainer& bc) {
+  const Int32 id = data_.GetId();
+  bc.CopyTo(&data_);
+  data_.SetId(id);
+}
+
+BaseDocument* BaseList2D::GetDocument() const { return FindDocument(); }
+
+bool BaseList2D::Message(Int32 id, void* data) { return nodeData_ ? nodeData_->HandleMessage(this, id, data) : true; }
+
+UInt32 BaseList2D::GetDirty(UInt32 flags) const {
+  UInt32 sum = 0;
+  for (int i = 1; i <= 7; ++i)
+    if (flags & (1u << i)) sum += dirty_[size_t(i - 1)];
+  if (flags & DIRTYFLAGS_DATA) sum += data_.GetDirty();
+  return sum;
+}
+
+UInt32 BaseList2D::GetHDirty(UInt32 flags) const {
+  UInt32 sum = 0;
+  WalkTree(const_cast<BaseList2D*>(this), [&](GeListNode* n) {
+    const auto* node = static_cast<const BaseList2D*>(n);
+    sum += node->GetDirty(flags) + node->GetHDirtyBelow(flags);
+  });
+  return sum;
+}
+
+UInt32 BaseList2D::GetHDirtyBelow(UInt32 flags) const { return 0; }
+
+void BaseList2D::SetDirty(UInt32 flags) {
+  for (int i = 1; i <= 7; ++i)
+    if (flags & (1u << i)) ++dirty_[size_t(i - 1)];
+  if (BaseDocument* doc = GetDocument()) doc->NoteChange();
+}
+
+bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
+  nodeData_ = std::move(data);
+  if (nodeData_ && !nodeData_->InitNode(this)) {
+    // A node that refused to start has nothing to free.
+    nodeData_.reset();
+    return false;
+  }
+  return true;
+}
+
+bool BaseList2D::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const {
+  dest->name_ = name_;
+  data_.CopyTo(&dest->data_);
+  if (!(flags & COPYFLAGS_NO_BITS)) dest->bits_ = bits_;
+  if (flags & COPYFLAGS_KEEP_MARKERS) dest->marker_ = marker_;
+  if (nodeData_ && dest->nodeData_ && !nodeData_->CopyNode(dest->nodeData_.get(), this, dest, flags, trans))
+    return false;
+  if (!(flags & COPYFLAGS_NO_HIERARCHY)) {
+    for (GeListNode* c = GetDown(); c; c = c->GetNext()) {
+      auto clone = static_cast<BaseList2D*>(c)->GetClone(flags, trans);
+      if (!clone) return false;
+      clone.release()->InsertUnderLast(dest);
+    }
+  }
+  return true;
+}
+
+std::unique_ptr<BaseList2D> BaseList2D::GetClone(Int32 flags, AliasTrans* trans) const {
+  AliasTrans local;
+  AliasTrans* t = trans ? trans : &local;
+  std::unique_ptr<BaseList2D> dest = AllocSame();
+  if (!dest) return nullptr;
+  t->Add(this, dest.get());
+  if (!CopyTo(dest.get(), flags, t)) return nullptr;
+  if (!trans) {
+    // The outermost clone fixes the links that point into what it copied.
+    WalkTree(dest.get(), [&](GeListNode* n) {
+      auto* node = static_cast<BaseList2D*>(n);
+      TranslateLinks(node->data_, local);
+      if (auto* op = dynamic_cast<BaseObject*>(node))
+        for (BaseTag* tag = op->GetFirstTag(); tag; tag = tag->GetNext()) TranslateLinks(tag->data_, local);
+    });
+  }
+  return dest;
+}
+
+// ---- AliasTrans
+
+void AliasTrans::Add(const BaseList2D* original, BaseList2D* clone) { pairs_.emplace_back(original, clone); }
+
+BaseList2D* AliasTrans::Translate(const BaseList2D* original) const {
+  for (const auto& p : pairs_)
+    if (p.first == original) return p.second;
+  return nullptr;
+}
+
+BaseLink AliasTrans::Translate(const BaseLink& link) const {
+  BaseList2D* clone = Translate(link.ForceGetLink());
+  return clone ? BaseLink(clone) : link;
+}
+
+// ---- BaseLink
+
+void BaseLink::SetLink(const BaseList2D* node) {
+  anchor_ = node ? node->GetAnchor() : nullptr;
+  marker_ = node ? node->GetMarker() : 0;
+}
+
+BaseList2D* BaseLink::ForceGetLink() const {
+  auto a = anchor_.lock();
+  return a ? a->node : nullptr;
+}
+
+BaseList2D* BaseLink::GetLink(const BaseDocument* doc, Int32 instanceOf) const {
+  if (marker_ == 0) return nullptr;
+  BaseList2D* node = ForceGetLink();
+  if (node && doc && node->GetDocument() != doc) node = nullptr;
+  if (!node && doc) node = doc->FindByMarker(marker_);
+  if (node && instanceOf != 0 && !node->IsInstanceOf(instanceOf)) return nullptr;
+  return node;
+}
+
+}  // namespace zta

@@ -1,0 +1,54 @@
+#pragma once
+// BaseTag: a node attached to a BaseObject, in the object's tag list.
+#include <memory>
+
+#include "host/scene/baselist2d.h"
+
+namespace zta {
+
+class BaseObject;
+
+class BaseTag : public BaseList2D {
+ public:
+  // A tag of a host type (UVW, vertex map, Phong, ...) or of a registered
+  // plug-in; null for an unknown type or when the plug-in refuses to start.
+  static std::unique_ptr<BaseTag> Alloc(Int32 type);
+
+  bool IsInstanceOf(Int32 type) const override { return type == HOST_TYPE_TAG || BaseList2D::IsInstanceOf(type); }
+  // The object whose tag list holds this tag, or null.
+  BaseObject* GetObject() const;
+  BaseTag* GetNext() const { return static_cast<BaseTag*>(GeListNode::GetNext()); }
+  BaseTag* GetPrev() const { return static_cast<BaseTag*>(GeListNode::GetPrev()); }
+
+ protected:
+  explicit BaseTag(Int32 type) : BaseList2D(type) {}
+  std::unique_ptr<BaseList2D> AllocSame() const override;
+
+ private:
+  friend std::unique_ptr<BaseTag> AllocPluginTag(Int32 type);
+};
+
+// A tag that holds one fixed-size record per point or polygon of its object.
+class VariableTag : public BaseTag {
+ public:
+  Int32 GetDataCount() const { return count_; }
+  Int32 GetDataSize() const { return elementSize_; }
+  // Changes the count; new records are zero, kept records keep their values.
+  // False (and unchanged) for a negative count or when memory runs out.
+  bool Resize(Int32 count);
+  // Exchanges the records of two tags of one record size; false otherwise.
+  bool SwapData(VariableTag& other);
+
+ protected:
+  VariableTag(Int32 type, Int32 elementSize, Int32 count);
+  bool CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const override;
+  const void* Address() const { return bytes_.get(); }
+  void* Address() { return bytes_.get(); }
+
+ private:
+  Int32 elementSize_;
+  Int32 count_ = 0;
+  std::unique_ptr<unsigned char[]> bytes_;
+};
+
+}  // namespace zta

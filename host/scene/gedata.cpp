@@ -1,0 +1,128 @@
+#include "host/scene/gedata.h"
+
+#include "host/scene/basecontainer.h"
+#include "host/scene/baselist2d.h"
+
+namespace zta {
+
+namespace detail {
+ContainerBox::ContainerBox() : p_(std::make_unique<BaseContainer>()) {}
+ContainerBox::ContainerBox(const BaseContainer& bc) : p_(std::make_unique<BaseContainer>(bc)) {}
+ContainerBox::ContainerBox(const ContainerBox& o) : p_(std::make_unique<BaseContainer>(*o.p_)) {}
+ContainerBox::ContainerBox(ContainerBox&&) noexcept = default;
+ContainerBox& ContainerBox::operator=(const ContainerBox& o) {
+  if (this != &o) p_ = std::make_unique<BaseContainer>(*o.p_);
+  return *this;
+}
+ContainerBox& ContainerBox::operator=(ContainerBox&&) noexcept = default;
+ContainerBox::~ContainerBox() = default;
+bool ContainerBox::operator==(const ContainerBox& o) const { return *p_ == *o.p_; }
+}  // namespace detail
+
+GeData::GeData(const BaseContainer& v) : v_(detail::ContainerBox(v)) {}
+
+Int32 GeData::GetCustomTypeId() const {
+  const auto* c = std::get_if<std::shared_ptr<const CustomDataType>>(&v_);
+  return c && *c ? (*c)->GetCustomTypeId() : 0;
+}
+
+namespace {
+// The numeric value when the held type is a number, else nothing.
+template <typename V>
+bool AsNumber(const V& v, double& out) {
+  if (auto p = std::get_if<Int32>(&v)) { out = *p; return true; }
+  if (auto p = std::get_if<Int64>(&v)) { out = double(*p); return true; }
+  if (auto p = std::get_if<bool>(&v)) { out = *p ? 1.0 : 0.0; return true; }
+  if (auto p = std::get_if<Float>(&v)) { out = *p; return true; }
+  return false;
+}
+}  // namespace
+
+Int32 GeData::GetInt32(Int32 def) const {
+  if (auto p = std::get_if<Int32>(&v_)) return *p;
+  if (auto p = std::get_if<Int64>(&v_)) return Int32(*p);
+  if (auto p = std::get_if<bool>(&v_)) return *p ? 1 : 0;
+  if (auto p = std::get_if<Float>(&v_)) return Int32(*p);
+  return def;
+}
+
+Int64 GeData::GetInt64(Int64 def) const {
+  if (auto p = std::get_if<Int64>(&v_)) return *p;
+  if (auto p = std::get_if<Int32>(&v_)) return *p;
+  if (auto p = std::get_if<bool>(&v_)) return *p ? 1 : 0;
+  if (auto p = std::get_if<Float>(&v_)) return Int64(*p);
+  return def;
+}
+
+bool GeData::GetBool(bool def) const {
+  double d;
+  return AsNumber(v_, d) ? d != 0.0 : def;
+}
+
+Float GeData::GetFloat(Float def) const {
+  double d;
+  return AsNumber(v_, d) ? d : def;
+}
+
+Vector GeData::GetVector(const Vector& def) const {
+  auto p = std::get_if<Vector>(&v_);
+  return p ? *p : def;
+}
+
+Matrix GeData::GetMatrix(const Matrix& def) const {
+  auto p = std::get_if<Matrix>(&v_);
+  return p ? *p : def;
+}
+
+String GeData::GetString(const String& def) const {
+  auto p = std::get_if<String>(&v_);
+  return p ? *p : def;
+}
+
+BaseTime GeData::GetTime(const BaseTime& def) const {
+  auto p = std::get_if<BaseTime>(&v_);
+  return p ? *p : def;
+}
+
+BaseLink GeData::GetBaseLink() const {
+  auto p = std::get_if<BaseLink>(&v_);
+  return p ? *p : BaseLink();
+}
+
+BaseList2D* GeData::GetLink(const BaseDocument* doc, Int32 instanceOf) const {
+  auto p = std::get_if<BaseLink>(&v_);
+  return p ? p->GetLink(doc, instanceOf) : nullptr;
+}
+
+const BaseContainer* GeData::GetContainer() const {
+  auto p = std::get_if<detail::ContainerBox>(&v_);
+  return p ? &p->Get() : nullptr;
+}
+
+BaseContainer* GeData::GetContainerWritable() {
+  auto p = std::get_if<detail::ContainerBox>(&v_);
+  return p ? &p->Get() : nullptr;
+}
+
+const CustomDataType* GeData::GetCustomData(Int32 customTypeId) const {
+  return GetCustomDataShared(customTypeId).get();
+}
+
+std::shared_ptr<const CustomDataType> GeData::GetCustomDataShared(Int32 customTypeId) const {
+  auto p = std::get_if<std::shared_ptr<const CustomDataType>>(&v_);
+  if (!p || !*p) return nullptr;
+  if (customTypeId != 0 && (*p)->GetCustomTypeId() != customTypeId) return nullptr;
+  return *p;
+}
+
+bool GeData::operator==(const GeData& o) const {
+  if (v_.index() != o.v_.index()) return false;
+  if (auto a = std::get_if<std::shared_ptr<const CustomDataType>>(&v_)) {
+    const auto& b = std::get<std::shared_ptr<const CustomDataType>>(o.v_);
+    if (!*a || !b) return !*a && !b;
+    return (*a)->GetCustomTypeId() == b->GetCustomTypeId() && (*a)->IsEqual(*b);
+  }
+  return v_ == o.v_;
+}
+
+}  // namespace zta

@@ -1,0 +1,60 @@
+#include "host/ui/dialogs.h"
+
+#include <mutex>
+
+#include "host/core/diagnostics.h"
+
+namespace zta {
+
+namespace {
+std::mutex g_mutex;
+DIALOGPOLICY g_policy = DIALOGPOLICY::ALWAYS_NO;
+std::function<bool(const String&)> g_callback;
+String g_lastQuestion;
+Int64 g_questions = 0;
+}  // namespace
+
+void SetDialogPolicy(DIALOGPOLICY policy) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_policy = policy;
+}
+
+void SetDialogCallback(std::function<bool(const String&)> answer) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_callback = std::move(answer);
+}
+
+DIALOGPOLICY GetDialogPolicy() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return g_policy;
+}
+
+Int32 QuestionDialog(const String& text) {
+  std::function<bool(const String&)> callback;
+  DIALOGPOLICY policy;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_lastQuestion = text;
+    ++g_questions;
+    policy = g_policy;
+    callback = g_callback;
+  }
+  bool yes = policy == DIALOGPOLICY::ALWAYS_YES;
+  // The callback runs outside the lock so that it may ask questions itself.
+  if (policy == DIALOGPOLICY::CALLBACK) yes = callback ? callback(text) : false;
+  return yes ? DIALOG_ANSWER_YES : DIALOG_ANSWER_NO;
+}
+
+String GetLastQuestion() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return g_lastQuestion;
+}
+
+Int64 GetQuestionCount() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return g_questions;
+}
+
+void MessageDialog(const String& text) { DiagnosticLine(text); }
+
+}  // namespace zta
