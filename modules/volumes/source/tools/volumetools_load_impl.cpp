@@ -21,10 +21,10 @@ constexpr const char* kPointDataValueType = "ptdataidx32";
 
 bool IsPointDataGrid(const openvdb::GridBase& grid) { return grid.valueType() == kPointDataValueType; }
 
-// The names of a file's grids in file order, as OpenVDB's readers accept them:
-// a repeated name gets its index, "name[1]". (The file's own name table is
-// sorted by name, not kept in file order.)
-std::vector<std::string> NamesInFileOrder(const openvdb::GridPtrVec& grids) {
+// The names of a file's grids as OpenVDB's readers accept them, a repeated name
+// with its index ("name[1]"), in the order the file reader lists them: by name,
+// as vdb_print and pyopenvdb show them too.
+std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
   std::vector<std::string> names;
   for (const auto& g : grids) {
     const std::string name = g ? g->getName() : std::string();
@@ -81,7 +81,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
     file.open(/*delayLoad=*/true);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
-    std::vector<std::string> names = NamesInFileOrder(*grids);
+    std::vector<std::string> names = ReadableNames(*grids);
     for (size_t i = 0; i < names.size(); ++i) {
       if ((*grids)[i] && IsPointDataGrid(*(*grids)[i])) names[i] += "~NotSupported";
     }
@@ -125,7 +125,7 @@ Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, doubl
         openvdb::MetaMap::Ptr meta = file.getMetadata();
         *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
       }
-      const std::vector<std::string> names = NamesInFileOrder(*file.readAllGridMetadata());
+      const std::vector<std::string> names = ReadableNames(*file.readAllGridMetadata());
       if (gridIndex >= 0 && size_t(gridIndex) < names.size()) {
         grid = file.readGrid(names[size_t(gridIndex)]);
         if (grid && IsPointDataGrid(*grid)) grid.reset();
@@ -158,7 +158,7 @@ Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, 
         openvdb::MetaMap::Ptr meta = file.getMetadata();
         *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
       }
-      for (const auto& name : NamesInFileOrder(*file.readAllGridMetadata())) grids.push_back(file.readGrid(name));
+      for (const auto& name : ReadableNames(*file.readAllGridMetadata())) grids.push_back(file.readGrid(name));
       file.close();
     }
     for (const auto& grid : grids) {
