@@ -1,16 +1,17 @@
 #!/usr/bin/env bash
-# The demo: a sphere and a dodecahedron as level sets, written as .vdb files
-# that any OpenVDB program reads, and described by zvol info.
+# The demo: the project's trefoil knot (examples/knot.obj, made by make_knot.py)
+# becomes a signed distance field, and is remeshed through it.
 # usage: demo.sh ZVOL OUTDIR
 set -euo pipefail
 ZVOL="$1"
 OUT="$2"
+HERE="$(cd "$(dirname "$0")" && pwd)"
 mkdir -p "$OUT"
 OUT="$(cd "$OUT" && pwd)"
 
-"$ZVOL" sphere --radius 1 --center 0,0,2 --voxel-size 0.02 -o "$OUT/sphere.vdb"
-"$ZVOL" platonic --faces 12 --size 1 --voxel-size 0.02 -o "$OUT/dodecahedron.vdb"
-"$ZVOL" info "$OUT/sphere.vdb"
+"$ZVOL" mesh2vol "$HERE/knot.obj" --dim 256 -o "$OUT/knot.vdb"
+"$ZVOL" remesh "$HERE/knot.obj" --dim 256 --adaptivity 0.1 -o "$OUT/knot_remeshed.obj"
+"$ZVOL" info "$OUT/knot.vdb"
 echo
-echo "demo: the sphere's level set is in $OUT/sphere.vdb"
-echo "demo: the dodecahedron's level set is in $OUT/dodecahedron.vdb"
+echo "demo: the knot's level set is in $OUT/knot.vdb"
+echo "demo: the remeshed knot is in $OUT/knot_remeshed.obj"

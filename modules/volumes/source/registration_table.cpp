@@ -1,11 +1,14 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumeobject.h"
 
 namespace zelmar {
 
 const std::vector<RegistrationRow>& GetRegistrationTable() {
-  static const std::vector<RegistrationRow> rows = {};
+  static const std::vector<RegistrationRow> rows = {
+      {"Volume-", false, &VolumeObjectData::Register},
+  };
   return rows;
 }
 

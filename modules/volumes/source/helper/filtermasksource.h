@@ -1,0 +1,28 @@
+#pragma once
+// The mask of one filter pass. It is built anew for every pass, because a
+// field is sampled on the voxels of the volume as the filter has left it.
+#include <openvdb/openvdb.h>
+
+#include "zelmar/volumetools.h"
+
+namespace zelmar {
+
+struct FilterMaskSource {
+  const FieldSampleData* maskField = nullptr;
+  double strength = 1.0;
+  // The working volume, whose voxels a field is sampled on.
+  const Volume* referenceVolume = nullptr;
+  ThreadRef thread;
+  // An uninitialised Volume when there is none.
+  Volume maskVolume;
+};
+
+// The explicit mask volume as it stands; else the field sampled on the
+// reference, scaled by the strength; else a constant mask of the strength when
+// it is not 1. An uninitialised Volume means no mask.
+Result<Volume> BuildFilterMask(const FilterMaskSource& source);
+
+// The float grid of a mask; null for no mask, or one of another value type.
+openvdb::FloatGrid::ConstPtr MaskGrid(const Volume& mask);
+
+}  // namespace zelmar

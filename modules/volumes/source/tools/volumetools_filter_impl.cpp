@@ -1,0 +1,126 @@
+// Level set filters: one LevelSetFilter drives all twelve of them.
+#include <openvdb/tools/LevelSetFilter.h>
+
+#include "modules/volumes/source/helper/filtermasksource.h"
+#include "modules/volumes/source/helper/threadinterrupter.h"
+#include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetools.h"
+
+namespace zelmar {
+
+namespace {
+
+using SdfFilter = openvdb::tools::LevelSetFilter<openvdb::FloatGrid, openvdb::FloatGrid, ThreadInterrupter>;
+
+openvdb::math::BiasedGradientScheme SpatialScheme(FILTERACCURACY accuracy) {
+  switch (accuracy) {
+    case FILTERACCURACY::SECOND: return openvdb::math::SECOND_BIAS;
+    case FILTERACCURACY::THIRD: return openvdb::math::THIRD_BIAS;
+    case FILTERACCURACY::WENO5: return openvdb::math::WENO5_BIAS;
+    case FILTERACCURACY::HJWENO5: return openvdb::math::HJWENO5_BIAS;
+    default: return openvdb::math::FIRST_BIAS;
+  }
+}
+
+// `iterations` passes of `pass(mask)`, each with a mask built for the volume as
+// it stands after the passes before.
+template <typename Pass>
+Result<void> MaskedLoop(const FilterMaskSource& source, int64_t iterations, Pass&& pass) {
+  for (int64_t i = 0; i < iterations; ++i) {
+    Result<Volume> mask = BuildFilterMask(source);
+    if (!mask) return mask.GetError();
+    const openvdb::FloatGrid::ConstPtr maskGrid = MaskGrid(*mask);
+    pass(maskGrid.get());
+  }
+  return zta::OK();
+}
+
+Result<void> RunSdfFilter(SdfFilter& filter, const SDFFilterSettings& s, const FilterMaskSource& source) {
+  const int64_t n = s.iterations;
+  const float offset = s.offset;
+  // The library moves the zero crossing inward for a positive offset.
+  auto grow = [&](const openvdb::FloatGrid* m) { filter.offset(-offset, m); };
+  auto shrink = [&](const openvdb::FloatGrid* m) { filter.offset(offset, m); };
+  switch (s.filterType) {
+    case SDFFILTERTYPE::GAUSSIAN:
+      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.gaussian(s.stencilWidth, m); });
+    case SDFFILTERTYPE::DILATE: return MaskedLoop(source, n, grow);
+    case SDFFILTERTYPE::ERODE: return MaskedLoop(source, n, shrink);
+    case SDFFILTERTYPE::MEANVALUE:
+      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.mean(s.stencilWidth, m); });
+    case SDFFILTERTYPE::MEDIANVALUE:
+      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.median(s.stencilWidth, m); });
+    case SDFFILTERTYPE::MEANCURVATURE:
+      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.meanCurvature(m); });
+    case SDFFILTERTYPE::LAPLACIANFLOW:
+      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.laplacian(m); });
+    case SDFFILTERTYPE::RENORMALIZE: {
+      const int count = filter.getNormCount();
+      filter.setNormCount(1);
+      for (int64_t i = 0; i < n; ++i) filter.normalize();
+      filter.setNormCount(count);
+      return zta::OK();
+    }
+    case SDFFILTERTYPE::OPEN: {
+      // All shrinks first, then all grows: thin parts vanish and stay gone.
+      Result<void> r = MaskedLoop(source, n, shrink);
+      if (!r) return r;
+      return MaskedLoop(source, n, grow);
+    }
+    case SDFFILTERTYPE::CLOSE: {
+      Result<void> r = MaskedLoop(source, n, grow);
+      if (!r) return r;
+      return MaskedLoop(source, n, shrink);
+    }
+    case SDFFILTERTYPE::TRACK:
+      for (int64_t i = 0; i < n; ++i) filter.track();
+      return zta::OK();
+    case SDFFILTERTYPE::RESIZE:
+      filter.resize(openvdb::Index(s.halfWidth));
+      return zta::OK();
+    default:
+      return zta::OK();
+  }
+}
+
+}  // namespace
+
+Result<Volume> VolumeToolsInterface::ApplySDFFilterToVolume(const Volume& volume, const SDFFilterSettings& settings,
+                                                            const ThreadRef& thread, const Volume& maskVolume,
+                                                            const FieldSampleData* maskField) {
+  const openvdb::GridBase::Ptr grid = VolumeImpl::GetGrid(volume);
+  if (!grid) return zta::IllegalArgumentError({});
+  if (settings.filterType == SDFFILTERTYPE::NONE) return MakeVolume(grid);
+  // A resize to a band of no voxels would never end in the library.
+  if (settings.filterType == SDFFILTERTYPE::RESIZE && settings.halfWidth < 1)
+    return zta::IllegalArgumentError("the half width of a resized band must be at least 1 voxel");
+  if (!grid->isType<openvdb::FloatGrid>()) return zta::IllegalArgumentError({});
+
+  openvdb::FloatGrid::Ptr copy;
+  try {
+    copy = openvdb::gridPtrCast<openvdb::FloatGrid>(grid->deepCopyGrid());
+  } catch (const std::bad_alloc&) {
+    return zta::OutOfMemoryError();
+  }
+  if (!copy) return zta::OutOfMemoryError();
+  Result<Volume> working = MakeVolume(copy);
+  if (!working) return working;
+
+  FilterMaskSource source{maskField, settings.strength, &*working, thread, maskVolume};
+  try {
+    ThreadInterrupter interrupter(thread);
+    SdfFilter filter(*copy, &interrupter);
+    filter.setGrainSize(128);
+    filter.setSpatialScheme(SpatialScheme(settings.accuracy));
+    Result<void> ran = RunSdfFilter(filter, settings, source);
+    if (!ran) return ran.GetError();
+  } catch (const std::bad_alloc&) {
+    return zta::OutOfMemoryError();
+  } catch (...) {
+    return zta::UnexpectedError("An exception was thrown while filtering a sdf volume");
+  }
+  if (thread && thread->TestBreak()) return volume;
+  return MakeVolume(copy);
+}
+
+}  // namespace zelmar

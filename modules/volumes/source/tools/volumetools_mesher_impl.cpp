@@ -1,0 +1,205 @@
+// Float grids to polygon objects.
+#include <openvdb/tools/VolumeToMesh.h>
+#include <tbb/combinable.h>
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <numbers>
+#include <vector>
+
+#include "host/core/format.h"
+#include "host/objects/polygonobject.h"
+#include "host/objects/uvwtag.h"
+#include "host/ui/parallel.h"
+#include "modules/volumes/source/helper/gridtypes.h"
+#include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetools.h"
+
+namespace zelmar {
+
+namespace {
+
+using zta::CPolygon;
+using zta::Int32;
+using zta::Int64;
+
+// The host's "object data changed" message.
+constexpr Int32 kMsgUpdate = 5;
+
+// Below these counts the parallel passes run on the calling thread.
+constexpr Int64 kSerialPointCount = 10240;
+constexpr Int64 kSerialPolygonCount = 1024;
+constexpr Int64 kGrain = 64;
+
+struct Box {
+  Vector min{std::numeric_limits<double>::max()};
+  Vector max{-std::numeric_limits<double>::max()};
+  void Add(const Vector& p) {
+    for (int i = 0; i < 3; ++i) {
+      min[i] = std::min(min[i], p[i]);
+      max[i] = std::max(max[i], p[i]);
+    }
+  }
+  void Add(const Box& b) {
+    Add(b.min);
+    Add(b.max);
+  }
+};
+
+void ForRange(Int64 count, Int64 serialLimit, const std::function<void(Int64, Int64)>& fn) {
+  if (count <= serialLimit) fn(0, count);
+  else zta::ParallelForRange(0, count, fn, kGrain);
+}
+
+Box PointBounds(const Vector* points, Int64 count) {
+  if (count == 0) return {};  // "no points passed to calculation": an empty box
+  tbb::combinable<Box> boxes;
+  ForRange(count, kSerialPointCount, [&](Int64 b, Int64 e) {
+    Box& box = boxes.local();
+    for (Int64 i = b; i < e; ++i) box.Add(points[i]);
+  });
+  Box all;
+  boxes.combine_each([&](const Box& b) { all.Add(b); });
+  return all;
+}
+
+// Grown by one unit and made a cube about its centre, so that the UV
+// projection keeps proportions along every axis.
+Box CubeAround(Box box) {
+  box.min -= Vector(1.0);
+  box.max += Vector(1.0);
+  const Vector size = box.max - box.min;
+  const double edge = std::max({size.x, size.y, size.z});
+  for (int i = 0; i < 3; ++i) {
+    const double grow = (edge - size[i]) * 0.5;
+    box.min[i] -= grow;
+    box.max[i] += grow;
+  }
+  return box;
+}
+
+Vector SphericalUV(const Vector& p, const Vector& centre) {
+  const Vector v = p - centre;
+  const double r = std::sqrt(v.x * v.x + v.z * v.z);
+  if (r < 1e-6) return {1e10, v.y > 0.0 ? 0.0 : 1.0, 0.0};  // u marks the pole
+  const double a = v.x / r;
+  const double angle = a >= 1.0 ? 0.0 : (a <= -1.0 ? std::numbers::pi : std::acos(a));
+  double u = angle / (2.0 * std::numbers::pi);
+  if (v.z < 0.0) u = 1.0 - u;
+  if (u < 0.0) u += 1.0;
+  return {u, -(std::atan(v.y / r) / std::numbers::pi - 0.5), 0.0};
+}
+
+// Whether p3 lies in the triangle (p0, p1, p2), with a generous margin.
+bool Inside(const Vector& p0, const Vector& p1, const Vector& p2, const Vector& p3) {
+  const Vector e0 = p2 - p0, e1 = p1 - p0, e2 = p3 - p0;
+  const double d00 = zta::Dot(e0, e0), d01 = zta::Dot(e0, e1), d02 = zta::Dot(e0, e2);
+  const double d11 = zta::Dot(e1, e1), d12 = zta::Dot(e1, e2);
+  const double denominator = d00 * d11 - d01 * d01;
+  if (denominator == 0.0) return false;
+  const double u = (d11 * d02 - d01 * d12) / denominator;
+  const double v = (d00 * d12 - d01 * d02) / denominator;
+  return u >= -0.1 && v >= -0.1 && u + v < 1.1;
+}
+
+// A concave quad folds along the host's implicit diagonal (a-c) unless turned.
+bool FoldsOnDiagonal(const Vector* p, const openvdb::Vec4I& q) {
+  return Inside(p[q[0]], p[q[2]], p[q[1]], p[q[3]]) || Inside(p[q[2]], p[q[0]], p[q[3]], p[q[1]]);
+}
+
+Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::tools::VolumeToMesh& mesher,
+                                                              const Matrix& pointMatrix, bool adaptive) {
+  const openvdb::tools::PolygonPoolList& pools = mesher.polygonPoolList();
+  size_t polygonCount = 0;
+  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n)
+    polygonCount += pools[n].numQuads() + pools[n].numTriangles();
+  const size_t pointCount = mesher.pointListSize();
+  constexpr size_t kMaxCount = size_t(std::numeric_limits<Int32>::max());
+  std::unique_ptr<zta::PolygonObject> object;
+  if (pointCount <= kMaxCount && polygonCount <= kMaxCount)
+    object = zta::PolygonObject::Alloc(Int32(pointCount), Int32(polygonCount));
+  if (!object) return zta::OutOfMemoryError("could not create polygon object");
+
+  Vector* points = object->GetPointW();
+  const openvdb::tools::PointList& source = mesher.pointList();
+  ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
+    for (Int64 i = b; i < e; ++i) {
+      const openvdb::Vec3s& p = source[size_t(i)];
+      points[i] = pointMatrix.TransformPoint(Vector(double(p[0]), double(p[1]), double(p[2])));
+    }
+  });
+
+  // OpenVDB winds its polygons the other way round from the host.
+  CPolygon* polygons = object->GetPolygonW();
+  size_t out = 0;
+  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n) {
+    const openvdb::tools::PolygonPool& pool = pools[n];
+    for (size_t i = 0; i < pool.numQuads(); ++i) {
+      const openvdb::Vec4I& q = pool.quad(i);
+      if (adaptive && FoldsOnDiagonal(points, q)) polygons[out++] = CPolygon(Int32(q[3]), Int32(q[2]), Int32(q[1]), Int32(q[0]));
+      else polygons[out++] = CPolygon(Int32(q[0]), Int32(q[3]), Int32(q[2]), Int32(q[1]));
+    }
+    for (size_t i = 0; i < pool.numTriangles(); ++i) {
+      const openvdb::Vec3I& t = pool.triangle(i);
+      polygons[out++] = CPolygon(Int32(t[2]), Int32(t[1]), Int32(t[0]), Int32(t[0]));
+    }
+  }
+  object->Message(kMsgUpdate);
+  object->SetDirty(zta::DIRTYFLAGS_DATA);
+
+  std::unique_ptr<zta::UVWTag> uvw = zta::UVWTag::Alloc(Int32(polygonCount));
+  if (!uvw) return zta::OutOfMemoryError("could not create uv tag");
+  zta::UVWStruct* uvs = uvw->GetDataAddressW();
+  const Box cube = CubeAround(PointBounds(points, Int64(pointCount)));
+  const Vector centre = (cube.min + cube.max) * 0.5;
+  // A corner's UV depends on its point alone: each point's is computed once
+  // and the polygons gather them, a quarter of the trigonometry.
+  std::vector<Vector> pointUVs(pointCount);
+  ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
+    for (Int64 i = b; i < e; ++i) pointUVs[size_t(i)] = SphericalUV(points[i], centre);
+  });
+  ForRange(Int64(polygonCount), kSerialPolygonCount, [&](Int64 b, Int64 e) {
+    for (Int64 i = b; i < e; ++i) {
+      const CPolygon& p = polygons[i];
+      uvs[i] = {pointUVs[size_t(p.a)], pointUVs[size_t(p.b)], pointUVs[size_t(p.c)], pointUVs[size_t(p.d)]};
+    }
+  });
+  object->InsertTag(uvw.release());
+  return object;
+}
+
+}  // namespace
+
+Result<std::unique_ptr<zta::PolygonObject>> VolumeToolsInterface::VolumeToMesh(const Volume& volume, double iso,
+                                                                               double adaptiveValue) {
+  if (!volume.IsInitialized()) return zta::IllegalStateError("volume is not initialized");
+  const openvdb::GridBase::Ptr base = VolumeImpl::GetGrid(volume);
+  if (!base) return zta::IllegalStateError("volume has no grid attached");
+  if (volume.GetGridType() != GRIDTYPE::FLOAT) return std::unique_ptr<zta::PolygonObject>();
+
+  try {
+    const openvdb::FloatGrid::Ptr grid = openvdb::gridPtrCast<openvdb::FloatGrid>(base);
+    openvdb::tools::VolumeToMesh mesher(iso, adaptiveValue, /*relaxDisorientedTriangles=*/true);
+    mesher(*grid);
+
+    // The object stands where the grid stands at unit scale; its points keep
+    // the size of the world.
+    const Matrix m = volume.GetGridTransform();
+    const Vector lengths = m.GetScale();
+    if (lengths.x == 0.0 || lengths.y == 0.0 || lengths.z == 0.0) return zta::IllegalStateError("degenerated grid");
+    const Matrix unit = m * zta::MatrixScale({1.0 / lengths.x, 1.0 / lengths.y, 1.0 / lengths.z});
+    const Matrix toObject = unit.Det() == 0.0 ? Matrix() : unit.GetInverse();
+
+    auto object = BuildPolygonObject(mesher, toObject, adaptiveValue > 0.0);
+    if (!object) return object.GetError();
+    object.GetValue()->SetMg(unit);
+    return object;
+  } catch (const openvdb::Exception& e) {
+    return zta::UnexpectedError(zta::FormatString("Exception in mesher: @", e.what()));
+  } catch (...) {
+    return zta::OutOfMemoryError();
+  }
+}
+
+}  // namespace zelmar

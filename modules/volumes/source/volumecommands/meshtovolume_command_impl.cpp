@@ -1,0 +1,83 @@
+// net.zelmar.command.volumes.meshtovolume: MeshToVolume of each polygon input.
+#include <cmath>
+
+#include "host/objects/polygonobject.h"
+#include "modules/volumes/source/volumecommands/volumecommand.h"
+
+namespace zelmar {
+
+namespace {
+
+class MeshToVolumeCommand final : public PerInputCommand {
+ public:
+  using PerInputCommand::PerInputCommand;
+
+ protected:
+  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
+                      const zta::BaseObject& input, Int32 index) const override {
+    if (input.GetType() != zta::HOST_TYPE_POLYGON) return zta::IllegalArgumentError("object needs to be a polygon object");
+    const auto& mesh = static_cast<const zta::PolygonObject&>(input);
+
+    std::vector<Vector> vertices;
+    std::vector<VolumeConversionPolygon> polygons;
+    try {
+      // The operator takes world positions and maps them through the inverse of
+      // the grid frame, which stands in the object's frame.
+      const Vector* points = mesh.GetPointR();
+      const Matrix mg = mesh.GetMg();
+      vertices.reserve(size_t(mesh.GetPointCount()));
+      for (zta::Int32 i = 0; i < mesh.GetPointCount(); ++i) vertices.push_back(mg * points[i]);
+      const zta::CPolygon* polys = mesh.GetPolygonR();
+      polygons.reserve(size_t(mesh.GetPolygonCount()));
+      for (zta::Int32 i = 0; i < mesh.GetPolygonCount(); ++i) {
+        const zta::CPolygon& p = polys[i];
+        // The host marks a triangle by c == d, the operator by d == TRIANGLE.
+        polygons.push_back({uint32_t(p.a), uint32_t(p.b), uint32_t(p.c),
+                            p.IsTriangle() ? VolumeConversionPolygon::TRIANGLE : uint32_t(p.d)});
+      }
+    } catch (const std::bad_alloc&) {
+      return zta::OutOfMemoryError();
+    }
+
+    const double gridSize = settings.GetFloat(MESHTOVOLUME_GRIDSIZE);
+    int32_t interior = settings.GetInt32(MESHTOVOLUME_INTERIORBAND);
+    if (settings.GetBool(MESHTOVOLUME_USEINTERIORDISTANCE) && gridSize > 0.0) {
+      // Enough voxels to reach the distance inward, and one more.
+      const double band = std::trunc(settings.GetFloat(MESHTOVOLUME_INTERIORDISTANCE) / gridSize + 1.0);
+      interior = band >= double(VolumeToolsInterface::kFillInteriorBand) ? VolumeToolsInterface::kFillInteriorBand
+                                                                          : int32_t(std::max(band, 1.0));
+    }
+    const std::optional<Matrix> transform = settings.GetMatrix(MESHTOVOLUME_TRANSFORM);
+    auto volume = VolumeToolsInterface::MeshToVolume(
+        vertices, polygons, mesh.GetMg(), gridSize, interior, settings.GetInt32(MESHTOVOLUME_EXTERIORBAND), thread,
+        POLYGONCONVERSIONFLAGS(settings.GetInt32(MESHTOVOLUME_FLAGS)), transform ? &*transform : nullptr);
+    if (!volume) return volume.GetError();
+    return AddVolumeResult(data, *volume, {index});
+  }
+};
+
+}  // namespace
+
+VolumeCommandEntry MeshToVolumeCommandEntry() {
+  return MakeCommandEntry<MeshToVolumeCommand>(
+      {kMeshToVolumeCommand,
+       "meshtovolume",
+       "polygon objects, each where its global matrix puts it",
+       {
+           {MESHTOVOLUME_GRIDSIZE, "gridsize", COMMANDVALUETYPE::FLOAT, 0.1, "voxel size"},
+           {MESHTOVOLUME_INTERIORBAND, "interiorband", COMMANDVALUETYPE::INT32, zta::Int32(3),
+            "half width inside, in voxels; 2147483647 fills the inside"},
+           {MESHTOVOLUME_EXTERIORBAND, "exteriorband", COMMANDVALUETYPE::INT32, zta::Int32(3),
+            "half width outside, in voxels"},
+           {MESHTOVOLUME_FLAGS, "flags", COMMANDVALUETYPE::INT32, zta::Int32(0),
+            "1 unsigned distance, 2 keep intersecting voxels, 4 no renormalization, 8 no band trimming"},
+           {MESHTOVOLUME_TRANSFORM, "transform", COMMANDVALUETYPE::MATRIX, zta::GeData(),
+            "creation transform, whose scale decides the voxel size"},
+           {MESHTOVOLUME_USEINTERIORDISTANCE, "useinteriordistance", COMMANDVALUETYPE::BOOL, false,
+            "take the interior band from interiordistance"},
+           {MESHTOVOLUME_INTERIORDISTANCE, "interiordistance", COMMANDVALUETYPE::FLOAT, 0.0,
+            "how far inward the band reaches, in world units"},
+       }});
+}
+
+}  // namespace zelmar

@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+#include <openvdb/tools/LevelSetSphere.h>
+#include <openvdb/tools/VolumeToMesh.h>
+
+#include <cmath>
+#include <numbers>
+
+#include "host/objects/polygonobject.h"
+#include "host/objects/uvwtag.h"
+#include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetools.h"
+
+namespace {
+
+using zelmar::Volume;
+using zelmar::VolumeToolsInterface;
+using zta::CPolygon;
+using zta::Matrix;
+using zta::PolygonObject;
+using zta::Vector;
+
+Volume Sphere(double radius, double voxel, const Vector& centre = {}) {
+  auto r = VolumeToolsInterface::CreateSphereVolume(radius, centre, voxel, 3, nullptr, nullptr);
+  EXPECT_TRUE(r.IsOk());
+  return *r;
+}
+
+std::unique_ptr<PolygonObject> Mesh(const Volume& v, double iso = 0.0, double adaptivity = 0.0) {
+  auto r = VolumeToolsInterface::VolumeToMesh(v, iso, adaptivity);
+  EXPECT_TRUE(r.IsOk()) << (r ? "" : r.GetError().GetMessage());
+  return r ? std::move(r.GetValue()) : nullptr;
+}
+
+// Signed volume of the closed mesh by the right-hand rule, in world units.
+double SignedVolume(const PolygonObject& op) {
+  const Matrix mg = op.GetMg();
+  const Vector* p = op.GetPointR();
+  double sum = 0.0;
+  for (int i = 0; i < op.GetPolygonCount(); ++i) {
+    const CPolygon& q = op.GetPolygonR()[i];
+    const Vector a = mg * p[q.a], b = mg * p[q.b], c = mg * p[q.c], d = mg * p[q.d];
+    sum += zta::Dot(a, zta::Cross(b, c)) / 6.0;
+    if (!q.IsTriangle()) sum += zta::Dot(a, zta::Cross(c, d)) / 6.0;
+  }
+  return sum;
+}
+
+const zta::UVWTag* UVs(const PolygonObject& op) {
+  return static_cast<const zta::UVWTag*>(op.GetTag(zta::HOST_TAG_UVW));
+}
+
+// Whether `got` is `want` read from some corner on.
+bool SameCycle(const CPolygon& got, const std::array<uint32_t, 4>& want) {
+  for (int s = 0; s < 4; ++s) {
+    bool same = true;
+    for (int k = 0; k < 4; ++k) same = same && uint32_t(got[k]) == want[size_t((s + k) % 4)];
+    if (same) return true;
+  }
+  return false;
+}
+
+TEST(VolumeToMesh, SphereBecomesClosedMeshWithOutwardWindingAndUVs) {
+  const Volume sphere = Sphere(1.0, 0.05, {0.5, -1.0, 2.0});
+  auto op = Mesh(sphere);
+  ASSERT_TRUE(op);
+
+  // Exactly OpenVDB's surface, with the winding turned.
+  openvdb::tools::VolumeToMesh mesher(0.0, 0.0);
+  mesher(*openvdb::gridPtrCast<openvdb::FloatGrid>(zelmar::VolumeImpl::GetGrid(sphere)));
+  ASSERT_EQ(size_t(op->GetPointCount()), mesher.pointListSize());
+  size_t quads = 0, triangles = 0;
+  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n) {
+    quads += mesher.polygonPoolList()[n].numQuads();
+    triangles += mesher.polygonPoolList()[n].numTriangles();
+  }
+  ASSERT_EQ(size_t(op->GetPolygonCount()), quads + triangles);
+  const openvdb::Vec4I& q0 = mesher.polygonPoolList()[0].quad(0);
+  EXPECT_EQ(op->GetPolygonR()[0], CPolygon(q0[0], q0[3], q0[2], q0[1]));
+  for (int i = 0; i < op->GetPointCount(); ++i) {
+    const openvdb::Vec3s& p = mesher.pointList()[size_t(i)];
+    ASSERT_NEAR((op->GetMg() * op->GetPointR()[i] - Vector(p[0], p[1], p[2])).GetLength(), 0.0, 1e-6);
+  }
+
+  // Outward by the right-hand rule, where the sphere is, of its size.
+  EXPECT_NEAR(SignedVolume(*op), 4.0 / 3.0 * std::numbers::pi, 0.05);
+  EXPECT_EQ(op->GetMg().off, Vector(0, 0, 0));
+  for (int i = 0; i < op->GetPointCount(); i += 7)
+    EXPECT_NEAR((op->GetPointR()[i] - Vector(0.5, -1.0, 2.0)).GetLength(), 1.0, 0.01);
+
+  // One UV set per polygon: a spherical projection about the mesh's centre.
+  const zta::UVWTag* uvw = UVs(*op);
+  ASSERT_TRUE(uvw);
+  ASSERT_EQ(uvw->GetDataCount(), op->GetPolygonCount());
+  for (int i = 0; i < op->GetPolygonCount(); ++i) {
+    const CPolygon& poly = op->GetPolygonR()[i];
+    const zta::UVWStruct uv = uvw->Get(i);
+    const Vector corners[4] = {uv.a, uv.b, uv.c, uv.d};
+    for (int k = 0; k < 4; ++k) {
+      const Vector rel = op->GetPointR()[poly[k]] - Vector(0.5, -1.0, 2.0);
+      const Vector& t = corners[k];
+      ASSERT_GE(t.y, 0.0);
+      ASSERT_LE(t.y, 1.0);
+      EXPECT_EQ(t.z, 0.0);
+      if (t.x == 1e10) continue;  // a pole
+      ASSERT_GE(t.x, 0.0);
+      ASSERT_LE(t.x, 1.0);
+      // Upper half at the top of the texture, back half in its right half.
+      if (rel.y > 0.05) {
+        EXPECT_LT(t.y, 0.5);
+      } else if (rel.y < -0.05) {
+        EXPECT_GT(t.y, 0.5);
+      }
+      if (rel.z > 0.05) {
+        EXPECT_LT(t.x, 0.5);
+      } else if (rel.z < -0.05) {
+        EXPECT_GT(t.x, 0.5);
+      }
+    }
+  }
+}
+
+TEST(VolumeToMesh, RotatedGridGivesRotatedObjectAtUnitScale) {
+  Volume sphere = Sphere(1.0, 0.1);
+  Matrix t = zta::MatrixRotY(0.6) * zta::MatrixScale({0.1, 0.1, 0.1});
+  t.off = {3, 0, 1};
+  sphere.SetGridTransform(t);
+  auto op = Mesh(sphere);
+  ASSERT_TRUE(op);
+  const Matrix mg = op->GetMg();
+  EXPECT_NEAR(mg.v1.GetLength(), 1.0, 1e-12);
+  EXPECT_NEAR(mg.v3.GetLength(), 1.0, 1e-12);
+  EXPECT_NEAR((mg.v1 - zta::MatrixRotY(0.6).v1).GetLength(), 0.0, 1e-12);
+  EXPECT_EQ(mg.off, Vector(3, 0, 1));
+  // The points carry the world size: a sphere of radius one about the object's origin.
+  double far = 0.0;
+  for (int i = 0; i < op->GetPointCount(); ++i) far = std::max(far, op->GetPointR()[i].GetLength());
+  EXPECT_NEAR(far, 1.0, 0.02);
+  EXPECT_GT(SignedVolume(*op), 4.0);
+}
+
+TEST(VolumeToMesh, AdaptivityKeepsEachQuadButMayTurnItsDiagonal) {
+  auto platonic = VolumeToolsInterface::CreatePlatonicVolume(8, 1.0, {}, 0.02, 3, nullptr, nullptr);
+  ASSERT_TRUE(platonic.IsOk());
+  const auto grid = openvdb::gridPtrCast<openvdb::FloatGrid>(zelmar::VolumeImpl::GetGrid(*platonic));
+  for (double adaptivity : {0.0, 0.9}) {
+    SCOPED_TRACE(adaptivity);
+    auto op = Mesh(*platonic, 0.0, adaptivity);
+    ASSERT_TRUE(op);
+    openvdb::tools::VolumeToMesh mesher(0.0, adaptivity);
+    mesher(*grid);
+    size_t i = 0, turned = 0;
+    for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n) {
+      const auto& pool = mesher.polygonPoolList()[n];
+      for (size_t k = 0; k < pool.numQuads(); ++k, ++i) {
+        const openvdb::Vec4I& q = pool.quad(k);
+        const CPolygon& got = op->GetPolygonR()[i];
+        ASSERT_TRUE(SameCycle(got, {q[0], q[3], q[2], q[1]}));
+        if (got != CPolygon(q[0], q[3], q[2], q[1])) ++turned;
+      }
+      for (size_t k = 0; k < pool.numTriangles(); ++k, ++i) {
+        const openvdb::Vec3I& t = pool.triangle(k);
+        ASSERT_EQ(op->GetPolygonR()[i], CPolygon(t[2], t[1], t[0], t[0]));
+        const zta::UVWStruct uv = UVs(*op)->Get(int(i));
+        EXPECT_EQ(uv.d, uv.c);
+      }
+    }
+    if (adaptivity == 0.0) {
+      EXPECT_EQ(turned, 0u);
+    }
+    EXPECT_GT(SignedVolume(*op), 0.0);
+  }
+  EXPECT_LT(Mesh(*platonic, 0.0, 0.9)->GetPolygonCount(), Mesh(*platonic, 0.0, 0.0)->GetPolygonCount() / 2);
+}
+
+TEST(VolumeToMesh, OtherInputs) {
+  // A reference with no volume behind it, and a volume without grid.
+  auto r = VolumeToolsInterface::VolumeToMesh(Volume(), 0.0, 0.0);
+  ASSERT_TRUE(r.IsError());
+  EXPECT_EQ(r.GetError().GetMessage(), "volume is not initialized");
+  auto empty = Volume::Create();
+  ASSERT_TRUE(empty.IsOk());
+  r = VolumeToolsInterface::VolumeToMesh(*empty, 0.0, 0.0);
+  ASSERT_TRUE(r.IsError());
+  EXPECT_EQ(r.GetError().GetMessage(), "volume has no grid attached");
+
+  // Grids that are not float are passed over without an error.
+  auto dbl = zelmar::MakeVolume(openvdb::tools::createLevelSetSphere<openvdb::DoubleGrid>(1.0, {}, 0.1));
+  ASSERT_TRUE(dbl.IsOk());
+  r = VolumeToolsInterface::VolumeToMesh(*dbl, 0.0, 0.0);
+  ASSERT_TRUE(r.IsOk());
+  EXPECT_FALSE(r.GetValue());
+
+  // An iso value that no voxel reaches: an empty object, still with its tag.
+  auto none = Mesh(Sphere(1.0, 0.1), 5.0);
+  ASSERT_TRUE(none);
+  EXPECT_EQ(none->GetPointCount(), 0);
+  EXPECT_EQ(none->GetPolygonCount(), 0);
+  ASSERT_TRUE(UVs(*none));
+  EXPECT_EQ(UVs(*none)->GetDataCount(), 0);
+
+  // A positive iso value inside the band grows the surface by that distance.
+  auto grown = Mesh(Sphere(1.0, 0.05), 0.1);
+  ASSERT_TRUE(grown);
+  EXPECT_NEAR(grown->GetPointR()[0].GetLength(), 1.1, 0.01);
+}
+
+}  // namespace
