@@ -1,6 +1,8 @@
 // .vdb files and streams: round trips, the mirror and scale, metadata, grid
 // selection, point data grids and bad input.
 #include <gtest/gtest.h>
+
+#include <random>
 #include <openvdb/io/File.h>
 #include <openvdb/points/PointConversion.h>
 #include <openvdb/tools/LevelSetSphere.h>
@@ -287,6 +289,32 @@ TEST(Files, FastMirrorEqualsTheGridTransformer) {
   auto twice = openvdb::gridPtrCast<openvdb::FloatGrid>(MirrorGridIndexZ(fastFog));
   for (auto it = fog->cbeginValueOn(); it; ++it) ASSERT_EQ(twice->tree().getValue(it.getCoord()), *it);
   EXPECT_EQ(twice->activeVoxelCount(), fog->activeVoxelCount());
+
+  // Tiles stacked along z with unlike values, and a large tile next to a small one.
+  auto tiles = openvdb::FloatGrid::create(0.0f);
+  tiles->tree().addTile(1, openvdb::Coord(0, 0, 0), 0.5f, true);
+  tiles->tree().addTile(1, openvdb::Coord(0, 0, 8), 0.75f, true);
+  tiles->tree().addTile(1, openvdb::Coord(8, 0, 8), 0.25f, false);
+  tiles->tree().addTile(2, openvdb::Coord(128, 0, 0), 1.0f, true);
+  tiles->tree().addTile(1, openvdb::Coord(128, 0, 128), 2.0f, true);
+  ExpectMirrored(*tiles, *openvdb::gridPtrCast<openvdb::FloatGrid>(MirrorGridIndexZ(tiles)));
+
+  // Vector and bit-packed values, scattered over leaf borders, some switched off.
+  std::mt19937 random(7);
+  std::uniform_int_distribution<int> at(-12, 12);
+  auto vectors = openvdb::Vec3SGrid::create(openvdb::Vec3s(1, 2, 3));
+  auto bits = openvdb::BoolGrid::create(false);
+  for (int n = 0; n < 2000; ++n) {
+    const openvdb::Coord c(at(random), at(random), at(random));
+    vectors->tree().setValue(c, openvdb::Vec3s(float(c.x()), float(c.y()), float(n)));
+    bits->tree().setValue(c, n % 3 != 0);
+    if (n % 5 == 0) {
+      vectors->tree().setValueOff(c);
+      bits->tree().setValueOff(c);
+    }
+  }
+  ExpectMirrored(*vectors, *openvdb::gridPtrCast<openvdb::Vec3SGrid>(MirrorGridIndexZ(vectors)));
+  ExpectMirrored(*bits, *openvdb::gridPtrCast<openvdb::BoolGrid>(MirrorGridIndexZ(bits)));
 }
 
 TEST(Files, GridsComeInNameOrderAndRepeatedNamesStayApart) {

@@ -1,10 +1,11 @@
 #include "modules/volumes/source/helper/vdbmirror.h"
 
 #include <openvdb/tools/Prune.h>
-#include <openvdb/tree/LeafManager.h>
 #include <tbb/parallel_for.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <type_traits>
 #include <vector>
 
 #include "modules/volumes/source/helper/gridtypes.h"
@@ -13,17 +14,111 @@ namespace zelmar {
 
 namespace {
 
+// One z-row of a leaf's value mask is a byte (bit z). The mirror puts the
+// source's slices 1..7 at 7..1 of the leaf below and slice 0 at slice 0 of
+// the leaf above, so per byte: reversed bits moved up by one, plus bit 0.
+inline uint64_t ReverseBitsOfEachByte(uint64_t w) {
+  w = ((w >> 1) & 0x5555555555555555ull) | ((w & 0x5555555555555555ull) << 1);
+  w = ((w >> 2) & 0x3333333333333333ull) | ((w & 0x3333333333333333ull) << 2);
+  w = ((w >> 4) & 0x0F0F0F0F0F0F0F0Full) | ((w & 0x0F0F0F0F0F0F0F0Full) << 4);
+  return w;
+}
+
+// What stands in place of a source leaf that does not exist: one tile or
+// background value over the whole leaf.
+template <typename ValueT>
+struct Uniform {
+  ValueT value;
+  bool on;
+  bool operator==(const Uniform& o) const { return on == o.on && value == o.value; }
+};
+
+template <typename TreeT>
+Uniform<typename TreeT::ValueType> ProbeUniform(const openvdb::tree::ValueAccessor<const TreeT>& acc,
+                                               const openvdb::Coord& c) {
+  Uniform<typename TreeT::ValueType> u{};
+  u.on = acc.probeValue(c, u.value);
+  return u;
+}
+
+// The leaf at `d` of the mirrored tree: its slices 1..7 are the reversed
+// slices 7..1 of the source leaf below (or that leaf's uniform stand-in),
+// slice 0 is slice 0 of the source leaf above.
+template <typename LeafT>
+LeafT* MirroredLeaf(const openvdb::Coord& d, const typename LeafT::ValueType& background, const LeafT* below,
+                    const LeafT* above, const Uniform<typename LeafT::ValueType>& belowTile,
+                    const Uniform<typename LeafT::ValueType>& aboveTile) {
+  using ValueT = typename LeafT::ValueType;
+  constexpr int DIM = int(LeafT::DIM);
+  auto* leaf = new LeafT(d, background);
+  if constexpr (std::is_same_v<ValueT, bool> || std::is_same_v<ValueT, openvdb::ValueMask>) {
+    // Bit-packed values: voxel by voxel.
+    for (openvdb::Index to = 0; to < LeafT::SIZE; ++to) {
+      const int z = int(to & (DIM - 1));
+      const openvdb::Index at = (to & ~openvdb::Index(DIM - 1)) | openvdb::Index(z == 0 ? 0 : DIM - z);
+      const LeafT* from = z == 0 ? above : below;
+      const auto& tile = z == 0 ? aboveTile : belowTile;
+      leaf->setValueOnly(to, from ? from->getValue(at) : tile.value);
+      leaf->setActiveState(to, from ? from->isValueOn(at) : tile.on);
+    }
+  } else {
+    ValueT* values = leaf->buffer().data();
+    const ValueT* b = below ? below->buffer().data() : nullptr;
+    const ValueT* a = above ? above->buffer().data() : nullptr;
+    for (openvdb::Index row = 0; row < LeafT::SIZE; row += DIM) {
+      values[row] = a ? a[row] : aboveTile.value;
+      if (b) {
+        for (int z = 1; z < DIM; ++z) values[row + z] = b[row + DIM - z];
+      } else {
+        for (int z = 1; z < DIM; ++z) values[row + z] = belowTile.value;
+      }
+    }
+    auto& mask = leaf->getValueMask();
+    for (openvdb::Index w = 0; w < LeafT::NodeMaskType::WORD_COUNT; ++w) {
+      const uint64_t bw =
+          below ? below->getValueMask().template getWord<uint64_t>(w) : (belowTile.on ? ~uint64_t(0) : 0);
+      const uint64_t aw =
+          above ? above->getValueMask().template getWord<uint64_t>(w) : (aboveTile.on ? ~uint64_t(0) : 0);
+      mask.template getWord<uint64_t>(w) =
+          ((ReverseBitsOfEachByte(bw) << 1) & 0xFEFEFEFEFEFEFEFEull) | (aw & 0x0101010101010101ull);
+    }
+  }
+  return leaf;
+}
+
 template <typename GridT>
 typename GridT::Ptr Mirror(const GridT& in) {
   using TreeT = typename GridT::TreeType;
   using LeafT = typename TreeT::LeafNodeType;
+  using ValueT = typename TreeT::ValueType;
+  using Accessor = openvdb::tree::ValueAccessor<const TreeT>;
   constexpr int DIM = int(LeafT::DIM);
+  static_assert(DIM == 8, "row and mask-word copies assume leaves of 8^3 voxels");
   const TreeT& src = in.tree();
   typename GridT::Ptr out = in.copyWithNewTree();
   TreeT& dst = out->tree();
 
-  // Tiles first: their mirrored boxes need not be leaf-aligned, and the leaves
-  // added below replace any partial leaf that a fill created.
+  // A leaf slot at d (8-aligned in z) of the result takes source z from
+  // -d-7 to -d: all but the lowest slice of the source slot at -d-8, and the
+  // lowest slice of the slot at -d. Each source leaf thus feeds two slots.
+  // A slot fed from below is named by that leaf alone; one fed only from
+  // above, by the leaf above when none lies under it.
+  std::vector<openvdb::Coord> origins;
+  origins.reserve(src.leafCount() * 2);
+  {
+    Accessor acc(src);
+    for (auto leaf = src.cbeginLeaf(); leaf; ++leaf) {
+      const openvdb::Coord o = leaf->origin();
+      origins.emplace_back(o.x(), o.y(), -o.z() - DIM);
+      if (!acc.probeConstLeaf(o.offsetBy(0, 0, -DIM))) origins.emplace_back(o.x(), o.y(), -o.z());
+    }
+  }
+
+  // A source tile of N^3 at z0 covers the slots from -z0-N+8 to -z0-8 of the
+  // result whole, which stay tiles; only its two end slots mix with what lies
+  // next to it along z. Filling the whole mirrored box instead would break
+  // every tile into leaves.
+  std::vector<openvdb::Coord> edges;
   {
     auto tile = src.cbeginValueAll();
     tile.setMaxDepth(TreeT::ValueAllCIter::LEAF_DEPTH - 1);
@@ -31,53 +126,52 @@ typename GridT::Ptr Mirror(const GridT& in) {
       if (!tile.isValueOn() && *tile == src.background()) continue;
       openvdb::CoordBBox box;
       tile.getBoundingBox(box);
-      const openvdb::CoordBBox mirrored(openvdb::Coord(box.min().x(), box.min().y(), -box.max().z()),
-                                        openvdb::Coord(box.max().x(), box.max().y(), -box.min().z()));
-      dst.fill(mirrored, *tile, tile.isValueOn());
+      const int n = box.dim().z(), z0 = box.min().z();
+      if (n > DIM) {
+        dst.fill(openvdb::CoordBBox(openvdb::Coord(box.min().x(), box.min().y(), -z0 - n + DIM),
+                                    openvdb::Coord(box.max().x(), box.max().y(), -z0 - 1)),
+                 *tile, tile.isValueOn());
+      }
+      for (int x = box.min().x(); x <= box.max().x(); x += DIM) {
+        for (int y = box.min().y(); y <= box.max().y(); y += DIM) {
+          edges.emplace_back(x, y, -z0 - n);
+          edges.emplace_back(x, y, -z0);
+        }
+      }
+    }
+  }
+  std::sort(edges.begin(), edges.end());
+  edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+  // Edge slots between two uniform regions (the others are built from their
+  // leaves below): a tile where both agree.
+  {
+    Accessor acc(src);
+    for (const openvdb::Coord& d : edges) {
+      if (acc.probeConstLeaf(openvdb::Coord(d.x(), d.y(), -d.z() - DIM)) ||
+          acc.probeConstLeaf(openvdb::Coord(d.x(), d.y(), -d.z())))
+        continue;
+      const auto belowTile = ProbeUniform(acc, openvdb::Coord(d.x(), d.y(), -d.z() - DIM));
+      const auto aboveTile = ProbeUniform(acc, openvdb::Coord(d.x(), d.y(), -d.z()));
+      if (belowTile == aboveTile) {
+        if (belowTile.on || !(belowTile.value == src.background())) dst.addTile(1, d, belowTile.value, belowTile.on);
+      } else {
+        dst.addLeaf(MirroredLeaf<LeafT>(d, src.background(), nullptr, nullptr, belowTile, aboveTile));
+      }
     }
   }
 
-  // Each source leaf with origin z0 lands in the leaves at -z0-DIM (its slices
-  // 1..DIM-1) and -z0 (its slice 0).
-  std::vector<openvdb::Coord> origins;
-  origins.reserve(src.leafCount() * 2);
-  for (auto leaf = src.cbeginLeaf(); leaf; ++leaf) {
-    const openvdb::Coord o = leaf->origin();
-    origins.emplace_back(o.x(), o.y(), -o.z() - DIM);
-    origins.emplace_back(o.x(), o.y(), -o.z());
-  }
-  std::sort(origins.begin(), origins.end());
-  origins.erase(std::unique(origins.begin(), origins.end()), origins.end());
-
   std::vector<LeafT*> leaves(origins.size(), nullptr);
   tbb::parallel_for(tbb::blocked_range<size_t>(0, origins.size(), 64), [&](const tbb::blocked_range<size_t>& r) {
-    openvdb::tree::ValueAccessor<const TreeT> acc(src);
+    Accessor acc(src);
     for (size_t n = r.begin(); n != r.end(); ++n) {
       const openvdb::Coord d = origins[n];
-      auto* leaf = new LeafT(d, src.background());
-      // Source leaves holding -d.z-DIM+1 .. -d.z (slices DIM-1 .. 0 of the new leaf).
-      const LeafT* below = acc.probeConstLeaf(openvdb::Coord(d.x(), d.y(), -d.z() - DIM));
-      const LeafT* above = acc.probeConstLeaf(openvdb::Coord(d.x(), d.y(), -d.z()));
-      for (int x = 0; x < DIM; ++x) {
-        for (int y = 0; y < DIM; ++y) {
-          for (int z = 0; z < DIM; ++z) {
-            const openvdb::Index to = LeafT::coordToOffset(openvdb::Coord(x, y, z));
-            const LeafT* from = z == 0 ? above : below;
-            if (from) {
-              const openvdb::Index at = LeafT::coordToOffset(openvdb::Coord(x, y, z == 0 ? 0 : DIM - z));
-              leaf->setValueOnly(to, from->getValue(at));
-              leaf->setActiveState(to, from->isValueOn(at));
-            } else {
-              const openvdb::Coord c(d.x() + x, d.y() + y, -(d.z() + z));
-              typename TreeT::ValueType v;
-              const bool on = acc.probeValue(c, v);
-              leaf->setValueOnly(to, v);
-              leaf->setActiveState(to, on);
-            }
-          }
-        }
-      }
-      leaves[n] = leaf;
+      const openvdb::Coord belowOrigin(d.x(), d.y(), -d.z() - DIM), aboveOrigin(d.x(), d.y(), -d.z());
+      const LeafT* below = acc.probeConstLeaf(belowOrigin);
+      const LeafT* above = acc.probeConstLeaf(aboveOrigin);
+      const Uniform<ValueT> none{src.background(), false};
+      leaves[n] = MirroredLeaf<LeafT>(d, src.background(), below, above,
+                                      below ? none : ProbeUniform(acc, belowOrigin),
+                                      above ? none : ProbeUniform(acc, aboveOrigin));
     }
   });
   for (LeafT* leaf : leaves) dst.addLeaf(leaf);
