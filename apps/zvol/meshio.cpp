@@ -329,7 +329,7 @@ FileMesh ToFile(const zta::PolygonObject& op) {
     const CPolygon& p = op.GetPolygonR()[i];
     if (p.a < 0 || p.b < 0 || p.c < 0 || p.d < 0 || p.a >= n || p.b >= n || p.c >= n || p.d >= n)
       throw Failure(zta::FormatString("Index @ of polygon @ is out of bounds", std::max({p.a, p.b, p.c, p.d}), i));
-    const zta::UVWStruct uv = withUV ? tag->GetDataAddressR()[i] : zta::UVWStruct{};
+    const zta::UVWStruct uv = withUV ? tag->Get(zta::Int32(i)) : zta::UVWStruct{};
     if (p.IsTriangle()) {
       fm.polys[size_t(i)] = {p.a, p.c, p.b, p.b};
       fm.sizes[size_t(i)] = 3;

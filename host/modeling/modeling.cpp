@@ -170,7 +170,8 @@ Result<void> Optimize(PolygonObject& op, const BaseContainer& bc) {
     out[i] = CPolygon(newIndex[size_t(q.a)], newIndex[size_t(q.b)], newIndex[size_t(q.c)], newIndex[size_t(q.d)]);
   }
   for (auto& [tag, data] : uvws)
-    if (tag->Resize(Int32(data.size()))) std::copy(data.begin(), data.end(), tag->GetDataAddressW());
+    if (tag->Resize(Int32(data.size())))
+      for (size_t i = 0; i < data.size(); ++i) tag->Set(Int32(i), data[i]);
   for (auto& [tag, data] : maps)
     if (tag->Resize(Int32(data.size()))) std::copy(data.begin(), data.end(), tag->GetDataAddressW());
   op.SetDirty(DIRTYFLAGS_DATA);

@@ -52,12 +52,12 @@ std::unique_ptr<UVWTag> UVWTag::Alloc(Int32 polygonCount) {
 
 void UVWTag::Set(Int32 i, const UVWStruct& uvw) {
   if (i < 0 || i >= GetDataCount()) return;
-  GetDataAddressW()[i] = uvw;
+  GetDataAddressW()[i] = UVWStruct32(uvw);
 }
 
 UVWStruct UVWTag::Get(Int32 i) const {
   if (i < 0 || i >= GetDataCount()) return {};
-  return GetDataAddressR()[i];
+  return GetDataAddressR()[i].Widen();
 }
 
 std::unique_ptr<VertexMapTag> VertexMapTag::Alloc(Int32 pointCount) {

@@ -1,5 +1,6 @@
 #pragma once
 // BaseTag: a node attached to a BaseObject, in the object's tag list.
+#include <cstddef>
 #include <memory>
 
 #include "host/scene/baselist2d.h"
@@ -28,6 +29,12 @@ class BaseTag : public BaseList2D {
   friend std::unique_ptr<BaseTag> AllocPluginTag(Int32 type);
 };
 
+// Frees a record block the way it was allocated, which depends on its size.
+struct TagBytesFree {
+  size_t size = 0;
+  void operator()(unsigned char* p) const;
+};
+
 // A tag that holds one fixed-size record per point or polygon of its object.
 class VariableTag : public BaseTag {
  public:
@@ -48,7 +55,9 @@ class VariableTag : public BaseTag {
  private:
   Int32 elementSize_;
   Int32 count_ = 0;
-  std::unique_ptr<unsigned char[]> bytes_;
+  using Bytes = std::unique_ptr<unsigned char, TagBytesFree>;
+  static Bytes AllocZeroed(size_t size);
+  Bytes bytes_;
 };
 
 }  // namespace zta

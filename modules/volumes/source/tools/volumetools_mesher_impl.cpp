@@ -1,6 +1,7 @@
 // Float grids to polygon objects.
 #include <openvdb/tools/VolumeToMesh.h>
 #include <tbb/combinable.h>
+#include <tbb/parallel_for.h>
 
 #include <cmath>
 #include <functional>
@@ -131,33 +132,44 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::to
   });
 
   // OpenVDB winds its polygons the other way round from the host.
+  // Pools are written side by side, each from its offset in the pool order.
   CPolygon* polygons = object->GetPolygonW();
-  size_t out = 0;
-  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n) {
-    const openvdb::tools::PolygonPool& pool = pools[n];
-    for (size_t i = 0; i < pool.numQuads(); ++i) {
-      const openvdb::Vec4I& q = pool.quad(i);
-      if (adaptive && FoldsOnDiagonal(points, q)) polygons[out++] = CPolygon(Int32(q[3]), Int32(q[2]), Int32(q[1]), Int32(q[0]));
-      else polygons[out++] = CPolygon(Int32(q[0]), Int32(q[3]), Int32(q[2]), Int32(q[1]));
+  std::vector<size_t> firsts(mesher.polygonPoolListSize() + 1, 0);
+  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n)
+    firsts[n + 1] = firsts[n] + pools[n].numQuads() + pools[n].numTriangles();
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, mesher.polygonPoolListSize()), [&](const tbb::blocked_range<size_t>& r) {
+    for (size_t n = r.begin(); n != r.end(); ++n) {
+      const openvdb::tools::PolygonPool& pool = pools[n];
+      size_t out = firsts[n];
+      for (size_t i = 0; i < pool.numQuads(); ++i) {
+        const openvdb::Vec4I& q = pool.quad(i);
+        if (adaptive && FoldsOnDiagonal(points, q))
+          polygons[out++] = CPolygon(Int32(q[3]), Int32(q[2]), Int32(q[1]), Int32(q[0]));
+        else
+          polygons[out++] = CPolygon(Int32(q[0]), Int32(q[3]), Int32(q[2]), Int32(q[1]));
+      }
+      for (size_t i = 0; i < pool.numTriangles(); ++i) {
+        const openvdb::Vec3I& t = pool.triangle(i);
+        polygons[out++] = CPolygon(Int32(t[2]), Int32(t[1]), Int32(t[0]), Int32(t[0]));
+      }
     }
-    for (size_t i = 0; i < pool.numTriangles(); ++i) {
-      const openvdb::Vec3I& t = pool.triangle(i);
-      polygons[out++] = CPolygon(Int32(t[2]), Int32(t[1]), Int32(t[0]), Int32(t[0]));
-    }
-  }
+  });
   object->Message(kMsgUpdate);
   object->SetDirty(zta::DIRTYFLAGS_DATA);
 
   std::unique_ptr<zta::UVWTag> uvw = zta::UVWTag::Alloc(Int32(polygonCount));
   if (!uvw) return zta::OutOfMemoryError("could not create uv tag");
-  zta::UVWStruct* uvs = uvw->GetDataAddressW();
+  zta::UVWStruct32* uvs = uvw->GetDataAddressW();
   const Box cube = CubeAround(PointBounds(points, Int64(pointCount)));
   const Vector centre = (cube.min + cube.max) * 0.5;
   // A corner's UV depends on its point alone: each point's is computed once
   // and the polygons gather them, a quarter of the trigonometry.
-  std::vector<Vector> pointUVs(pointCount);
+  std::vector<zta::Vector32> pointUVs(pointCount);
   ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
-    for (Int64 i = b; i < e; ++i) pointUVs[size_t(i)] = SphericalUV(points[i], centre);
+    for (Int64 i = b; i < e; ++i) {
+      const Vector uv = SphericalUV(points[i], centre);
+      pointUVs[size_t(i)] = zta::Vector32(float(uv.x), float(uv.y), float(uv.z));
+    }
   });
   ForRange(Int64(polygonCount), kSerialPolygonCount, [&](Int64 b, Int64 e) {
     for (Int64 i = b; i < e; ++i) {
