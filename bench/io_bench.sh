@@ -9,7 +9,7 @@ import json, sys, statistics
 runs = {}
 for b in json.load(open(sys.argv[1]))["benchmarks"]:
     if b.get("run_type") == "iteration":
-        runs.setdefault(b["run_name"], []).append(b["real_time"])
+        runs.setdefault(b["run_name"].split("/")[0], []).append(b["real_time"])
 med = {k: statistics.median(v) for k, v in runs.items()}
 for k, v in med.items():
     print(f"{k:12s} {v:9.1f} ms (median of {len(runs[k])})")

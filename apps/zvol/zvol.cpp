@@ -1,5 +1,7 @@
 #include "zvol.h"
 
+#include <tbb/parallel_for.h>
+
 #include <unistd.h>
 
 #include <atomic>
@@ -156,6 +158,33 @@ void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<
   Check(zelmar::VolumeToolsInterface::SaveVDBFile(zta::Url::FromSystemPath(out.TempPath()), 1.0, volumes, {}));
   ctx.CheckInterrupted();
   out.Commit();
+}
+
+void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what) {
+  ctx.CheckInterrupted();
+  if (!result.HasGrid()) throw Failure(what + " gave no grid");
+  SaveVolumes(ctx, path, {result});
+  ctx.Say("wrote " + path);
+}
+
+std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths) {
+  Step step(ctx, "read");
+  std::vector<zelmar::Volume> volumes(paths.size());
+  // OpenVDB reads and decompresses a file on one thread: files go side by side.
+  tbb::parallel_for(size_t(0), paths.size(), [&](size_t i) { volumes[i] = LoadVolume(paths[i]); });
+  return volumes;
+}
+
+std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b) {
+  std::vector<zelmar::Volume> both = LoadVolumes(ctx, {a, b});
+  return {std::move(both[0]), std::move(both[1])};
+}
+
+void RequireSameType(const std::string& verb, const std::string& pathA, const zelmar::Volume& a,
+                     const std::string& pathB, const zelmar::Volume& b) {
+  if (a.GetGridType() == b.GetGridType()) return;
+  throw Failure(verb + " needs two grids of one type; " + pathA + " holds " + zelmar::GridTypeName(a.GetGridType()) +
+                ", " + pathB + " holds " + zelmar::GridTypeName(b.GetGridType()));
 }
 
 }  // namespace zvol

@@ -9,6 +9,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "host/core/math.h"
@@ -124,5 +125,17 @@ CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector
 zelmar::Volume LoadVolume(const std::string& path, const std::string& grid = {});
 // Writes volumes to `path` atomically.
 void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes);
+
+// The end of a verb that makes one volume: stops when Ctrl-C came, refuses a
+// result without grid ("<what> gave no grid"), writes it and says where.
+void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what);
+
+// The first grids of several files, read side by side as one step.
+std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths);
+// The two inputs of a verb that joins a pair of volumes.
+std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b);
+// Refuses two grids of unlike value types, naming both files.
+void RequireSameType(const std::string& verb, const std::string& pathA, const zelmar::Volume& a,
+                     const std::string& pathB, const zelmar::Volume& b);
 
 }  // namespace zvol

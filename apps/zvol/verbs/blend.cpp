@@ -19,12 +19,7 @@ zvol::VerbRun Setup(CLI::App& app) {
   app.add_option("--weight", o->weight, "weight of A: 1 gives A, 0 gives B; not clamped")->required();
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o](const zvol::Context& ctx) {
-    zelmar::Volume a, b;
-    {
-      zvol::Step step(ctx, "read");
-      a = zvol::LoadVolume(o->a);
-      b = zvol::LoadVolume(o->b);
-    }
+    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b);
     const GRIDTYPE type = a.GetGridType();
     // The operator hands these back unblended; a person is told instead.
     if (type == GRIDTYPE::BOOL || type == GRIDTYPE::STRING || type == GRIDTYPE::NONE)
@@ -37,9 +32,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       zvol::Step step(ctx, "blend");
       result = zvol::Take(zelmar::VolumeToolsInterface::BlendVolumes(a, b, o->weight, ctx.thread));
     }
-    ctx.CheckInterrupted();
-    zvol::SaveVolumes(ctx, o->output, {result});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, result, "blend");
     return 0;
   };
 }

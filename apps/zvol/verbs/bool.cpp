@@ -31,17 +31,13 @@ zvol::VerbRun Setup(CLI::App& app) {
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o](const zvol::Context& ctx) {
     if (o->inputs.size() < 2) throw CLI::ValidationError("inputs", "bool needs at least two files");
-    std::vector<zelmar::Volume> volumes;
-    {
-      zvol::Step step(ctx, "read");
-      for (const auto& path : o->inputs) {
-        zelmar::Volume v = zvol::LoadVolume(path);
-        // The operator gives nothing for these, silently; a person is told why.
-        if (v.GetGridClass() != zelmar::GRIDCLASS::SDF || v.GetGridType() != zelmar::GRIDTYPE::FLOAT)
-          throw zvol::Failure(path + " holds a " + zelmar::GridClassName(v.GetGridClass()) + " grid of " +
-                              zelmar::GridTypeName(v.GetGridType()) + "; bool takes level sets of float");
-        volumes.push_back(std::move(v));
-      }
+    const std::vector<zelmar::Volume> volumes = zvol::LoadVolumes(ctx, o->inputs);
+    for (size_t i = 0; i < volumes.size(); ++i) {
+      const zelmar::Volume& v = volumes[i];
+      // The operator gives nothing for these, silently; a person is told why.
+      if (v.GetGridClass() != zelmar::GRIDCLASS::SDF || v.GetGridType() != zelmar::GRIDTYPE::FLOAT)
+        throw zvol::Failure(o->inputs[i] + " holds a " + zelmar::GridClassName(v.GetGridClass()) + " grid of " +
+                            zelmar::GridTypeName(v.GetGridType()) + "; bool takes level sets of float");
     }
     const BOOLTYPE type = kOperations.at(o->operation);
     zvol::Progress progress(ctx, o->operation);
@@ -52,8 +48,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       ctx.CheckInterrupted();
       progress.Set(double(i) / double(volumes.size() - 1));
     }
-    zvol::SaveVolumes(ctx, o->output, {result});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, result, "bool");
     return 0;
   };
 }

@@ -72,11 +72,8 @@ zvol::VerbRun Setup(CLI::App& app) {
       zvol::Step step(ctx, o->kind);
       result = Convert(ctx, *o, input);
     }
-    ctx.CheckInterrupted();
-    if (!result.HasGrid()) throw zvol::Failure(o->input + ": the conversion gave no grid");
     result.SetGridName(input.GetGridName());
-    zvol::SaveVolumes(ctx, o->output, {result});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, result, o->input + ": the conversion");
     return 0;
   };
 }

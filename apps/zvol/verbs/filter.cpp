@@ -82,9 +82,7 @@ Volume LoadMask(const std::string& path) {
 }
 
 void Finish(const zvol::Context& ctx, const Options& o, const Volume& result) {
-  ctx.CheckInterrupted();
-  zvol::SaveVolumes(ctx, o.output, {result});
-  ctx.Say("wrote " + o.output);
+  zvol::WriteResult(ctx, o.output, result, "the filter");
 }
 
 int RunSdf(const zvol::Context& ctx, const Options& o) {

@@ -51,28 +51,17 @@ zvol::VerbRun Setup(CLI::App& app) {
   app.add_option("b", o->b, "the second fog .vdb file")->required();
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o](const zvol::Context& ctx) {
-    zelmar::Volume a, b;
-    {
-      zvol::Step step(ctx, "read");
-      a = zvol::LoadVolume(o->a);
-      b = zvol::LoadVolume(o->b);
-    }
+    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b);
     CheckInput(o->a, a);
     CheckInput(o->b, b);
-    if (a.GetGridType() != b.GetGridType())
-      throw zvol::Failure(std::string("mix needs two grids of one type; ") + o->a + " holds " +
-                          zelmar::GridTypeName(a.GetGridType()) + ", " + o->b + " holds " +
-                          zelmar::GridTypeName(b.GetGridType()));
+    zvol::RequireSameType("mix", o->a, a, o->b, b);
     zelmar::Volume result;
     {
       zvol::Step step(ctx, o->operation);
       zvol::Progress progress(ctx, o->operation);
       result = zvol::Take(zelmar::VolumeToolsInterface::MixVolumes(a, b, kOperations.at(o->operation), ctx.thread));
     }
-    ctx.CheckInterrupted();
-    if (!result.HasGrid()) throw zvol::Failure("mix gave no grid");
-    zvol::SaveVolumes(ctx, o->output, {result});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, result, "mix");
     return 0;
   };
 }

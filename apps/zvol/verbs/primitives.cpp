@@ -36,10 +36,8 @@ zvol::VerbRun SetupSphere(CLI::App& app) {
       sphere = zvol::Take(VolumeToolsInterface::CreateSphereVolume(*radius, zvol::ToScene(o->center), o->voxelSize,
                                                                    o->halfWidth, ctx.thread, nullptr));
     }
-    ctx.CheckInterrupted();
     sphere.SetGridName("sphere");
-    zvol::SaveVolumes(ctx, o->output, {sphere});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, sphere, "sphere");
     return 0;
   };
 }
@@ -60,10 +58,8 @@ zvol::VerbRun SetupPlatonic(CLI::App& app) {
       solid = zvol::Take(VolumeToolsInterface::CreatePlatonicVolume(*faces, *size, zvol::ToScene(o->center),
                                                                     o->voxelSize, o->halfWidth, ctx.thread, nullptr));
     }
-    ctx.CheckInterrupted();
     solid.SetGridName("platonic");
-    zvol::SaveVolumes(ctx, o->output, {solid});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, solid, "platonic");
     return 0;
   };
 }

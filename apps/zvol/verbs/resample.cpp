@@ -68,10 +68,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       out = zvol::Take(zelmar::VolumeToolsInterface::ResampleVolume(in, target, kInterpolations.at(o->interpolation),
                                                                     ctx.thread));
     }
-    ctx.CheckInterrupted();
-    if (!out.HasGrid()) throw zvol::Failure("resampling gave no grid");
-    zvol::SaveVolumes(ctx, o->output, {out});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, out, "resampling");
     return 0;
   };
 }

@@ -1,5 +1,11 @@
 // Boolean operations on two level sets.
 #include <openvdb/tools/Composite.h>
+#include <openvdb/tools/Merge.h>
+#include <openvdb/tools/Prune.h>
+#include <openvdb/tree/NodeManager.h>
+
+#include <type_traits>
+#include <utility>
 
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/volume_impl.h"
@@ -21,6 +27,33 @@ openvdb::GridBase::Ptr ChooseForEmptyInput(BOOLTYPE type, bool oneEmpty, const o
     case BOOLTYPE::DIFFERENCE: return one;
     case BOOLTYPE::INTERSECTION: return oneEmpty ? one : two;
     default: return nullptr;
+  }
+}
+
+// OpenVDB's csgUnion, csgDifference and csgIntersection with pruning, but
+// taking B's nodes by `Tag`: Steal consumes B as those tools do; DeepCopy
+// copies only the nodes the result needs and leaves B as it was.
+template <typename Op, typename Tag>
+void Csg(openvdb::FloatTree& a, std::conditional_t<std::is_same_v<Tag, openvdb::DeepCopy>, const openvdb::FloatTree&,
+                                                   openvdb::FloatTree&> b) {
+  for (const openvdb::FloatTree* t : {static_cast<const openvdb::FloatTree*>(&a), static_cast<const openvdb::FloatTree*>(&b)}) {
+    if (!(t->background() > 0.0f) || !(-t->background() < 0.0f))
+      OPENVDB_THROW(openvdb::ValueError, "expected a level set outside value > 0");
+  }
+  Op op(b, Tag());
+  openvdb::tree::DynamicNodeManager<openvdb::FloatTree> nodes(a);
+  nodes.foreachTopDown(op);
+  openvdb::tools::pruneLevelSet(a);
+}
+
+template <typename Tag, typename TreeB>
+void RunBool(BOOLTYPE type, openvdb::FloatTree& a, TreeB& b) {
+  using Tree = openvdb::FloatTree;
+  switch (type) {
+    case BOOLTYPE::UNION: Csg<openvdb::tools::CsgUnionOp<Tree>, Tag>(a, b); break;
+    case BOOLTYPE::DIFFERENCE: Csg<openvdb::tools::CsgDifferenceOp<Tree>, Tag>(a, b); break;
+    case BOOLTYPE::INTERSECTION: Csg<openvdb::tools::CsgIntersectionOp<Tree>, Tag>(a, b); break;
+    default: break;
   }
 }
 
@@ -77,14 +110,12 @@ Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const 
   try {
     openvdb::FloatGrid::Ptr other = openvdb::gridPtrCast<openvdb::FloatGrid>(resampledGrid);
     if (!other) return zta::UnexpectedError("bool on two grids failed");
-    // The CSG tools consume their second grid; one still shared with an input is copied first.
-    if (resampledGrid == gridOne || resampledGrid == gridTwo) other = other->deepCopy();
-    switch (type) {
-      case BOOLTYPE::UNION: openvdb::tools::csgUnion(*result, *other, /*prune=*/true); break;
-      case BOOLTYPE::DIFFERENCE: openvdb::tools::csgDifference(*result, *other, /*prune=*/true); break;
-      case BOOLTYPE::INTERSECTION: openvdb::tools::csgIntersection(*result, *other, /*prune=*/true); break;
-      default: break;
-    }
+    // A resampled grid is ours to consume; one still shared with an input
+    // (equal transforms) is only read.
+    if (resampledGrid == gridOne || resampledGrid == gridTwo)
+      RunBool<openvdb::DeepCopy>(type, result->tree(), std::as_const(other->tree()));
+    else
+      RunBool<openvdb::Steal>(type, result->tree(), other->tree());
   } catch (const std::bad_alloc&) {
     return zta::OutOfMemoryError();
   } catch (...) {

@@ -8,15 +8,13 @@ namespace zelmar {
 
 namespace {
 
-class FilterCommand final : public PerInputCommand {
+class FilterCommand final : public VolumeToVolumeCommand {
  public:
-  using PerInputCommand::PerInputCommand;
+  using VolumeToVolumeCommand::VolumeToVolumeCommand;
 
  protected:
-  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    auto volume = InputVolume(&input);
-    if (!volume) return volume.GetError();
+  Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                       const ThreadRef& thread) const override {
     FilterSettings filter;
     filter.filterType = FILTERTYPE(settings.GetInt32(FILTER_TYPE));
     filter.iterations = settings.GetInt32(FILTER_ITERATIONS);
@@ -34,10 +32,7 @@ class FilterCommand final : public PerInputCommand {
     FieldSampleData field;
     field.fields = settings.GetFieldList(FILTER_MASKFIELDS);
     field.targetRelativeSpace = settings.GetMatrix(FILTER_MASKSPACE).value_or(Matrix());
-    auto filtered =
-        VolumeToolsInterface::ApplyFilterToVolume(*volume, filter, thread, mask, field.fields ? &field : nullptr);
-    if (!filtered) return filtered.GetError();
-    return AddVolumeResult(data, *filtered, {index});
+    return VolumeToolsInterface::ApplyFilterToVolume(volume, filter, thread, mask, field.fields ? &field : nullptr);
   }
 };
 

@@ -5,18 +5,14 @@ namespace zelmar {
 
 namespace {
 
-class FogToSdfCommand final : public PerInputCommand {
+class FogToSdfCommand final : public VolumeToVolumeCommand {
  public:
-  using PerInputCommand::PerInputCommand;
+  using VolumeToVolumeCommand::VolumeToVolumeCommand;
 
  protected:
-  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    auto volume = InputVolume(&input);
-    if (!volume) return volume.GetError();
-    auto sdf = VolumeToolsInterface::ConvertFogToSDF(*volume, settings.GetFloat(FOGTOSDF_ISO), thread);
-    if (!sdf) return sdf.GetError();
-    return AddVolumeResult(data, *sdf, {index});
+  Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                       const ThreadRef& thread) const override {
+    return VolumeToolsInterface::ConvertFogToSDF(volume, settings.GetFloat(FOGTOSDF_ISO), thread);
   }
 };
 

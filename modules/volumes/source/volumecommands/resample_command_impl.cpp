@@ -14,23 +14,19 @@ Matrix WithVoxelSize(Matrix m, double length) {
   return m;
 }
 
-class ResampleCommand final : public PerInputCommand {
+class ResampleCommand final : public VolumeToVolumeCommand {
  public:
-  using PerInputCommand::PerInputCommand;
+  using VolumeToVolumeCommand::VolumeToVolumeCommand;
 
  protected:
-  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    auto volume = InputVolume(&input);
-    if (!volume) return volume.GetError();
-    Matrix target = settings.GetMatrix(RESAMPLE_TRANSFORM).value_or(volume->GetGridTransform());
+  Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                       const ThreadRef& thread) const override {
+    Matrix target = settings.GetMatrix(RESAMPLE_TRANSFORM).value_or(volume.GetGridTransform());
     const double gridSize = settings.GetFloat(RESAMPLE_GRIDSIZE);
     if (gridSize < 0.0) return zta::IllegalArgumentError("the voxel size of a resample must not be negative");
     if (gridSize > 0.0) target = WithVoxelSize(target, gridSize);
-    auto resampled = VolumeToolsInterface::ResampleVolume(
-        *volume, target, RESAMPLEINTERPOLATIONTYPE(settings.GetInt32(RESAMPLE_INTERPOLATION)), thread);
-    if (!resampled) return resampled.GetError();
-    return AddVolumeResult(data, *resampled, {index});
+    return VolumeToolsInterface::ResampleVolume(
+        volume, target, RESAMPLEINTERPOLATIONTYPE(settings.GetInt32(RESAMPLE_INTERPOLATION)), thread);
   }
 };
 

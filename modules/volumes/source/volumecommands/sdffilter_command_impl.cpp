@@ -7,15 +7,13 @@ namespace zelmar {
 
 namespace {
 
-class SdfFilterCommand final : public PerInputCommand {
+class SdfFilterCommand final : public VolumeToVolumeCommand {
  public:
-  using PerInputCommand::PerInputCommand;
+  using VolumeToVolumeCommand::VolumeToVolumeCommand;
 
  protected:
-  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    auto volume = InputVolume(&input);
-    if (!volume) return volume.GetError();
+  Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                       const ThreadRef& thread) const override {
     SDFFilterSettings filter;
     filter.filterType = SDFFILTERTYPE(settings.GetInt32(SDFFILTER_TYPE));
     filter.iterations = settings.GetInt32(SDFFILTER_ITERATIONS);
@@ -29,10 +27,8 @@ class SdfFilterCommand final : public PerInputCommand {
     FieldSampleData field;
     field.fields = settings.GetFieldList(SDFFILTER_MASKFIELDS);
     field.targetRelativeSpace = settings.GetMatrix(SDFFILTER_MASKSPACE).value_or(Matrix());
-    auto filtered = VolumeToolsInterface::ApplySDFFilterToVolume(*volume, filter, thread, mask,
+    return VolumeToolsInterface::ApplySDFFilterToVolume(volume, filter, thread, mask,
                                                                  field.fields ? &field : nullptr);
-    if (!filtered) return filtered.GetError();
-    return AddVolumeResult(data, *filtered, {index});
   }
 };
 

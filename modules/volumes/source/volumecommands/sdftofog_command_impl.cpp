@@ -7,18 +7,14 @@ namespace zelmar {
 
 namespace {
 
-class SdfToFogCommand final : public PerInputCommand {
+class SdfToFogCommand final : public VolumeToVolumeCommand {
  public:
-  using PerInputCommand::PerInputCommand;
+  using VolumeToVolumeCommand::VolumeToVolumeCommand;
 
  protected:
-  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    auto volume = InputVolume(&input);
-    if (!volume) return volume.GetError();
-    auto fog = VolumeToolsInterface::ConvertSDFToFog(*volume, settings.GetFloat(SDFTOFOG_CUTOFF));
-    if (!fog) return fog.GetError();
-    return AddVolumeResult(data, *fog, {index});
+  Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                       const ThreadRef& /*thread*/) const override {
+    return VolumeToolsInterface::ConvertSDFToFog(volume, settings.GetFloat(SDFTOFOG_CUTOFF));
   }
 };
 

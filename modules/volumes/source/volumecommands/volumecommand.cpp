@@ -127,6 +127,15 @@ Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const
   return state;
 }
 
+Result<void> VolumeToVolumeCommand::RunOne(VolumeCommandData& data, const CommandSettings& settings,
+                                           const ThreadRef& thread, const zta::BaseObject& input, Int32 index) const {
+  auto volume = InputVolume(&input);
+  if (!volume) return volume.GetError();
+  auto result = Apply(*volume, settings, thread);
+  if (!result) return result.GetError();
+  return AddVolumeResult(data, *result, {index});
+}
+
 Result<Volume> InputVolume(const zta::BaseObject* input) {
   Volume volume = VolumeObjectData::GetVolume(input);
   if (!volume.IsInitialized() && (!input || input->GetType() != ID_VOLUMEOBJECT))

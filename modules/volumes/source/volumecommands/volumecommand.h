@@ -71,6 +71,21 @@ class PerInputCommand : public VolumeCommand {
                               const zta::BaseObject& input, Int32 index) const = 0;
 };
 
+// Per-input commands whose operator makes one volume of each input volume;
+// the result goes into the data with its input's index.
+class VolumeToVolumeCommand : public PerInputCommand {
+ public:
+  using PerInputCommand::PerInputCommand;
+
+ protected:
+  virtual Result<Volume> Apply(const Volume& volume, const CommandSettings& settings,
+                               const ThreadRef& thread) const = 0;
+
+ private:
+  Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
+                      const zta::BaseObject& input, Int32 index) const final;
+};
+
 // Folds the inputs into one volume, left to right from the base input, with
 // `combine(accumulated, next)`: the commands of BoolVolumes and MixVolumes.
 // The base must have a grid ("base grid has no grid attached"); the others
