@@ -7,39 +7,14 @@
 #include <filesystem>
 
 #include "support/run.h"
+#include "support/verbs.h"
 
 namespace {
 
-struct Files {
-  std::string dir = zvtest::TempDir();
-  std::string operator()(const std::string& name) const { return dir + "/" + name; }
-};
-
-void ExpectOk(const zvtest::RunResult& r) { ASSERT_EQ(r.status, 0) << r.err; }
-
-// Exit status 1 and one "error:" line, the last, that contains `words`; no output file left behind.
-void ExpectRefused(const zvtest::RunResult& r, const std::string& words, const std::string& output) {
-  EXPECT_EQ(r.status, 1) << r.err;
-  const size_t at = r.err.find("error: ");
-  ASSERT_NE(at, std::string::npos) << r.err;
-  EXPECT_TRUE(at == 0 || r.err[at - 1] == '\n') << r.err;
-  EXPECT_EQ(r.err.find("error: ", at + 1), std::string::npos) << r.err;
-  EXPECT_EQ(r.err.find('\n', at), r.err.size() - 1) << r.err;
-  EXPECT_NE(r.err.find(words, at), std::string::npos) << r.err;
-  EXPECT_FALSE(std::filesystem::exists(output));
-}
-
-// Runs a pyopenvdb script and returns its stdout; the script can use read(path).
-std::string Py(const std::string& body) {
-  const auto r = zvtest::Python("import pyopenvdb as vdb\n"
-                                "def read(p):\n"
-                                "    return vdb.readAll(p)[0][0]\n"
-                                "def at(g, p):\n"
-                                "    return g.getConstAccessor().getValue(g.transform.worldToIndexCellCentered(p))\n" +
-                                body);
-  EXPECT_EQ(r.status, 0) << r.err;
-  return r.out;
-}
+using zvtest::ExpectOk;
+using zvtest::ExpectRefused;
+using zvtest::Files;
+using zvtest::Py;
 
 }  // namespace
 

@@ -5,38 +5,14 @@
 #include <filesystem>
 
 #include "support/run.h"
+#include "support/verbs.h"
 
 namespace {
 
-struct Files {
-  std::string dir = zvtest::TempDir();
-  std::string operator()(const std::string& name) const { return dir + "/" + name; }
-};
-
-void ExpectOk(const zvtest::RunResult& r) { ASSERT_EQ(r.status, 0) << r.err; }
-
-// Exit status 1, one "error:" line holding `words`, and no output file.
-void ExpectRefused(const zvtest::RunResult& r, const std::string& words, const std::string& output) {
-  EXPECT_EQ(r.status, 1) << r.err;
-  const size_t at = r.err.find("error: ");
-  ASSERT_NE(at, std::string::npos) << r.err;
-  EXPECT_EQ(r.err.find("error: ", at + 1), std::string::npos) << r.err;
-  EXPECT_NE(r.err.find(words, at), std::string::npos) << r.err;
-  EXPECT_FALSE(std::filesystem::exists(output));
-}
-
-std::string Py(const std::string& body) {
-  const auto r = zvtest::Python("import pyopenvdb as vdb\n"
-                                "def read(p):\n"
-                                "    return vdb.readAll(p)[0][0]\n"
-                                "def at(g, p):\n"
-                                "    return g.getConstAccessor().getValue(g.transform.worldToIndexCellCentered(p))\n"
-                                "def near(v, w, tol):\n"
-                                "    return all(abs(a - b) <= tol for a, b in zip(v, w)) if isinstance(v, tuple) else abs(v - w) <= tol\n" +
-                                body);
-  EXPECT_EQ(r.status, 0) << r.err;
-  return r.out;
-}
+using zvtest::ExpectOk;
+using zvtest::ExpectRefused;
+using zvtest::Files;
+using zvtest::Py;
 
 void Sphere(const std::string& path, const std::string& radius, const std::string& centre) {
   ExpectOk(zvtest::Zvol({"sphere", "--radius", radius, "--center", centre, "--voxel-size", "0.05", "-o", path}));

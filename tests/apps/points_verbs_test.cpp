@@ -6,38 +6,16 @@
 #include <fstream>
 
 #include "support/run.h"
+#include "support/verbs.h"
 
 namespace {
 
-struct Files {
-  std::string dir = zvtest::TempDir();
-  std::string operator()(const std::string& name) const { return dir + "/" + name; }
-};
-
-void ExpectOk(const zvtest::RunResult& r) { ASSERT_EQ(r.status, 0) << r.err; }
-
-void ExpectRefused(const zvtest::RunResult& r, const std::string& words, const std::string& output) {
-  EXPECT_EQ(r.status, 1) << r.err;
-  const size_t at = r.err.find("error: ");
-  ASSERT_NE(at, std::string::npos) << r.err;
-  EXPECT_NE(r.err.find(words, at), std::string::npos) << r.err;
-  EXPECT_FALSE(std::filesystem::exists(output));
-}
+using zvtest::ExpectOk;
+using zvtest::ExpectRefused;
+using zvtest::Files;
+using zvtest::Py;
 
 void Write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-
-std::string Py(const std::string& body) {
-  const auto r = zvtest::Python("import pyopenvdb as vdb\n"
-                                "def read(p):\n"
-                                "    return vdb.readAll(p)[0][0]\n"
-                                "def at(g, p):\n"
-                                "    return g.getConstAccessor().getValue(g.transform.worldToIndexCellCentered(p))\n"
-                                "def zero(g, p):\n"
-                                "    return abs(at(g, p)) < 0.02\n" +
-                                body);
-  EXPECT_EQ(r.status, 0) << r.err;
-  return r.out;
-}
 
 }  // namespace
 

@@ -15,42 +15,6 @@ namespace {
 using zelmar::GRIDTYPE;
 using zelmar::VOLUMESAMPLER;
 
-std::string Format(bool v) { return v ? "1" : "0"; }
-std::string Format(float v) {
-  char b[32];
-  std::snprintf(b, sizeof b, "%.9g", double(v));
-  return b;
-}
-std::string Format(double v) {
-  char b[40];
-  std::snprintf(b, sizeof b, "%.17g", v);
-  return b;
-}
-std::string Format(int32_t v) { return std::to_string(v); }
-std::string Format(int64_t v) { return std::to_string(v); }
-template <typename T>
-std::string Format(const zta::Vec3<T>& v) {
-  return Format(v.x) + "," + Format(v.y) + "," + Format(v.z);
-}
-
-// Calls f(T{}) with the interface's value type of `type`.
-template <typename F>
-void WithValueType(GRIDTYPE type, F&& f) {
-  switch (type) {
-    case GRIDTYPE::BOOL: f(bool{}); return;
-    case GRIDTYPE::FLOAT: f(float{}); return;
-    case GRIDTYPE::DOUBLE: f(double{}); return;
-    case GRIDTYPE::INT32: f(int32_t{}); return;
-    case GRIDTYPE::INT64: f(int64_t{}); return;
-    case GRIDTYPE::VEC3I: f(zta::IntVector32{}); return;
-    case GRIDTYPE::VEC3S: f(zta::Vector32{}); return;
-    case GRIDTYPE::VEC3D: f(zta::Vector64{}); return;
-    case GRIDTYPE::STRING:
-    case GRIDTYPE::NONE: break;
-  }
-  throw zvol::Failure(std::string("grids of type ") + zelmar::GridTypeName(type) + " cannot be sampled");
-}
-
 // Positions from a file, or stdin for "-": one "x,y,z" (or "x y z") a line.
 void ReadPositions(const std::string& path, std::vector<zta::Vector>& out) {
   std::ifstream file;
@@ -106,13 +70,13 @@ zvol::VerbRun Setup(CLI::App& app) {
       volume = zvol::LoadInFileFrame(o->file, o->grid);
     }
     zvol::Step step(ctx, "sample");
-    WithValueType(volume.GetGridType(), [&]<typename T>(T) {
+    zvol::WithValueType(volume.GetGridType(), "sampled", [&]<typename T>(T) {
       auto accessor = zvol::Take(zelmar::GridAccessorCreationImpl::Create<T>());
       zvol::Check(accessor->Init(volume, o->sampler));
       std::string out;
       for (size_t i = 0; i < points.size(); ++i) {
         if ((i & 0xfff) == 0) ctx.CheckInterrupted();
-        out += Format(accessor->GetValueVector(points[i]));
+        zvol::PutValue(out, accessor->GetValueVector(points[i]));
         out += '\n';
       }
       std::fputs(out.c_str(), stdout);

@@ -12,45 +12,6 @@ namespace {
 using zelmar::GRIDITERATORTYPE;
 using zelmar::GRIDTYPE;
 
-void Put(std::string& out, bool v) { out += v ? "1" : "0"; }
-void Put(std::string& out, float v) {
-  char b[32];
-  std::snprintf(b, sizeof b, "%.9g", double(v));
-  out += b;
-}
-void Put(std::string& out, double v) {
-  char b[40];
-  std::snprintf(b, sizeof b, "%.17g", v);
-  out += b;
-}
-void Put(std::string& out, int32_t v) { out += std::to_string(v); }
-void Put(std::string& out, int64_t v) { out += std::to_string(v); }
-template <typename T>
-void Put(std::string& out, const zta::Vec3<T>& v) {
-  Put(out, v.x);
-  out += ',';
-  Put(out, v.y);
-  out += ',';
-  Put(out, v.z);
-}
-
-template <typename F>
-void WithValueType(GRIDTYPE type, F&& f) {
-  switch (type) {
-    case GRIDTYPE::BOOL: f(bool{}); return;
-    case GRIDTYPE::FLOAT: f(float{}); return;
-    case GRIDTYPE::DOUBLE: f(double{}); return;
-    case GRIDTYPE::INT32: f(int32_t{}); return;
-    case GRIDTYPE::INT64: f(int64_t{}); return;
-    case GRIDTYPE::VEC3I: f(zta::IntVector32{}); return;
-    case GRIDTYPE::VEC3S: f(zta::Vector32{}); return;
-    case GRIDTYPE::VEC3D: f(zta::Vector64{}); return;
-    case GRIDTYPE::STRING:
-    case GRIDTYPE::NONE: break;
-  }
-  throw zvol::Failure(std::string("grids of type ") + zelmar::GridTypeName(type) + " cannot be walked");
-}
-
 // Edge length in voxels of a value at `depth`: a voxel, or a tile of the
 // first internal level, the second, the root.
 int TileSize(int32_t depth) {
@@ -86,7 +47,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       volume = zvol::LoadInFileFrame(o->file, o->grid);
     }
     zvol::Step step(ctx, "walk");
-    WithValueType(volume.GetGridType(), [&]<typename T>(T) {
+    zvol::WithValueType(volume.GetGridType(), "walked", [&]<typename T>(T) {
       auto it = zvol::Take(zelmar::GridIteratorCreationImpl::Create<T>(walk));
       zvol::Check(it->Init(volume));
       constexpr bool kVector = requires(T v) { v.z; };
@@ -113,7 +74,7 @@ zvol::VerbRun Setup(CLI::App& app) {
         const bool on = states ? states->GetActiveState(c) : walk == GRIDITERATORTYPE::ACTIVE;
         out += on ? '1' : '0';
         out += sep;
-        Put(out, it->GetValue());
+        zvol::PutValue(out, it->GetValue());
         out += '\n';
       }
       std::fputs(out.c_str(), stdout);
