@@ -215,6 +215,22 @@ Result<Volume> MakeVolume(openvdb::GridBase::Ptr grid) {
   return volume;
 }
 
+Result<Volume> ShareGrid(const Volume& source) {
+  const VolumeImpl* from = source.GetImpl();
+  if (!from) return zta::IllegalStateError("volume was not initialized");
+  auto volume = Volume::Create();
+  if (!volume) return volume.GetError();
+  VolumeImpl* to = volume->GetImpl();
+  to->grid = from->grid;
+  to->boundingBox = from->boundingBox;
+  to->gridType = from->gridType;
+  to->gridClass = from->gridClass;
+  to->valueRangeValid = from->valueRangeValid;
+  to->valueRangeMinimum = from->valueRangeMinimum;
+  to->valueRangeMaximum = from->valueRangeMaximum;
+  return volume;
+}
+
 // ---- Volume: the reference's operations forward to its VolumeImpl. ----
 
 Result<Volume> Volume::Create() {

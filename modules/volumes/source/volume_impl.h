@@ -42,5 +42,8 @@ void ScaleDistanceValues(openvdb::GridBase& grid, double ratio);
 
 // A new Volume holding `grid`.
 Result<Volume> MakeVolume(openvdb::GridBase::Ptr grid);
+// A new Volume holding the very grid of `source`, shared, with its caches:
+// what SetGrid of that grid would give, without walking its voxels again.
+Result<Volume> ShareGrid(const Volume& source);
 
 }  // namespace zelmar

@@ -20,12 +20,11 @@ bool IsEmptyLevelSet(const openvdb::FloatGrid& grid, float background) {
   return background == 0.0f || !grid.tree().cbeginValueOn();
 }
 
-openvdb::GridBase::Ptr ChooseForEmptyInput(BOOLTYPE type, bool oneEmpty, const openvdb::GridBase::Ptr& one,
-                                           const openvdb::GridBase::Ptr& two) {
+const Volume* ChooseForEmptyInput(BOOLTYPE type, bool oneEmpty, const Volume& one, const Volume& two) {
   switch (type) {
-    case BOOLTYPE::UNION: return oneEmpty ? two : one;
-    case BOOLTYPE::DIFFERENCE: return one;
-    case BOOLTYPE::INTERSECTION: return oneEmpty ? one : two;
+    case BOOLTYPE::UNION: return oneEmpty ? &two : &one;
+    case BOOLTYPE::DIFFERENCE: return &one;
+    case BOOLTYPE::INTERSECTION: return oneEmpty ? &one : &two;
     default: return nullptr;
   }
 }
@@ -83,8 +82,10 @@ Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const 
   const bool oneEmpty = IsEmptyLevelSet(*floatOne, *bgOne);
   const bool twoEmpty = IsEmptyLevelSet(*floatTwo, *bgTwo);
   if (oneEmpty || twoEmpty) {
-    const openvdb::GridBase::Ptr chosen = ChooseForEmptyInput(type, oneEmpty, gridOne, gridTwo);
-    return chosen ? MakeVolume(chosen) : Volume::Create();
+    // A new volume on the chosen grid, shared; its caches come along, so not
+    // even the bounding box is walked again.
+    const Volume* chosen = ChooseForEmptyInput(type, oneEmpty, volumeOne, volumeTwo);
+    return chosen ? ShareGrid(*chosen) : Volume::Create();
   }
 
   const auto map = gridOne->transform().baseMap();
