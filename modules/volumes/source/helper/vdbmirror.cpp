@@ -118,8 +118,12 @@ typename GridT::Ptr Mirror(const GridT& in) {
   // result whole, which stay tiles; only its two end slots mix with what lies
   // next to it along z. Filling the whole mirrored box instead would break
   // every tile into leaves.
+  // Each edge slot is named once: a tile names the slot at its top side, and
+  // the one at its bottom side only when nothing stored lies under it (a
+  // leaf there names it through the origins, a tile through its top side).
   std::vector<openvdb::Coord> edges;
   {
+    Accessor acc(src);
     auto tile = src.cbeginValueAll();
     tile.setMaxDepth(TreeT::ValueAllCIter::LEAF_DEPTH - 1);
     for (; tile; ++tile) {
@@ -135,13 +139,14 @@ typename GridT::Ptr Mirror(const GridT& in) {
       for (int x = box.min().x(); x <= box.max().x(); x += DIM) {
         for (int y = box.min().y(); y <= box.max().y(); y += DIM) {
           edges.emplace_back(x, y, -z0 - n);
-          edges.emplace_back(x, y, -z0);
+          const openvdb::Coord under(x, y, z0 - 1);
+          typename TreeT::ValueType value;
+          if (!acc.probeConstLeaf(under) && !acc.probeValue(under, value) && value == src.background())
+            edges.emplace_back(x, y, -z0);
         }
       }
     }
   }
-  std::sort(edges.begin(), edges.end());
-  edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
   // Edge slots between two uniform regions (the others are built from their
   // leaves below): a tile where both agree.
   {
