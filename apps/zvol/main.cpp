@@ -74,7 +74,11 @@ int main(int argc, char** argv) {
   int status = 0;
   try {
     zvol::Check(zelmar::StartModuleStandalone(ModuleFolder(argv[0])));
-    for (auto* sub : app.get_subcommands()) status = runs.at(sub)(ctx);
+    for (auto* sub : app.get_subcommands()) {
+      if (const CLI::Option* out = sub->get_option_no_throw("--output"); out && out->count() > 0)
+        zvol::CheckOutputPath(out->as<std::string>());
+      status = runs.at(sub)(ctx);
+    }
     zta::MainThreadQueue::Get().Drain();
   } catch (const zvol::Failure& f) {
     std::fprintf(stderr, "error: %s\n", f.what());

@@ -74,9 +74,19 @@ Progress::~Progress() {
 
 void Progress::Set(double fraction) { state_->fraction.store(fraction); }
 
+void CheckOutputPath(const std::string& path) {
+  namespace fs = std::filesystem;
+  const fs::path p(path);
+  const fs::path folder = p.parent_path().empty() ? fs::path(".") : p.parent_path();
+  std::error_code ec;
+  if (!fs::is_directory(folder, ec)) throw Failure("the folder of " + path + " does not exist");
+  if (fs::is_directory(p, ec)) throw Failure(path + " is a folder");
+}
+
 AtomicOutput::AtomicOutput(std::string target) : target_(std::move(target)) {
   namespace fs = std::filesystem;
   const fs::path t(target_);
+  CheckOutputPath(target_);
   std::random_device rd;
   std::ostringstream name;
   name << "." << t.filename().string() << ".zvol-" << std::hex << rd() << t.extension().string();

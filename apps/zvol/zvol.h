@@ -72,6 +72,10 @@ class Progress {
   std::shared_ptr<State> state_;
 };
 
+// Refuses an output path whose folder is missing or that names a folder, in
+// words a person knows, before any work is done.
+void CheckOutputPath(const std::string& path);
+
 // A file written in full or not at all: work goes to a temporary file beside
 // the target, which Commit() renames into place. Without Commit the temporary
 // file is removed.

@@ -112,7 +112,9 @@ TEST(InfoVerb, BadInputGivesOneErrorLineAndNoOutput) {
   }
   auto unwritable = Zvol({"sphere", "-o", dir + "/no/such/dir/s.vdb"});
   EXPECT_EQ(unwritable.status, 1);
-  EXPECT_EQ(unwritable.err.rfind("error: ", 0), 0u);
+  EXPECT_EQ(unwritable.err, "error: the folder of " + dir + "/no/such/dir/s.vdb does not exist\n");
+  auto folder = Zvol({"sphere", "-o", dir});
+  EXPECT_EQ(folder.err, "error: " + dir + " is a folder\n");
 
   // A failing write leaves a good file where it stood.
   const std::string keep = dir + "/keep.vdb";
