@@ -3,7 +3,7 @@
 #include <map>
 
 #include "zelmar/volumetools.h"
-#include "zvol.h"
+#include "pairverb.h"
 
 namespace {
 
@@ -15,12 +15,6 @@ const std::map<std::string, MIXTYPE> kOperations = {
     {"max", MIXTYPE::MAXIMUM},       {"min", MIXTYPE::MINIMUM},   {"add", MIXTYPE::ADD},
     {"subtract", MIXTYPE::SUBTRACT}, {"multiply", MIXTYPE::MULTIPLY}, {"divide", MIXTYPE::DIVIDE},
     {"replace", MIXTYPE::NORMAL},
-};
-
-struct Options {
-  std::string operation;
-  std::string a, b;
-  std::string output;
 };
 
 bool Scalar(GRIDTYPE t) {
@@ -43,27 +37,12 @@ void CheckInput(const std::string& path, const zelmar::Volume& v) {
 }
 
 zvol::VerbRun Setup(CLI::App& app) {
-  auto o = std::make_shared<Options>();
-  app.add_option("operation", o->operation, "max, min, add, subtract, multiply, divide or replace")
-      ->required()
-      ->check(CLI::IsMember({"max", "min", "add", "subtract", "multiply", "divide", "replace"}));
-  app.add_option("a", o->a, "the first fog .vdb file; the result takes its frame")->required();
-  app.add_option("b", o->b, "the second fog .vdb file")->required();
-  app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
-  return [o](const zvol::Context& ctx) {
-    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b);
-    CheckInput(o->a, a);
-    CheckInput(o->b, b);
-    zvol::RequireSameType("mix", o->a, a, o->b, b);
-    zelmar::Volume result;
-    {
-      zvol::Step step(ctx, o->operation);
-      zvol::Progress progress(ctx, o->operation);
-      result = zvol::Take(zelmar::VolumeToolsInterface::MixVolumes(a, b, kOperations.at(o->operation), ctx.thread));
-    }
-    zvol::WriteResult(ctx, o->output, result, "mix");
-    return 0;
-  };
+  return zvol::SetupPairVerb<MIXTYPE>(
+      app, {"mix", kOperations, "max, min, add, subtract, multiply, divide or replace",
+            "the first fog .vdb file; the result takes its frame", "the second fog .vdb file", CheckInput,
+            [](const zelmar::Volume& a, const zelmar::Volume& b, MIXTYPE type, const zta::ThreadRef& thread) {
+              return zelmar::VolumeToolsInterface::MixVolumes(a, b, type, thread);
+            }});
 }
 
 }  // namespace

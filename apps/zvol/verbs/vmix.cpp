@@ -3,7 +3,7 @@
 #include <map>
 
 #include "zelmar/volumetools.h"
-#include "zvol.h"
+#include "pairverb.h"
 
 namespace {
 
@@ -18,12 +18,6 @@ const std::map<std::string, MIXVECTORTYPE> kOperations = {
     {"replace", MIXVECTORTYPE::NORMAL},
 };
 
-struct Options {
-  std::string operation;
-  std::string a, b;
-  std::string output;
-};
-
 void CheckInput(const std::string& path, const zelmar::Volume& v) {
   const GRIDCLASS c = v.GetGridClass();
   if (c != GRIDCLASS::FOG && c != GRIDCLASS::UNKNOWN)
@@ -36,28 +30,12 @@ void CheckInput(const std::string& path, const zelmar::Volume& v) {
 }
 
 zvol::VerbRun Setup(CLI::App& app) {
-  auto o = std::make_shared<Options>();
-  app.add_option("operation", o->operation,
-                 "add, subtract, cross (a zero vector on one side lets the other through) or replace")
-      ->required()
-      ->check(CLI::IsMember({"add", "subtract", "cross", "replace"}));
-  app.add_option("a", o->a, "the first vector .vdb file; the result takes its frame")->required();
-  app.add_option("b", o->b, "the second vector .vdb file")->required();
-  app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
-  return [o](const zvol::Context& ctx) {
-    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b);
-    CheckInput(o->a, a);
-    CheckInput(o->b, b);
-    zvol::RequireSameType("vmix", o->a, a, o->b, b);
-    zelmar::Volume result;
-    {
-      zvol::Step step(ctx, o->operation);
-      zvol::Progress progress(ctx, o->operation);
-      result = zvol::Take(zelmar::VolumeToolsInterface::MixVectorVolumes(a, b, kOperations.at(o->operation), ctx.thread));
-    }
-    zvol::WriteResult(ctx, o->output, result, "vmix");
-    return 0;
-  };
+  return zvol::SetupPairVerb<MIXVECTORTYPE>(
+      app, {"vmix", kOperations, "add, subtract, cross (a zero vector on one side lets the other through) or replace",
+            "the first vector .vdb file; the result takes its frame", "the second vector .vdb file", CheckInput,
+            [](const zelmar::Volume& a, const zelmar::Volume& b, MIXVECTORTYPE type, const zta::ThreadRef& thread) {
+              return zelmar::VolumeToolsInterface::MixVectorVolumes(a, b, type, thread);
+            }});
 }
 
 }  // namespace

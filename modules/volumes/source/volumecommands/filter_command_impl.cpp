@@ -1,7 +1,6 @@
 // net.zelmar.command.volumes.filter: ApplyFilterToVolume on each input.
 #include "host/fields/fieldlist.h"
 #include "host/fields/splinedata.h"
-#include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volumecommands/volumecommand.h"
 
 namespace zelmar {
@@ -28,11 +27,8 @@ class FilterCommand final : public VolumeToVolumeCommand {
     filter.invertCenter = settings.GetFloat(FILTER_INVERTCENTER);
     filter.remapCurve = settings.GetSplineData(FILTER_CURVE);
 
-    const Volume mask = VolumeObjectData::GetVolume(settings.GetObject(FILTER_MASKVOLUME));
-    FieldSampleData field;
-    field.fields = settings.GetFieldList(FILTER_MASKFIELDS);
-    field.targetRelativeSpace = settings.GetMatrix(FILTER_MASKSPACE).value_or(Matrix());
-    return VolumeToolsInterface::ApplyFilterToVolume(volume, filter, thread, mask, field.fields ? &field : nullptr);
+    const CommandMask mask = ReadMask(settings, FILTER_MASKVOLUME, FILTER_MASKFIELDS, FILTER_MASKSPACE);
+    return VolumeToolsInterface::ApplyFilterToVolume(volume, filter, thread, mask.volume, mask.Fields());
   }
 };
 

@@ -1,6 +1,5 @@
 // net.zelmar.command.volumes.sdffilter: ApplySDFFilterToVolume on each input.
 #include "host/fields/fieldlist.h"
-#include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volumecommands/volumecommand.h"
 
 namespace zelmar {
@@ -23,12 +22,8 @@ class SdfFilterCommand final : public VolumeToVolumeCommand {
     filter.accuracy = FILTERACCURACY(settings.GetInt32(SDFFILTER_ACCURACY));
     filter.strength = settings.GetFloat(SDFFILTER_STRENGTH);
 
-    const Volume mask = VolumeObjectData::GetVolume(settings.GetObject(SDFFILTER_MASKVOLUME));
-    FieldSampleData field;
-    field.fields = settings.GetFieldList(SDFFILTER_MASKFIELDS);
-    field.targetRelativeSpace = settings.GetMatrix(SDFFILTER_MASKSPACE).value_or(Matrix());
-    return VolumeToolsInterface::ApplySDFFilterToVolume(volume, filter, thread, mask,
-                                                                 field.fields ? &field : nullptr);
+    const CommandMask mask = ReadMask(settings, SDFFILTER_MASKVOLUME, SDFFILTER_MASKFIELDS, SDFFILTER_MASKSPACE);
+    return VolumeToolsInterface::ApplySDFFilterToVolume(volume, filter, thread, mask.volume, mask.Fields());
   }
 };
 

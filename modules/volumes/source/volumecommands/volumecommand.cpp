@@ -136,6 +136,14 @@ Result<void> VolumeToVolumeCommand::RunOne(VolumeCommandData& data, const Comman
   return AddVolumeResult(data, *result, {index});
 }
 
+CommandMask ReadMask(const CommandSettings& settings, Int32 volumeKey, Int32 fieldsKey, Int32 spaceKey) {
+  CommandMask mask;
+  mask.volume = VolumeObjectData::GetVolume(settings.GetObject(volumeKey));
+  mask.field.fields = settings.GetFieldList(fieldsKey);
+  mask.field.targetRelativeSpace = settings.GetMatrix(spaceKey).value_or(Matrix());
+  return mask;
+}
+
 Result<Volume> InputVolume(const zta::BaseObject* input) {
   Volume volume = VolumeObjectData::GetVolume(input);
   if (!volume.IsInitialized() && (!input || input->GetType() != ID_VOLUMEOBJECT))

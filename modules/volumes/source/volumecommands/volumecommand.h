@@ -94,6 +94,16 @@ class VolumeToVolumeCommand : public PerInputCommand {
 Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const ThreadRef& thread,
                                       const std::function<Result<Volume>(const Volume&, const Volume&)>& combine);
 
+// The mask of a filter command: a volume object under `volumeKey`, fields
+// under `fieldsKey` sampled from the grid's world through the matrix under
+// `spaceKey`.
+struct CommandMask {
+  Volume volume;
+  FieldSampleData field;
+  const FieldSampleData* Fields() const { return field.fields ? &field : nullptr; }
+};
+CommandMask ReadMask(const CommandSettings& settings, Int32 volumeKey, Int32 fieldsKey, Int32 spaceKey);
+
 // The Volume of an input that must be a volume object with a grid.
 Result<Volume> InputVolume(const zta::BaseObject* input);
 
