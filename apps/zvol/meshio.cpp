@@ -482,18 +482,7 @@ void WriteMesh(const zta::PolygonObject& op, const std::string& path) {
 
 ConversionMesh ToConversionMesh(const zta::PolygonObject& op) {
   ConversionMesh cm;
-  const zta::Matrix mg = op.GetMg();
-  const Int32 n = op.GetPointCount(), m = op.GetPolygonCount();
-  cm.points.resize(size_t(n));
-  const bool identity = mg == zta::Matrix();
-  for (Int32 i = 0; i < n; ++i) cm.points[size_t(i)] = identity ? op.GetPointR()[i] : mg * op.GetPointR()[i];
-  cm.polygons.resize(size_t(m));
-  for (Int32 i = 0; i < m; ++i) {
-    const CPolygon& p = op.GetPolygonR()[i];
-    cm.polygons[size_t(i)] = {uint32_t(p.a), uint32_t(p.b), uint32_t(p.c),
-                              p.IsTriangle() ? VolumeConversionPolygon::TRIANGLE : uint32_t(p.d)};
-  }
-  Check(zelmar::VolumeToolsInterface::CheckPolyIndexValidity(cm.polygons, zelmar::Int(n)));
+  Check(zelmar::VolumeToolsInterface::GetConversionMesh(op, cm.points, cm.polygons));
   return cm;
 }
 

@@ -36,7 +36,7 @@ std::unique_ptr<zta::PolygonObject> ReadMesh(const std::string& path, const zta:
 void WriteMesh(const zta::PolygonObject& op, const std::string& path);
 
 // What MeshToVolume takes: world positions and polygons with d marking a
-// triangle, checked against the point count.
+// triangle (the reader has checked the indices, MeshToVolume checks them again).
 struct ConversionMesh {
   std::vector<zta::Vector> points;
   std::vector<zelmar::VolumeConversionPolygon> polygons;

@@ -119,6 +119,17 @@ TEST(Convert, FogToSdfPutsTheZeroCrossingAtTheIsoSurface) {
   }
   EXPECT_EQ(fog.GetGridClass(), GRIDCLASS::FOG);
 
+  // A fog moved away from the origin keeps its surface where it stands.
+  const openvdb::Vec3d offset(0.3, -0.2, 0.5);
+  auto moved = density->deepCopy();
+  moved->transform().postTranslate(offset);
+  auto movedSdf = VolumeToolsInterface::ConvertFogToSDF(*MakeVolume(moved), 0.5, nullptr);
+  ASSERT_TRUE(movedSdf.IsOk()) << movedSdf.GetError().GetMessage();
+  for (const openvdb::Vec3d dir : {openvdb::Vec3d(1, 0, 0), openvdb::Vec3d(0, 0, -1)}) {
+    EXPECT_NEAR(WorldValue(*movedSdf, offset + dir * 0.5), 0.0, voxel) << dir;
+    EXPECT_LT(WorldValue(*movedSdf, offset + dir * 0.3), 0.0) << dir;
+  }
+
   // A level set comes back as it is; vectors give a volume without grid.
   const Volume sphere = Sphere(1.0, 0.1);
   EXPECT_TRUE(*VolumeToolsInterface::ConvertFogToSDF(sphere, 0.5, nullptr) == sphere);

@@ -168,6 +168,10 @@ class VolumeToolsInterface {
   // A polygon object where the grid stands, at unit scale; null for a grid that is not float.
   static Result<std::unique_ptr<zta::PolygonObject>> VolumeToMesh(const Volume& volume, double iso,
                                                                   double adaptiveValue);
+  // The polygons of an object as MeshToVolume takes them: points in world
+  // space (through the object's global matrix), triangles marked in `d`.
+  static Result<void> GetConversionMesh(const zta::PolygonObject& object, std::vector<Vector>& vertices,
+                                        std::vector<VolumeConversionPolygon>& polygons);
   // Every index below `pointCount`; `d` may instead mark a triangle.
   static Result<void> CheckPolyIndexValidity(const std::vector<VolumeConversionPolygon>& polygons, Int pointCount);
 

@@ -88,22 +88,7 @@ Result<Volume> VolumeToolsInterface::ConvertFogToSDF(const Volume& volume, doubl
 
   std::vector<Vector> vertices;
   std::vector<VolumeConversionPolygon> polygons;
-  try {
-    vertices.assign(object.GetPointR(), object.GetPointR() + object.GetPointCount());
-    polygons.reserve(size_t(object.GetPolygonCount()));
-    const zta::CPolygon* polys = object.GetPolygonR();
-    for (zta::Int32 i = 0; i < object.GetPolygonCount(); ++i) {
-      const zta::CPolygon& p = polys[i];
-      VolumeConversionPolygon q;
-      q.a = uint32_t(p.a);
-      q.b = uint32_t(p.b);
-      q.c = uint32_t(p.c);
-      q.d = p.c == p.d ? VolumeConversionPolygon::TRIANGLE : uint32_t(p.d);
-      polygons.push_back(q);
-    }
-  } catch (const std::bad_alloc&) {
-    return zta::OutOfMemoryError();
-  }
+  if (auto mesh = GetConversionMesh(object, vertices, polygons); !mesh) return mesh.GetError();
   // The voxel size of the fog, and the usual band of three voxels either side.
   const double voxelSize = grid->voxelSize()[0];
   return VolumeToolsInterface::MeshToVolume(vertices, polygons, object.GetMg(), voxelSize, 3, 3, thread,

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "host/core/format.h"
+#include "host/objects/polygonobject.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/helper/threadinterrupter.h"
 #include "modules/volumes/source/volume_impl.h"
@@ -51,6 +52,27 @@ constexpr const char* kConversionFailed = "An error occured trying to convert a 
 bool IndexInRange(uint32_t index, Int pointCount) { return Int(index) < pointCount; }
 
 }  // namespace
+
+Result<void> VolumeToolsInterface::GetConversionMesh(const zta::PolygonObject& object, std::vector<Vector>& vertices,
+                                                     std::vector<VolumeConversionPolygon>& polygons) {
+  try {
+    const Matrix mg = object.GetMg();
+    const Vector* points = object.GetPointR();
+    vertices.resize(size_t(object.GetPointCount()));
+    for (zta::Int32 i = 0; i < object.GetPointCount(); ++i) vertices[size_t(i)] = mg * points[i];
+    const zta::CPolygon* polys = object.GetPolygonR();
+    polygons.resize(size_t(object.GetPolygonCount()));
+    for (zta::Int32 i = 0; i < object.GetPolygonCount(); ++i) {
+      const zta::CPolygon& p = polys[i];
+      // The host marks a triangle by c == d, the conversion by d == TRIANGLE.
+      polygons[size_t(i)] = {uint32_t(p.a), uint32_t(p.b), uint32_t(p.c),
+                             p.IsTriangle() ? VolumeConversionPolygon::TRIANGLE : uint32_t(p.d)};
+    }
+  } catch (const std::bad_alloc&) {
+    return zta::OutOfMemoryError();
+  }
+  return zta::OK();
+}
 
 Result<void> VolumeToolsInterface::CheckPolyIndexValidity(const std::vector<VolumeConversionPolygon>& polygons,
                                                           Int pointCount) {

@@ -20,24 +20,8 @@ class MeshToVolumeCommand final : public PerInputCommand {
 
     std::vector<Vector> vertices;
     std::vector<VolumeConversionPolygon> polygons;
-    try {
-      // The operator takes world positions and maps them through the inverse of
-      // the grid frame, which stands in the object's frame.
-      const Vector* points = mesh.GetPointR();
-      const Matrix mg = mesh.GetMg();
-      vertices.reserve(size_t(mesh.GetPointCount()));
-      for (zta::Int32 i = 0; i < mesh.GetPointCount(); ++i) vertices.push_back(mg * points[i]);
-      const zta::CPolygon* polys = mesh.GetPolygonR();
-      polygons.reserve(size_t(mesh.GetPolygonCount()));
-      for (zta::Int32 i = 0; i < mesh.GetPolygonCount(); ++i) {
-        const zta::CPolygon& p = polys[i];
-        // The host marks a triangle by c == d, the operator by d == TRIANGLE.
-        polygons.push_back({uint32_t(p.a), uint32_t(p.b), uint32_t(p.c),
-                            p.IsTriangle() ? VolumeConversionPolygon::TRIANGLE : uint32_t(p.d)});
-      }
-    } catch (const std::bad_alloc&) {
-      return zta::OutOfMemoryError();
-    }
+    if (auto converted = VolumeToolsInterface::GetConversionMesh(mesh, vertices, polygons); !converted)
+      return converted.GetError();
 
     const double gridSize = settings.GetFloat(MESHTOVOLUME_GRIDSIZE);
     int32_t interior = settings.GetInt32(MESHTOVOLUME_INTERIORBAND);
