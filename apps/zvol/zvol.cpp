@@ -138,15 +138,12 @@ CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector
       ->type_name("X,Y,Z");
 }
 
-zelmar::Volume LoadVolume(const std::string& path, const std::string& grid) {
-  using zelmar::VolumeToolsInterface;
-  const zta::Url url = zta::Url::FromSystemPath(path);
-  if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
-  const auto names = Take(VolumeToolsInterface::GetGridNamesFromFile(url));
+int64_t ChooseGrid(const std::string& path, const std::string& grid) {
+  const auto names = Take(zelmar::VolumeToolsInterface::GetGridNamesFromFile(zta::Url::FromSystemPath(path)));
   int64_t index = 0;
   if (!grid.empty()) {
     index = -1;
-    for (size_t i = 0; i < names.size(); ++i)
+    for (size_t i = 0; i < names.size() && index < 0; ++i)
       if (names[i] == grid) index = int64_t(i);
     if (index < 0) {
       char* end = nullptr;
@@ -158,8 +155,15 @@ zelmar::Volume LoadVolume(const std::string& path, const std::string& grid) {
     while (size_t(index) < names.size() && names[size_t(index)].ends_with("~NotSupported")) ++index;
   }
   if (size_t(index) >= names.size()) throw Failure(path + " holds no grid that can be loaded");
-  if (names[size_t(index)].ends_with("~NotSupported")) throw Failure("grid '" + grid + "' of " + path + " is a point data grid, which is not supported");
-  return Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+  if (names[size_t(index)].ends_with("~NotSupported"))
+    throw Failure("grid '" + grid + "' of " + path + " is a point data grid, which is not supported");
+  return index;
+}
+
+zelmar::Volume LoadVolume(const std::string& path, const std::string& grid) {
+  const zta::Url url = zta::Url::FromSystemPath(path);
+  if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
+  return Take(zelmar::Volume::CreateFromFile(url, 1.0, ChooseGrid(path, grid)));
 }
 
 void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes) {

@@ -113,6 +113,10 @@ const std::vector<VerbEntry>& Verbs();
 #define ZVOL_VERB(name, help, setup) \
   static const ::zvol::VerbRegistration ZVOL_VERB_CAT(zvolVerb_, __LINE__)(name, help, setup)
 
+inline bool IsVectorType(zelmar::GRIDTYPE t) {
+  return t == zelmar::GRIDTYPE::VEC3I || t == zelmar::GRIDTYPE::VEC3S || t == zelmar::GRIDTYPE::VEC3D;
+}
+
 // Positions and directions on the command line are in the right-handed frame
 // of files; the scene mirrors the third axis.
 inline zta::Vector ToScene(const zta::Vector& v) { return {v.x, v.y, -v.z}; }
@@ -125,6 +129,9 @@ zta::Vector ParseVector(const std::string& text, const char* what);
 // Adds an option that takes "x,y,z".
 CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector& target, const std::string& help);
 
+// The index of the grid that `grid` names in a .vdb file: a name, an index,
+// or, empty, the first grid that can be loaded.
+int64_t ChooseGrid(const std::string& path, const std::string& grid);
 // Loads the grid chosen by `grid` (a name or an index; empty for the first) of a .vdb file.
 zelmar::Volume LoadVolume(const std::string& path, const std::string& grid = {});
 // Writes volumes to `path` atomically.

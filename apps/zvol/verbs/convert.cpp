@@ -25,7 +25,6 @@ std::string Describe(const Volume& v) {
                            zelmar::GridClassName(v.GetGridClass()));
 }
 
-bool IsVector(GRIDTYPE t) { return t == GRIDTYPE::VEC3I || t == GRIDTYPE::VEC3S || t == GRIDTYPE::VEC3D; }
 
 // The operators hand unfitting input back unchanged or give no grid; a person
 // is told what was wrong instead.
@@ -42,7 +41,7 @@ Volume Convert(const zvol::Context& ctx, const Options& o, const Volume& input) 
       throw zvol::Failure(o.input + " holds " + Describe(input) + "; fog2sdf needs a float grid that is not a level set");
     return zvol::Take(VolumeToolsInterface::ConvertFogToSDF(input, o.iso, ctx.thread));
   }
-  if (!IsVector(input.GetGridType()))
+  if (!zvol::IsVectorType(input.GetGridType()))
     throw zvol::Failure(o.input + " holds " + Describe(input) + "; vec2fog needs a vector grid");
   return zvol::Take(VolumeToolsInterface::ConvertVectorToFog(input, ctx.thread));
 }

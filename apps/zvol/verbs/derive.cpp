@@ -18,7 +18,6 @@ struct Options {
   double angle = 0.0;  // degrees
 };
 
-bool IsVector(GRIDTYPE t) { return t == GRIDTYPE::VEC3I || t == GRIDTYPE::VEC3S || t == GRIDTYPE::VEC3D; }
 bool IsScalar(GRIDTYPE t) { return t == GRIDTYPE::FLOAT || t == GRIDTYPE::DOUBLE || t == GRIDTYPE::INT32; }
 
 Volume Derive(const zvol::Context& ctx, const Options& o, const Volume& input) {
@@ -29,7 +28,7 @@ Volume Derive(const zvol::Context& ctx, const Options& o, const Volume& input) {
     return zvol::Take(o.kind == "gradient" ? VolumeToolsInterface::CreateGradientVolume(input, ctx.thread)
                                            : VolumeToolsInterface::CreateMeanCurvatureVolume(input, ctx.thread));
   }
-  if (!IsVector(type)) throw zvol::Failure(held + o.kind + " takes vector grids");
+  if (!zvol::IsVectorType(type)) throw zvol::Failure(held + o.kind + " takes vector grids");
   if (o.kind == "curl") return zvol::Take(VolumeToolsInterface::CreateCurlVolume(input, ctx.thread));
   if (o.kind == "normalize") return zvol::Take(VolumeToolsInterface::NormalizeVectorVolume(input, ctx.thread));
   // Vector values keep the file's own axes through reading and writing, so the

@@ -44,25 +44,7 @@ inline zelmar::Volume LoadInFileFrame(const std::string& path, const std::string
     ~Erase() { zta::MemoryStore::Erase(name); }
   } erase{name.str()};
 
-  const auto names = Take(zelmar::VolumeToolsInterface::GetGridNamesFromFile(zta::Url::FromSystemPath(path)));
-  int64_t index = -1;
-  if (grid.empty()) {
-    for (size_t i = 0; i < names.size() && index < 0; ++i)
-      if (!names[i].ends_with("~NotSupported")) index = int64_t(i);
-    if (index < 0) throw Failure(path + " holds no grid that can be loaded");
-  } else {
-    for (size_t i = 0; i < names.size() && index < 0; ++i)
-      if (names[i] == grid) index = int64_t(i);
-    if (index < 0) {
-      char* end = nullptr;
-      const long n = std::strtol(grid.c_str(), &end, 10);
-      if (end && *end == '\0' && !grid.empty() && n >= 0 && size_t(n) < names.size()) index = n;
-    }
-    if (index < 0) throw Failure("no grid '" + grid + "' in " + path);
-    if (names[size_t(index)].ends_with("~NotSupported"))
-      throw Failure("grid '" + grid + "' of " + path + " is a point data grid, which is not supported");
-  }
-  return Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+  return Take(zelmar::Volume::CreateFromFile(url, 1.0, ChooseGrid(path, grid)));
 }
 
 // Values as text: floats with the digits that give them back exactly,

@@ -30,10 +30,7 @@ void CheckInput(const std::string& path, const zelmar::Volume& v) {
   if (!Scalar(v.GetGridType()))
     throw zvol::Failure(path + " holds a grid of " + zelmar::GridTypeName(v.GetGridType()) +
                         "; mix takes float, double, int32 and int64 grids" +
-                        (v.GetGridType() == GRIDTYPE::VEC3S || v.GetGridType() == GRIDTYPE::VEC3D ||
-                                 v.GetGridType() == GRIDTYPE::VEC3I
-                             ? " (vmix mixes vectors)"
-                             : ""));
+                        (zvol::IsVectorType(v.GetGridType()) ? " (vmix mixes vectors)" : ""));
 }
 
 zvol::VerbRun Setup(CLI::App& app) {

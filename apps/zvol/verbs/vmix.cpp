@@ -24,7 +24,7 @@ void CheckInput(const std::string& path, const zelmar::Volume& v) {
     throw zvol::Failure(path + " holds a " + zelmar::GridClassName(c) +
                         " grid; vmix takes vector grids of fog or unknown class");
   const GRIDTYPE t = v.GetGridType();
-  if (t != GRIDTYPE::VEC3I && t != GRIDTYPE::VEC3S && t != GRIDTYPE::VEC3D)
+  if (!zvol::IsVectorType(t))
     throw zvol::Failure(path + " holds a grid of " + zelmar::GridTypeName(t) +
                         "; vmix takes vec3i, vec3s and vec3d grids");
 }
