@@ -75,8 +75,10 @@ int main(int argc, char** argv) {
   try {
     zvol::Check(zelmar::StartModuleStandalone(ModuleFolder(argv[0])));
     for (auto* sub : app.get_subcommands()) {
-      if (const CLI::Option* out = sub->get_option_no_throw("--output"); out && out->count() > 0)
-        zvol::CheckOutputPath(out->as<std::string>());
+      // The output option may sit on a nested verb ("filter sdf ... -o OUT").
+      for (CLI::App* level = sub; level; level = level->get_subcommands().empty() ? nullptr : level->get_subcommands()[0])
+        if (const CLI::Option* out = level->get_option_no_throw("--output"); out && out->count() > 0)
+          zvol::CheckOutputPath(out->as<std::string>());
       status = runs.at(sub)(ctx);
     }
     zta::MainThreadQueue::Get().Drain();

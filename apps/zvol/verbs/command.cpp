@@ -366,17 +366,16 @@ zvol::VerbRun Setup(CLI::App& app) {
     for (size_t i = firstInput; i < objects.size(); ++i) data->AddInput(objects[i].get());
     ctx.CheckInterrupted();
 
-    zta::Result<zta::COMMANDRESULT> state = zta::COMMANDRESULT::OK;
+    zta::COMMANDRESULT state = zta::COMMANDRESULT::OK;
     {
       zvol::Progress progress(ctx, info->shortName);
       zvol::Step step(ctx, info->shortName);
-      state = zta::InvokeCommand(info->id, *data, ctx.thread);
+      state = zvol::Take(zta::InvokeCommand(info->id, *data, ctx.thread));
     }
-    if (!state) throw zvol::Failure(state.GetError().GetMessage());
     ctx.CheckInterrupted();
-    if (*state == zta::COMMANDRESULT::SKIP)
+    if (state == zta::COMMANDRESULT::SKIP)
       throw zvol::Failure(std::string(info->shortName) + " had nothing to do with these inputs and settings");
-    if (*state == zta::COMMANDRESULT::BREAK) throw zvol::Failure("interrupted");
+    if (state == zta::COMMANDRESULT::BREAK) throw zvol::Failure("interrupted");
     WriteOutputs(ctx, *info, *data, o->output);
     return 0;
   };

@@ -65,12 +65,9 @@ zvol::VerbRun Setup(CLI::App& app) {
       zvol::Step step(ctx, o->kind);
       result = Derive(ctx, *o, inFileWorld);
     }
-    ctx.CheckInterrupted();
-    if (!result.HasGrid()) throw zvol::Failure(o->input + ": " + o->kind + " gave no grid");
     result.SetGridTransform(scene);
     result.SetGridName(input.GetGridName().empty() ? o->kind : input.GetGridName() + "_" + o->kind);
-    zvol::SaveVolumes(ctx, o->output, {result});
-    ctx.Say("wrote " + o->output);
+    zvol::WriteResult(ctx, o->output, result, o->input + ": " + o->kind);
     return 0;
   };
 }

@@ -81,10 +81,6 @@ Volume LoadMask(const std::string& path) {
   return mask;
 }
 
-void Finish(const zvol::Context& ctx, const Options& o, const Volume& result) {
-  zvol::WriteResult(ctx, o.output, result, "the filter");
-}
-
 int RunSdf(const zvol::Context& ctx, const Options& o) {
   Volume input, mask;
   {
@@ -111,7 +107,7 @@ int RunSdf(const zvol::Context& ctx, const Options& o) {
     zvol::Step step(ctx, "filter sdf " + o.type);
     result = zvol::Take(VolumeToolsInterface::ApplySDFFilterToVolume(input, s, ctx.thread, mask, nullptr));
   }
-  Finish(ctx, o, result);
+  zvol::WriteResult(ctx, o.output, result, "the filter");
   return 0;
 }
 
@@ -144,7 +140,7 @@ int RunFog(const zvol::Context& ctx, const Options& o) {
     zvol::Step step(ctx, "filter fog " + o.type);
     result = zvol::Take(VolumeToolsInterface::ApplyFilterToVolume(input, s, ctx.thread, mask, nullptr));
   }
-  Finish(ctx, o, result);
+  zvol::WriteResult(ctx, o.output, result, "the filter");
   return 0;
 }
 

@@ -114,9 +114,11 @@ bool FoldsOnDiagonal(const Vector* p, const openvdb::Vec4I& q) {
 Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::tools::VolumeToMesh& mesher,
                                                               const Matrix& pointMatrix, bool adaptive) {
   const openvdb::tools::PolygonPoolList& pools = mesher.polygonPoolList();
-  size_t polygonCount = 0;
+  // Where each pool's polygons start; the last entry is the count.
+  std::vector<size_t> firsts(mesher.polygonPoolListSize() + 1, 0);
   for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n)
-    polygonCount += pools[n].numQuads() + pools[n].numTriangles();
+    firsts[n + 1] = firsts[n] + pools[n].numQuads() + pools[n].numTriangles();
+  const size_t polygonCount = firsts.back();
   const size_t pointCount = mesher.pointListSize();
   constexpr size_t kMaxCount = size_t(std::numeric_limits<Int32>::max());
   std::unique_ptr<zta::PolygonObject> object;
@@ -136,9 +138,6 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::to
   // OpenVDB winds its polygons the other way round from the host.
   // Pools are written side by side, each from its offset in the pool order.
   CPolygon* polygons = object->GetPolygonW();
-  std::vector<size_t> firsts(mesher.polygonPoolListSize() + 1, 0);
-  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n)
-    firsts[n + 1] = firsts[n] + pools[n].numQuads() + pools[n].numTriangles();
   tbb::parallel_for(tbb::blocked_range<size_t>(0, mesher.polygonPoolListSize()), [&](const tbb::blocked_range<size_t>& r) {
     for (size_t n = r.begin(); n != r.end(); ++n) {
       const openvdb::tools::PolygonPool& pool = pools[n];

@@ -23,6 +23,11 @@ class PolylineWalk {
   }
   double GetLength() const { return length_; }
   size_t GetPointCount() const { return points_.size(); }
+  // Back to the start, for a walk that begins again.
+  void Rewind() {
+    span_ = 0;
+    spanStart_ = 0.0;
+  }
 
   Vector At(double distance) {
     if (points_.empty()) return Vector();
@@ -90,7 +95,7 @@ class SplineToVolumeCommand final : public PerInputCommand {
       PolylineWalk walk(line->GetSegmentPoints(s), line->GetSegment(s).closed, mg);
       if (walk.GetPointCount() == 0) continue;
       const int64_t samples = std::max<int64_t>(1, int64_t(std::ceil(walk.GetLength() / step)));
-      if (rail) rail.emplace(railLine->GetSegmentPoints(0), railLine->GetSegment(0).closed, railObject->GetMg());
+      if (rail) rail->Rewind();
       for (int64_t k = 0; k <= samples; ++k) {
         if ((k & 0xffff) == 0 && IsStopped(thread)) return zta::UnexpectedError("spline to volume was stopped");
         const double f = double(k) / double(samples);
