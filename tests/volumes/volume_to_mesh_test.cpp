@@ -2,12 +2,15 @@
 #include <openvdb/tools/LevelSetSphere.h>
 #include <openvdb/tools/VolumeToMesh.h>
 
+#include <algorithm>
 #include <cmath>
+#include <memory>
 #include <numbers>
 
 #include "host/objects/polygonobject.h"
 #include "host/objects/uvwtag.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetomesh.h"
 #include "zelmar/volumetools.h"
 
 namespace {
@@ -205,3 +208,40 @@ TEST(VolumeToMesh, OtherInputs) {
 }
 
 }  // namespace
+
+TEST(VolumeToMesh, ReleasingVariantGivesTheSameMeshAndLetsTheGridGo) {
+  for (double adaptivity : {0.0, 0.7}) {
+    SCOPED_TRACE(adaptivity);
+    Volume sphere = Sphere(1.0, 0.05, {0.3, 0.0, -0.2});
+    auto want = Mesh(sphere, 0.0, adaptivity);
+    ASSERT_TRUE(want);
+    const std::weak_ptr<openvdb::GridBase> grid = zelmar::VolumeImpl::GetGrid(sphere);
+
+    // Another holder of the volume keeps the grid.
+    Volume keeper = sphere;
+    auto kept = zelmar::VolumeToMeshReleasing(std::move(sphere), 0.0, adaptivity);
+    ASSERT_TRUE(kept.IsOk());
+    EXPECT_FALSE(sphere.IsInitialized());
+    EXPECT_FALSE(grid.expired());
+    EXPECT_TRUE(keeper.HasGrid());
+
+    // The last one lets it go, and the mesh is the same: points, polygons and UVs.
+    auto got = zelmar::VolumeToMeshReleasing(std::move(keeper), 0.0, adaptivity);
+    ASSERT_TRUE(got.IsOk());
+    EXPECT_TRUE(grid.expired());
+    for (const auto* op : {kept.GetValue().get(), got.GetValue().get()}) {
+      ASSERT_TRUE(op);
+      ASSERT_EQ(op->GetPointCount(), want->GetPointCount());
+      ASSERT_EQ(op->GetPolygonCount(), want->GetPolygonCount());
+      EXPECT_EQ(op->GetMg(), want->GetMg());
+      EXPECT_TRUE(std::equal(op->GetPointR(), op->GetPointR() + op->GetPointCount(), want->GetPointR()));
+      EXPECT_TRUE(std::equal(op->GetPolygonR(), op->GetPolygonR() + op->GetPolygonCount(), want->GetPolygonR()));
+      for (int i = 0; i < op->GetPolygonCount(); ++i) ASSERT_EQ(UVs(*op)->Get(i), UVs(*want)->Get(i)) << i;
+    }
+  }
+
+  // Errors as the plain call gives them.
+  auto r = zelmar::VolumeToMeshReleasing(Volume(), 0.0, 0.0);
+  ASSERT_TRUE(r.IsError());
+  EXPECT_EQ(r.GetError().GetMessage(), "volume is not initialized");
+}

@@ -4,6 +4,7 @@
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
+#include "zelmar/volumetomesh.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
 
@@ -53,12 +54,12 @@ std::string Remesh(const Options& o, const zvol::Context& ctx) {
   progress.Set(0.5);
   {
     zvol::Step step(ctx, "volume to mesh");
-    mesh = zvol::Take(VolumeToolsInterface::VolumeToMesh(volume, 0.0, o.adaptivity));
+    // The grid goes as soon as it is meshed, before the mesh is built.
+    mesh = zvol::Take(zelmar::VolumeToMeshReleasing(std::move(volume), 0.0, o.adaptivity));
   }
   ctx.CheckInterrupted();
   if (!mesh || mesh->GetPolygonCount() == 0)
     throw zvol::Failure(zta::FormatString("@: the surface vanished at voxel size @", o.input, voxelSize));
-  volume = zelmar::Volume();
   progress.Set(0.8);
   {
     zvol::Step step(ctx, "write " + std::filesystem::path(o.output).filename().string());

@@ -4,12 +4,10 @@
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
-#include "zelmar/volumetools.h"
+#include "zelmar/volumetomesh.h"
 #include "zvol.h"
 
 namespace {
-
-using zelmar::VolumeToolsInterface;
 
 struct Options {
   std::string input;
@@ -29,16 +27,18 @@ std::string Vol2Mesh(const Options& o, const zvol::Context& ctx) {
   }
   ctx.CheckInterrupted();
   progress.Set(0.3);
+  const std::string name = volume.GetGridName();
+  const zelmar::GRIDTYPE type = volume.GetGridType();
   std::unique_ptr<zta::PolygonObject> mesh;
   {
     zvol::Step step(ctx, "volume to mesh");
-    mesh = zvol::Take(VolumeToolsInterface::VolumeToMesh(volume, o.iso, o.adaptivity));
+    // The grid goes as soon as it is meshed, before the mesh is built.
+    mesh = zvol::Take(zelmar::VolumeToMeshReleasing(std::move(volume), o.iso, o.adaptivity));
   }
   ctx.CheckInterrupted();
-  const std::string name = volume.GetGridName();
   if (!mesh)
     throw zvol::Failure(zta::FormatString("grid '@' holds @ values; only float grids can be meshed", name,
-                                          zelmar::GridTypeName(volume.GetGridType())));
+                                          zelmar::GridTypeName(type)));
   if (mesh->GetPolygonCount() == 0)
     throw zvol::Failure(zta::FormatString("grid '@' has no surface at iso value @", name, o.iso));
   progress.Set(0.8);

@@ -4,6 +4,9 @@
 #include <tbb/parallel_for.h>
 
 #include <cmath>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <functional>
 #include <limits>
 #include <numbers>
@@ -15,6 +18,7 @@
 #include "host/ui/parallel.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/volumetomesh.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -30,7 +34,6 @@ constexpr Int32 kMsgUpdate = 5;
 
 // Below these counts the parallel passes run on the calling thread.
 constexpr Int64 kSerialPointCount = 10240;
-constexpr Int64 kSerialPolygonCount = 1024;
 constexpr Int64 kGrain = 64;
 
 struct Box {
@@ -51,18 +54,6 @@ struct Box {
 void ForRange(Int64 count, Int64 serialLimit, const std::function<void(Int64, Int64)>& fn) {
   if (count <= serialLimit) fn(0, count);
   else zta::ParallelForRange(0, count, fn, kGrain);
-}
-
-Box PointBounds(const Vector* points, Int64 count) {
-  if (count == 0) return {};  // "no points passed to calculation": an empty box
-  tbb::combinable<Box> boxes;
-  ForRange(count, kSerialPointCount, [&](Int64 b, Int64 e) {
-    Box& box = boxes.local();
-    for (Int64 i = b; i < e; ++i) box.Add(points[i]);
-  });
-  Box all;
-  boxes.combine_each([&](const Box& b) { all.Add(b); });
-  return all;
 }
 
 // Grown by one unit and made a cube about its centre, so that the UV
@@ -111,13 +102,16 @@ bool FoldsOnDiagonal(const Vector* p, const openvdb::Vec4I& q) {
   return Inside(p[q[0]], p[q[2]], p[q[1]], p[q[3]]) || Inside(p[q[2]], p[q[0]], p[q[3]], p[q[1]]);
 }
 
-Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::tools::VolumeToMesh& mesher,
+// Writes the mesher's output into a new object, releasing each part of it as
+// soon as it is copied, so that the float points and the polygon pools are
+// never held beside all of the object.
+Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::VolumeToMesh& mesher,
                                                               const Matrix& pointMatrix, bool adaptive) {
-  const openvdb::tools::PolygonPoolList& pools = mesher.polygonPoolList();
+  openvdb::tools::PolygonPoolList& pools = mesher.polygonPoolList();
+  const size_t poolCount = mesher.polygonPoolListSize();
   // Where each pool's polygons start; the last entry is the count.
-  std::vector<size_t> firsts(mesher.polygonPoolListSize() + 1, 0);
-  for (size_t n = 0; n < mesher.polygonPoolListSize(); ++n)
-    firsts[n + 1] = firsts[n] + pools[n].numQuads() + pools[n].numTriangles();
+  std::vector<size_t> firsts(poolCount + 1, 0);
+  for (size_t n = 0; n < poolCount; ++n) firsts[n + 1] = firsts[n] + pools[n].numQuads() + pools[n].numTriangles();
   const size_t polygonCount = firsts.back();
   const size_t pointCount = mesher.pointListSize();
   constexpr size_t kMaxCount = size_t(std::numeric_limits<Int32>::max());
@@ -126,42 +120,26 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::to
     object = zta::PolygonObject::Alloc(Int32(pointCount), Int32(polygonCount));
   if (!object) return zta::OutOfMemoryError("could not create polygon object");
 
+  // Points and their box in one pass.
   Vector* points = object->GetPointW();
-  const openvdb::tools::PointList& source = mesher.pointList();
+  const openvdb::Vec3s* source = mesher.pointList().get();
+  tbb::combinable<Box> boxes;
   ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
+    Box& box = boxes.local();
     for (Int64 i = b; i < e; ++i) {
       const openvdb::Vec3s& p = source[size_t(i)];
       points[i] = pointMatrix.TransformPoint(Vector(double(p[0]), double(p[1]), double(p[2])));
+      box.Add(points[i]);
     }
   });
-
-  // OpenVDB winds its polygons the other way round from the host.
-  // Pools are written side by side, each from its offset in the pool order.
-  CPolygon* polygons = object->GetPolygonW();
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, mesher.polygonPoolListSize()), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t n = r.begin(); n != r.end(); ++n) {
-      const openvdb::tools::PolygonPool& pool = pools[n];
-      size_t out = firsts[n];
-      for (size_t i = 0; i < pool.numQuads(); ++i) {
-        const openvdb::Vec4I& q = pool.quad(i);
-        if (adaptive && FoldsOnDiagonal(points, q))
-          polygons[out++] = CPolygon(Int32(q[3]), Int32(q[2]), Int32(q[1]), Int32(q[0]));
-        else
-          polygons[out++] = CPolygon(Int32(q[0]), Int32(q[3]), Int32(q[2]), Int32(q[1]));
-      }
-      for (size_t i = 0; i < pool.numTriangles(); ++i) {
-        const openvdb::Vec3I& t = pool.triangle(i);
-        polygons[out++] = CPolygon(Int32(t[2]), Int32(t[1]), Int32(t[0]), Int32(t[0]));
-      }
-    }
-  });
-  object->Message(kMsgUpdate);
-  object->SetDirty(zta::DIRTYFLAGS_DATA);
+  mesher.pointList().reset();
+  Box bounds;  // "no points passed to calculation": an empty box
+  if (pointCount > 0) boxes.combine_each([&](const Box& b) { bounds.Add(b); });
 
   std::unique_ptr<zta::UVWTag> uvw = zta::UVWTag::Alloc(Int32(polygonCount));
   if (!uvw) return zta::OutOfMemoryError("could not create uv tag");
   zta::UVWStruct32* uvs = uvw->GetDataAddressW();
-  const Box cube = CubeAround(PointBounds(points, Int64(pointCount)));
+  const Box cube = CubeAround(bounds);
   const Vector centre = (cube.min + cube.max) * 0.5;
   // A corner's UV depends on its point alone: each point's is computed once
   // and the polygons gather them, a quarter of the trigonometry.
@@ -169,33 +147,69 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(const openvdb::to
   ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
     for (Int64 i = b; i < e; ++i) pointUVs[size_t(i)] = SphericalUV(points[i], centre);
   });
-  ForRange(Int64(polygonCount), kSerialPolygonCount, [&](Int64 b, Int64 e) {
-    for (Int64 i = b; i < e; ++i) {
-      const CPolygon& p = polygons[i];
-      uvs[i] = {pointUVs[size_t(p.a)], pointUVs[size_t(p.b)], pointUVs[size_t(p.c)], pointUVs[size_t(p.d)]};
+
+  // OpenVDB winds its polygons the other way round from the host. Pools are
+  // written side by side, each from its offset in the pool order, with the
+  // UVs of their corners, and freed once written.
+  CPolygon* polygons = object->GetPolygonW();
+  auto put = [&](size_t at, const CPolygon& p) {
+    polygons[at] = p;
+    uvs[at] = {pointUVs[size_t(p.a)], pointUVs[size_t(p.b)], pointUVs[size_t(p.c)], pointUVs[size_t(p.d)]};
+  };
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, poolCount), [&](const tbb::blocked_range<size_t>& r) {
+    for (size_t n = r.begin(); n != r.end(); ++n) {
+      openvdb::tools::PolygonPool& pool = pools[n];
+      size_t out = firsts[n];
+      for (size_t i = 0; i < pool.numQuads(); ++i) {
+        const openvdb::Vec4I& q = pool.quad(i);
+        if (adaptive && FoldsOnDiagonal(points, q))
+          put(out++, CPolygon(Int32(q[3]), Int32(q[2]), Int32(q[1]), Int32(q[0])));
+        else
+          put(out++, CPolygon(Int32(q[0]), Int32(q[3]), Int32(q[2]), Int32(q[1])));
+      }
+      for (size_t i = 0; i < pool.numTriangles(); ++i) {
+        const openvdb::Vec3I& t = pool.triangle(i);
+        put(out++, CPolygon(Int32(t[2]), Int32(t[1]), Int32(t[0]), Int32(t[0])));
+      }
+      pool.clearQuads();
+      pool.clearTriangles();
     }
   });
+  pools.reset();
+  object->Message(kMsgUpdate);
+  object->SetDirty(zta::DIRTYFLAGS_DATA);
   object->InsertTag(uvw.release());
   return object;
 }
 
-}  // namespace
-
-Result<std::unique_ptr<zta::PolygonObject>> VolumeToolsInterface::VolumeToMesh(const Volume& volume, double iso,
-                                                                               double adaptiveValue) {
+// `release`, when given, is the caller's volume, emptied as soon as the
+// mesher has read the grid.
+Result<std::unique_ptr<zta::PolygonObject>> Mesh(const Volume& volume, double iso, double adaptiveValue,
+                                                 Volume* release) {
   if (!volume.IsInitialized()) return zta::IllegalStateError("volume is not initialized");
-  const openvdb::GridBase::Ptr base = VolumeImpl::GetGrid(volume);
+  openvdb::GridBase::Ptr base = VolumeImpl::GetGrid(volume);
   if (!base) return zta::IllegalStateError("volume has no grid attached");
   if (volume.GetGridType() != GRIDTYPE::FLOAT) return std::unique_ptr<zta::PolygonObject>();
 
   try {
-    const openvdb::FloatGrid::Ptr grid = openvdb::gridPtrCast<openvdb::FloatGrid>(base);
-    openvdb::tools::VolumeToMesh mesher(iso, adaptiveValue, /*relaxDisorientedTriangles=*/true);
-    mesher(*grid);
-
     // The object stands where the grid stands at unit scale; its points keep
     // the size of the world.
     const Matrix m = volume.GetGridTransform();
+    openvdb::tools::VolumeToMesh mesher(iso, adaptiveValue, /*relaxDisorientedTriangles=*/true);
+    {
+      const openvdb::FloatGrid::Ptr grid = openvdb::gridPtrCast<openvdb::FloatGrid>(base);
+      mesher(*grid);
+    }
+    base.reset();
+    if (release) {
+      *release = Volume();
+#ifdef __GLIBC__
+      // The grid's and the mesher's nodes were many small blocks; hand their
+      // pages back before the object's large arrays come.
+      malloc_trim(0);
+#endif
+    }
+
     const Vector lengths = m.GetScale();
     if (lengths.x == 0.0 || lengths.y == 0.0 || lengths.z == 0.0) return zta::IllegalStateError("degenerated grid");
     const Matrix unit = m * zta::MatrixScale({1.0 / lengths.x, 1.0 / lengths.y, 1.0 / lengths.z});
@@ -210,6 +224,18 @@ Result<std::unique_ptr<zta::PolygonObject>> VolumeToolsInterface::VolumeToMesh(c
   } catch (...) {
     return zta::OutOfMemoryError();
   }
+}
+
+}  // namespace
+
+Result<std::unique_ptr<zta::PolygonObject>> VolumeToolsInterface::VolumeToMesh(const Volume& volume, double iso,
+                                                                               double adaptiveValue) {
+  return Mesh(volume, iso, adaptiveValue, nullptr);
+}
+
+Result<std::unique_ptr<zta::PolygonObject>> VolumeToMeshReleasing(Volume&& volume, double iso, double adaptiveValue) {
+  Volume own = std::move(volume);
+  return Mesh(own, iso, adaptiveValue, &own);
 }
 
 }  // namespace zelmar
