@@ -299,72 +299,85 @@ class Writer {
   std::string buffer_;
 };
 
-// The object's polygons in the file's frame: points placed and mirrored,
-// corners in reversed order, with the UV of each corner.
-struct FileMesh {
-  std::vector<std::array<float, 3>> points;
-  // Corner lists of three or four.
-  std::vector<std::array<int32_t, 4>> polys;
-  std::vector<uint8_t> sizes;
-  std::vector<std::array<Vector, 4>> uvs;  // per polygon corner, empty without a tag
-  // When every corner's UV is that of its point: one UV per point.
-  std::vector<std::array<float, 2>> pointUVs;
-};
-
-FileMesh ToFile(const zta::PolygonObject& op) {
-  FileMesh fm;
-  const zta::Matrix mg = op.GetMg();
-  const Int32 n = op.GetPointCount(), m = op.GetPolygonCount();
-  fm.points.resize(size_t(n));
-  for (Int32 i = 0; i < n; ++i) {
-    const Vector p = mg * op.GetPointR()[i];
-    fm.points[size_t(i)] = {float(p.x), float(p.y), float(-p.z)};
-  }
-  const auto* tag = static_cast<const zta::UVWTag*>(op.GetTag(zta::HOST_TAG_UVW));
-  const bool withUV = tag && tag->GetDataCount() == m;
-  fm.polys.resize(size_t(m));
-  fm.sizes.resize(size_t(m));
-  if (withUV) fm.uvs.resize(size_t(m));
-  for (Int32 i = 0; i < m; ++i) {
-    const CPolygon& p = op.GetPolygonR()[i];
-    if (p.a < 0 || p.b < 0 || p.c < 0 || p.d < 0 || p.a >= n || p.b >= n || p.c >= n || p.d >= n)
-      throw Failure(zta::FormatString("Index @ of polygon @ is out of bounds", std::max({p.a, p.b, p.c, p.d}), i));
-    const zta::UVWStruct uv = withUV ? tag->Get(zta::Int32(i)) : zta::UVWStruct{};
-    if (p.IsTriangle()) {
-      fm.polys[size_t(i)] = {p.a, p.c, p.b, p.b};
-      fm.sizes[size_t(i)] = 3;
-      if (withUV) fm.uvs[size_t(i)] = {uv.a, uv.c, uv.b, uv.b};
-    } else {
-      fm.polys[size_t(i)] = {p.a, p.d, p.c, p.b};
-      fm.sizes[size_t(i)] = 4;
-      if (withUV) fm.uvs[size_t(i)] = {uv.a, uv.d, uv.c, uv.b};
+// The object's mesh as a file holds it, read from the object while the file
+// is written: points placed and mirrored, corners in reversed order, with the
+// UV of each corner. Nothing of the size of the polygons is copied; only when
+// every corner's UV is that of its point (as the mesher makes them) is one UV
+// per point kept, which the formats then store once per point.
+class FileView {
+ public:
+  explicit FileView(const zta::PolygonObject& op)
+      : mg_(op.GetMg()), points_(op.GetPointR()), polygons_(op.GetPolygonR()), pointCount_(op.GetPointCount()),
+        polygonCount_(op.GetPolygonCount()) {
+    const Int32 n = pointCount_;
+    for (Int32 i = 0; i < polygonCount_; ++i) {
+      const CPolygon& p = polygons_[i];
+      if (p.a < 0 || p.b < 0 || p.c < 0 || p.d < 0 || p.a >= n || p.b >= n || p.c >= n || p.d >= n)
+        throw Failure(zta::FormatString("Index @ of polygon @ is out of bounds", std::max({p.a, p.b, p.c, p.d}), i));
     }
-  }
-  if (withUV) {
-    // The mesher's UVs depend on the point alone; then one per point suffices.
+    const auto* tag = static_cast<const zta::UVWTag*>(op.GetTag(zta::HOST_TAG_UVW));
+    if (tag && tag->GetDataCount() == polygonCount_) uvs_ = tag->GetDataAddressR();
+    if (!uvs_ || n == 0) return;
     std::vector<std::array<float, 2>> per(static_cast<size_t>(n));
     std::vector<char> seen(static_cast<size_t>(n), 0);
-    bool consistent = true;
-    for (size_t i = 0; i < fm.polys.size() && consistent; ++i)
-      for (int k = 0; k < fm.sizes[i]; ++k) {
-        const int32_t pt = fm.polys[i][size_t(k)];
-        const std::array<float, 2> t{float(fm.uvs[i][size_t(k)].x), float(fm.uvs[i][size_t(k)].y)};
-        if (!seen[size_t(pt)]) {
-          seen[size_t(pt)] = 1;
-          per[size_t(pt)] = t;
-        } else if (per[size_t(pt)] != t) {
-          consistent = false;
-          break;
+    for (Int32 i = 0; i < polygonCount_; ++i) {
+      int32_t corners[4] = {};
+      const int size = Corners(i, corners);
+      for (int k = 0; k < size; ++k) {
+        const size_t pt = size_t(corners[k]);
+        const std::array<float, 2> t = CornerUV(i, k);
+        if (!seen[pt]) {
+          seen[pt] = 1;
+          per[pt] = t;
+        } else if (per[pt] != t) {
+          return;
         }
       }
-    if (consistent) fm.pointUVs = std::move(per);
+    }
+    pointUVs_ = std::move(per);
   }
-  return fm;
-}
 
-void WriteObj(const FileMesh& fm, Writer& w) {
+  Int32 PointCount() const { return pointCount_; }
+  Int32 PolygonCount() const { return polygonCount_; }
+  std::array<float, 3> Point(Int32 i) const {
+    const Vector p = mg_ * points_[i];
+    return {float(p.x), float(p.y), float(-p.z)};
+  }
+  // The corners of polygon i in the file's order; gives their count, 3 or 4.
+  int Corners(Int32 i, int32_t out[4]) const {
+    const CPolygon& p = polygons_[i];
+    if (p.IsTriangle()) {
+      out[0] = p.a, out[1] = p.c, out[2] = p.b;
+      return 3;
+    }
+    out[0] = p.a, out[1] = p.d, out[2] = p.c, out[3] = p.b;
+    return 4;
+  }
+  // Whether the object has a UV for each polygon corner.
+  bool HasUVs() const { return uvs_ != nullptr; }
+  // The UV of corner k (in the file's order) of polygon i.
+  std::array<float, 2> CornerUV(Int32 i, int k) const {
+    const zta::UVWStruct32& uv = uvs_[i];
+    const bool triangle = polygons_[i].IsTriangle();
+    const zta::Vector32& t = k == 0 ? uv.a : k == 1 ? (triangle ? uv.c : uv.d) : k == 2 ? (triangle ? uv.b : uv.c) : uv.b;
+    return {t.x, t.y};
+  }
+  // One UV per point, or empty.
+  const std::vector<std::array<float, 2>>& PointUVs() const { return pointUVs_; }
+
+ private:
+  zta::Matrix mg_;
+  const Vector* points_;
+  const CPolygon* polygons_;
+  Int32 pointCount_, polygonCount_;
+  const zta::UVWStruct32* uvs_ = nullptr;
+  std::vector<std::array<float, 2>> pointUVs_;
+};
+
+void WriteObj(const FileView& fm, Writer& w) {
   w.Text("# written by zvol\n");
-  for (const auto& p : fm.points) {
+  for (Int32 i = 0; i < fm.PointCount(); ++i) {
+    const std::array<float, 3> p = fm.Point(i);
     w.Text("v ");
     w.Number(p[0]);
     w.Text(" ");
@@ -373,31 +386,36 @@ void WriteObj(const FileMesh& fm, Writer& w) {
     w.Number(p[2]);
     w.Text("\n");
   }
-  const bool perPoint = !fm.pointUVs.empty();
+  const bool perPoint = !fm.PointUVs().empty();
+  const bool withUV = fm.HasUVs() && fm.PolygonCount() > 0;
+  int32_t corners[4] = {};
   if (perPoint) {
-    for (const auto& t : fm.pointUVs) {
+    for (const auto& t : fm.PointUVs()) {
       w.Text("vt ");
       w.Number(t[0]);
       w.Text(" ");
       w.Number(t[1]);
       w.Text("\n");
     }
-  } else {
-    for (size_t i = 0; i < fm.uvs.size(); ++i)
-      for (int k = 0; k < fm.sizes[i]; ++k) {
+  } else if (withUV) {
+    for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
+      const int size = fm.Corners(i, corners);
+      for (int k = 0; k < size; ++k) {
+        const std::array<float, 2> t = fm.CornerUV(i, k);
         w.Text("vt ");
-        w.Number(float(fm.uvs[i][size_t(k)].x));
+        w.Number(t[0]);
         w.Text(" ");
-        w.Number(float(fm.uvs[i][size_t(k)].y));
+        w.Number(t[1]);
         w.Text("\n");
       }
+    }
   }
   int64_t corner = 1;
-  const bool withUV = !fm.uvs.empty();
-  for (size_t i = 0; i < fm.polys.size(); ++i) {
+  for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
+    const int size = fm.Corners(i, corners);
     w.Text("f");
-    for (int k = 0; k < fm.sizes[i]; ++k) {
-      const int64_t v = int64_t(fm.polys[i][size_t(k)]) + 1;
+    for (int k = 0; k < size; ++k) {
+      const int64_t v = int64_t(corners[k]) + 1;
       w.Text(" ");
       w.Number(v);
       if (withUV) {
@@ -409,46 +427,43 @@ void WriteObj(const FileMesh& fm, Writer& w) {
   }
 }
 
-void WritePly(const FileMesh& fm, Writer& w) {
-  const bool perPoint = !fm.pointUVs.empty();
-  const bool perCorner = !fm.uvs.empty() && !perPoint;
+void WritePly(const FileView& fm, Writer& w) {
+  const bool perPoint = !fm.PointUVs().empty();
+  const bool perCorner = fm.HasUVs() && fm.PolygonCount() > 0 && !perPoint;
   std::string header = "ply\nformat binary_little_endian 1.0\ncomment written by zvol\n";
-  header += "element vertex " + std::to_string(fm.points.size()) + "\n";
+  header += "element vertex " + std::to_string(fm.PointCount()) + "\n";
   header += "property float x\nproperty float y\nproperty float z\n";
   if (perPoint) header += "property float s\nproperty float t\n";
-  header += "element face " + std::to_string(fm.polys.size()) + "\n";
+  header += "element face " + std::to_string(fm.PolygonCount()) + "\n";
   header += "property list uchar int vertex_indices\n";
   if (perCorner) header += "property list uchar float texcoord\n";
   header += "end_header\n";
   w.Text(header);
   static_assert(std::endian::native == std::endian::little, "binary PLY is written in the machine's order");
-  for (size_t i = 0; i < fm.points.size(); ++i) {
-    w.Binary(fm.points[i]);
-    if (perPoint) w.Binary(fm.pointUVs[i]);
+  for (Int32 i = 0; i < fm.PointCount(); ++i) {
+    w.Binary(fm.Point(i));
+    if (perPoint) w.Binary(fm.PointUVs()[size_t(i)]);
   }
-  for (size_t i = 0; i < fm.polys.size(); ++i) {
-    w.Binary(fm.sizes[i]);
-    for (int k = 0; k < fm.sizes[i]; ++k) w.Binary(fm.polys[i][size_t(k)]);
+  int32_t corners[4] = {};
+  for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
+    const int size = fm.Corners(i, corners);
+    w.Binary(uint8_t(size));
+    for (int k = 0; k < size; ++k) w.Binary(corners[k]);
     if (perCorner) {
-      w.Binary(uint8_t(fm.sizes[i] * 2));
-      for (int k = 0; k < fm.sizes[i]; ++k) {
-        w.Binary(float(fm.uvs[i][size_t(k)].x));
-        w.Binary(float(fm.uvs[i][size_t(k)].y));
-      }
+      w.Binary(uint8_t(size * 2));
+      for (int k = 0; k < size; ++k) w.Binary(fm.CornerUV(i, k));
     }
   }
 }
 
-void WriteStl(const FileMesh& fm, Writer& w) {
+void WriteStl(const FileView& fm, Writer& w) {
   char header[80] = "binary STL written by zvol";
   w.Binary(header);
   uint32_t triangles = 0;
-  for (uint8_t s : fm.sizes) triangles += s == 4 ? 2 : 1;
+  int32_t corners[4] = {};
+  for (Int32 i = 0; i < fm.PolygonCount(); ++i) triangles += fm.Corners(i, corners) == 4 ? 2 : 1;
   w.Binary(triangles);
-  auto emit = [&](int32_t a, int32_t b, int32_t c) {
-    const auto& pa = fm.points[size_t(a)];
-    const auto& pb = fm.points[size_t(b)];
-    const auto& pc = fm.points[size_t(c)];
+  auto emit = [&](const std::array<float, 3>& pa, const std::array<float, 3>& pb, const std::array<float, 3>& pc) {
     const Vector e1(pb[0] - pa[0], pb[1] - pa[1], pb[2] - pa[2]), e2(pc[0] - pa[0], pc[1] - pa[1], pc[2] - pa[2]);
     const Vector n = zta::Cross(e1, e2).GetNormalized();
     const std::array<float, 3> normal{float(n.x), float(n.y), float(n.z)};
@@ -458,10 +473,11 @@ void WriteStl(const FileMesh& fm, Writer& w) {
     w.Binary(pc);
     w.Binary(uint16_t(0));
   };
-  for (size_t i = 0; i < fm.polys.size(); ++i) {
-    const auto& p = fm.polys[i];
-    emit(p[0], p[1], p[2]);
-    if (fm.sizes[i] == 4) emit(p[0], p[2], p[3]);
+  for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
+    const int size = fm.Corners(i, corners);
+    const std::array<float, 3> p0 = fm.Point(corners[0]), p2 = fm.Point(corners[2]);
+    emit(p0, fm.Point(corners[1]), p2);
+    if (size == 4) emit(p0, p2, fm.Point(corners[3]));
   }
 }
 
@@ -470,7 +486,7 @@ void WriteStl(const FileMesh& fm, Writer& w) {
 void WriteMesh(const zta::PolygonObject& op, const std::string& path) {
   const std::string ext = Extension(path);
   if (!IsWritableMeshPath(path)) throw Failure(path + ": not a mesh format zvol writes (OBJ, PLY, STL)");
-  const FileMesh fm = ToFile(op);
+  const FileView fm(op);
   AtomicOutput out(path);
   Writer w(out.TempPath());
   if (ext == ".obj") WriteObj(fm, w);
