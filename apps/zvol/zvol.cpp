@@ -8,10 +8,12 @@
 #include <cstdio>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <sstream>
 #include <thread>
 
+#include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
 
 namespace zvol {
@@ -160,37 +162,63 @@ int64_t ChooseGrid(const std::string& path, const std::string& grid) {
   return index;
 }
 
-zelmar::Volume LoadVolume(const std::string& path, const std::string& grid) {
-  const zta::Url url = zta::Url::FromSystemPath(path);
-  if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
-  return Take(zelmar::Volume::CreateFromFile(url, 1.0, ChooseGrid(path, grid)));
+Frame PointwiseFrame(const std::vector<std::string>& paths, bool pairsByIndex) {
+  if (pairsByIndex) return Frame::FILE;
+  try {
+    std::optional<zta::Matrix> shared;
+    for (const std::string& path : paths) {
+      const zta::Url url = zta::Url::FromSystemPath(path);
+      if (zta::IoDetect(url) != zta::IODETECT::FILE) return Frame::SCENE;
+      auto transforms = zelmar::FileFrameInterface::GetGridTransformsFromFile(url);
+      if (!transforms) return Frame::SCENE;
+      const zta::Matrix m = transforms.GetValue().at(size_t(ChooseGrid(path, {})));
+      if (!shared) shared = m;
+      else if (!(*shared == m)) return Frame::SCENE;
+    }
+  } catch (const std::exception&) {
+    return Frame::SCENE;
+  }
+  return Frame::FILE;
 }
 
-void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes) {
+zelmar::Volume LoadVolume(const std::string& path, const std::string& grid, Frame frame) {
+  const zta::Url url = zta::Url::FromSystemPath(path);
+  if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
+  const int64_t index = ChooseGrid(path, grid);
+  if (frame == Frame::FILE) return Take(zelmar::FileFrameInterface::LoadGrid(url, index));
+  return Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+}
+
+void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes,
+                 Frame frame) {
   Step step(ctx, "write " + std::filesystem::path(path).filename().string());
   AtomicOutput out(path);
-  Check(zelmar::VolumeToolsInterface::SaveVDBFile(zta::Url::FromSystemPath(out.TempPath()), 1.0, volumes, {}));
+  const zta::Url url = zta::Url::FromSystemPath(out.TempPath());
+  if (frame == Frame::FILE) Check(zelmar::FileFrameInterface::SaveVDBFile(url, volumes, {}));
+  else Check(zelmar::VolumeToolsInterface::SaveVDBFile(url, 1.0, volumes, {}));
   ctx.CheckInterrupted();
   out.Commit();
 }
 
-void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what) {
+void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what,
+                 Frame frame) {
   ctx.CheckInterrupted();
   if (!result.HasGrid()) throw Failure(what + " gave no grid");
-  SaveVolumes(ctx, path, {result});
+  SaveVolumes(ctx, path, {result}, frame);
   ctx.Say("wrote " + path);
 }
 
-std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths) {
+std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths, Frame frame) {
   Step step(ctx, "read");
   std::vector<zelmar::Volume> volumes(paths.size());
   // OpenVDB reads and decompresses a file on one thread: files go side by side.
-  tbb::parallel_for(size_t(0), paths.size(), [&](size_t i) { volumes[i] = LoadVolume(paths[i]); });
+  tbb::parallel_for(size_t(0), paths.size(), [&](size_t i) { volumes[i] = LoadVolume(paths[i], {}, frame); });
   return volumes;
 }
 
-std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b) {
-  std::vector<zelmar::Volume> both = LoadVolumes(ctx, {a, b});
+std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b,
+                                                   Frame frame) {
+  std::vector<zelmar::Volume> both = LoadVolumes(ctx, {a, b}, frame);
   return {std::move(both[0]), std::move(both[1])};
 }
 

@@ -129,22 +129,41 @@ zta::Vector ParseVector(const std::string& text, const char* what);
 // Adds an option that takes "x,y,z".
 CLI::Option* AddVectorOption(CLI::App& app, const std::string& name, zta::Vector& target, const std::string& help);
 
+// Where a verb's grids stand while it works: in the scene's frame, mirrored
+// along the third axis on the way in and out as every reader and writer does,
+// or in the file's own frame, read and written as they are.
+enum class Frame { SCENE, FILE };
+
+// The frame for a verb whose operation works voxel by voxel on the first
+// grids of `paths`. The mirror commutes with such an operation when it pairs
+// voxels by index (`pairsByIndex`), or when every input lies on one transform,
+// so nothing is resampled: then the file's frame gives the same voxels and
+// saves a mirror per grid read and written. Otherwise the inputs meet in the
+// scene's frame, where the second ones are resampled with a sampler that is
+// not symmetric under the mirror. Unreadable files give the scene's frame,
+// and their load reports them.
+Frame PointwiseFrame(const std::vector<std::string>& paths, bool pairsByIndex);
+
 // The index of the grid that `grid` names in a .vdb file: a name, an index,
 // or, empty, the first grid that can be loaded.
 int64_t ChooseGrid(const std::string& path, const std::string& grid);
 // Loads the grid chosen by `grid` (a name or an index; empty for the first) of a .vdb file.
-zelmar::Volume LoadVolume(const std::string& path, const std::string& grid = {});
+zelmar::Volume LoadVolume(const std::string& path, const std::string& grid = {}, Frame frame = Frame::SCENE);
 // Writes volumes to `path` atomically.
-void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes);
+void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes,
+                 Frame frame = Frame::SCENE);
 
 // The end of a verb that makes one volume: stops when Ctrl-C came, refuses a
 // result without grid ("<what> gave no grid"), writes it and says where.
-void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what);
+void WriteResult(const Context& ctx, const std::string& path, const zelmar::Volume& result, const std::string& what,
+                 Frame frame = Frame::SCENE);
 
 // The first grids of several files, read side by side as one step.
-std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths);
+std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<std::string>& paths,
+                                        Frame frame = Frame::SCENE);
 // The two inputs of a verb that joins a pair of volumes.
-std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b);
+std::pair<zelmar::Volume, zelmar::Volume> LoadPair(const Context& ctx, const std::string& a, const std::string& b,
+                                                   Frame frame = Frame::SCENE);
 // Refuses two grids of unlike value types, naming both files.
 void RequireSameType(const std::string& verb, const std::string& pathA, const zelmar::Volume& a,
                      const std::string& pathB, const zelmar::Volume& b);

@@ -19,7 +19,9 @@ zvol::VerbRun Setup(CLI::App& app) {
   app.add_option("--weight", o->weight, "weight of A: 1 gives A, 0 gives B; not clamped")->required();
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o](const zvol::Context& ctx) {
-    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b);
+    // Voxels meet by index, whatever the transforms: the mirror commutes.
+    const zvol::Frame frame = zvol::PointwiseFrame({o->a, o->b}, /*pairsByIndex=*/true);
+    const auto [a, b] = zvol::LoadPair(ctx, o->a, o->b, frame);
     const GRIDTYPE type = a.GetGridType();
     // The operator hands these back unblended; a person is told instead.
     if (type == GRIDTYPE::BOOL || type == GRIDTYPE::STRING || type == GRIDTYPE::NONE)
@@ -32,7 +34,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       zvol::Step step(ctx, "blend");
       result = zvol::Take(zelmar::VolumeToolsInterface::BlendVolumes(a, b, o->weight, ctx.thread));
     }
-    zvol::WriteResult(ctx, o->output, result, "blend");
+    zvol::WriteResult(ctx, o->output, result, "blend", frame);
     return 0;
   };
 }

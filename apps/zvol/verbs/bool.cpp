@@ -31,7 +31,8 @@ zvol::VerbRun Setup(CLI::App& app) {
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o](const zvol::Context& ctx) {
     if (o->inputs.size() < 2) throw CLI::ValidationError("inputs", "bool needs at least two files");
-    const std::vector<zelmar::Volume> volumes = zvol::LoadVolumes(ctx, o->inputs);
+    const zvol::Frame frame = zvol::PointwiseFrame(o->inputs, /*pairsByIndex=*/false);
+    const std::vector<zelmar::Volume> volumes = zvol::LoadVolumes(ctx, o->inputs, frame);
     for (size_t i = 0; i < volumes.size(); ++i) {
       const zelmar::Volume& v = volumes[i];
       // The operator gives nothing for these, silently; a person is told why.
@@ -48,7 +49,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       ctx.CheckInterrupted();
       progress.Set(double(i) / double(volumes.size() - 1));
     }
-    zvol::WriteResult(ctx, o->output, result, "bool");
+    zvol::WriteResult(ctx, o->output, result, "bool", frame);
     return 0;
   };
 }

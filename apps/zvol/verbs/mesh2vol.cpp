@@ -1,8 +1,5 @@
 // zvol mesh2vol: the signed distance field of a mesh file.
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
@@ -13,31 +10,6 @@
 namespace {
 
 using zelmar::VolumeToolsInterface;
-
-// Writes a volume that is already in the file's right-handed frame. The
-// system's .vdb writer mirrors the third axis for files, but not for streams:
-// the stream's bytes are a .vdb file that other programs read as it is.
-void SaveInFileFrame(const zvol::Context& ctx, const std::string& path, const zelmar::Volume& volume) {
-  zvol::Step step(ctx, "write " + std::filesystem::path(path).filename().string());
-  std::ostringstream name;
-  name << "zvol-mesh2vol-" << std::hex << std::random_device{}();
-  struct Erase {
-    std::string name;
-    ~Erase() { zta::MemoryStore::Erase(name); }
-  } erase{name.str()};
-  zvol::Check(VolumeToolsInterface::SaveVDBFile(zta::Url::Memory(name.str()), 1.0, {volume}, {}));
-  std::vector<char> bytes;
-  if (!zta::MemoryStore::Get(name.str(), bytes)) throw zvol::Failure("could not write " + path);
-  zvol::AtomicOutput out(path);
-  {
-    std::ofstream file(out.TempPath(), std::ios::binary);
-    file.write(bytes.data(), std::streamsize(bytes.size()));
-    file.close();
-    if (!file) throw zvol::Failure("could not write " + path);
-  }
-  ctx.CheckInterrupted();
-  out.Commit();
-}
 
 struct Options {
   std::string input;
@@ -85,7 +57,7 @@ void Mesh2Vol(const Options& o, const zvol::Context& ctx) {
   if (!volume.HasGrid()) throw zvol::Failure("could not create grid");
   progress.Set(0.8);
   volume.SetGridName(std::filesystem::path(o.input).stem().string());
-  SaveInFileFrame(ctx, o.output, volume);
+  zvol::SaveVolumes(ctx, o.output, {volume}, zvol::Frame::FILE);
 }
 
 zvol::VerbRun Setup(CLI::App& app) {

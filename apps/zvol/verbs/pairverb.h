@@ -38,7 +38,9 @@ VerbRun SetupPairVerb(CLI::App& app, PairVerb<Operation> verb) {
   app.add_option("b", o->b, v->bHelp)->required();
   app.add_option("-o,--output", o->output, "the .vdb file to write")->required();
   return [o, v](const Context& ctx) {
-    const auto [a, b] = LoadPair(ctx, o->a, o->b);
+    // The operations work voxel by voxel after the resampling of b.
+    const Frame frame = PointwiseFrame({o->a, o->b}, /*pairsByIndex=*/false);
+    const auto [a, b] = LoadPair(ctx, o->a, o->b, frame);
     v->check(o->a, a);
     v->check(o->b, b);
     RequireSameType(v->name, o->a, a, o->b, b);
@@ -48,7 +50,7 @@ VerbRun SetupPairVerb(CLI::App& app, PairVerb<Operation> verb) {
       Progress progress(ctx, o->operation);
       result = Take(v->join(a, b, v->operations.at(o->operation), ctx.thread));
     }
-    WriteResult(ctx, o->output, result, v->name);
+    WriteResult(ctx, o->output, result, v->name, frame);
     return 0;
   };
 }

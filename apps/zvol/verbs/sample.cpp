@@ -6,7 +6,7 @@
 #include <iostream>
 #include <map>
 
-#include "fileframe.h"
+#include "valuetext.h"
 #include "zelmar/volumeaccessors.h"
 #include "zvol.h"
 
@@ -67,7 +67,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     zelmar::Volume volume;
     {
       zvol::Step step(ctx, "read");
-      volume = zvol::LoadInFileFrame(o->file, o->grid);
+      volume = zvol::LoadVolume(o->file, o->grid, zvol::Frame::FILE);
     }
     zvol::Step step(ctx, "sample");
     zvol::WithValueType(volume.GetGridType(), "sampled", [&]<typename T>(T) {

@@ -2,7 +2,7 @@
 // walk over its active values, its inactive ones, or all.
 #include <cstdio>
 
-#include "fileframe.h"
+#include "valuetext.h"
 #include "zelmar/volumeaccessors.h"
 #include "zelmar/volumeiterators.h"
 #include "zvol.h"
@@ -44,7 +44,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     zelmar::Volume volume;
     {
       zvol::Step step(ctx, "read");
-      volume = zvol::LoadInFileFrame(o->file, o->grid);
+      volume = zvol::LoadVolume(o->file, o->grid, zvol::Frame::FILE);
     }
     zvol::Step step(ctx, "walk");
     zvol::WithValueType(volume.GetGridType(), "walked", [&]<typename T>(T) {

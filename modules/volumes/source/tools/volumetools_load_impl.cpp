@@ -4,13 +4,16 @@
 
 #include <cerrno>
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <sstream>
 
 #include "host/core/format.h"
 #include "modules/volumes/source/helper/gridconversion.h"
+#include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/helper/vdbmetadata.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -39,9 +42,11 @@ std::string LoadFailure(const Url& url, const std::string& why) {
   return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
 }
 
-// Brings a grid read from `url` into the scene's frame and units.
-Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, const Url& url, double scale) {
-  const bool fromStream = !url.IsFile();
+// Brings a grid read from `url` into the scene's frame and units; a file read
+// in its own frame is taken as a stream is.
+Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, const Url& url, double scale,
+                                         bool fileFrame) {
+  const bool fromStream = !url.IsFile() || fileFrame;
   if (fromStream && scale == 1.0) return grid;
   try {
     openvdb::GridBase::Ptr converted = ConvertGridFrame(grid, scale, fromStream);
@@ -109,8 +114,10 @@ Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filen
   }
 }
 
-Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, double scale, Int gridIndex,
-                                                      Volume& volume, MetaDataArray* metaData) {
+namespace {
+
+Result<void> LoadGrid(const Url& filename, double scale, Int gridIndex, Volume& volume, MetaDataArray* metaData,
+                      bool fileFrame) {
   if (filename.IsEmpty()) return zta::OK();
   return GuardedLoad(filename, [&]() -> Result<void> {
     openvdb::GridBase::Ptr grid;
@@ -136,10 +143,47 @@ Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, doubl
       errno = ENOENT;
       return zta::IoError(LoadFailure(filename, std::strerror(errno)));
     }
-    auto converted = ConvertIn(grid, filename, scale);
+    auto converted = ConvertIn(grid, filename, scale, fileFrame);
     if (!converted) return converted.GetError();
     return VolumeImpl::SetGrid(volume, *converted);
   });
+}
+
+}  // namespace
+
+Result<void> VolumeToolsInterface::LoadGridIntoVolume(const Url& filename, double scale, Int gridIndex,
+                                                      Volume& volume, MetaDataArray* metaData) {
+  return LoadGrid(filename, scale, gridIndex, volume, metaData, /*fileFrame=*/false);
+}
+
+Result<Volume> FileFrameInterface::LoadGrid(const Url& filename, Int gridIndex) {
+  auto volume = Volume::Create();
+  if (!volume) return volume.GetError();
+  auto loaded = zelmar::LoadGrid(filename, 1.0, gridIndex, *volume, nullptr, /*fileFrame=*/true);
+  if (!loaded) return loaded.GetError();
+  return *volume;
+}
+
+Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const Url& filename) {
+  try {
+    openvdb::io::File file(filename.GetSystemPath());
+    file.open(/*delayLoad=*/true);
+    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
+    file.close();
+    std::vector<Matrix> transforms;
+    // A frustum has no one matrix; NaN equals no other.
+    const Vector nan(std::nan(""));
+    for (const auto& grid : *grids) {
+      const auto map = grid ? grid->transform().baseMap() : nullptr;
+      transforms.push_back(map && map->isLinear() ? FromMat4d(map->getAffineMap()->getMat4())
+                                                  : Matrix{nan, nan, nan, nan});
+    }
+    return transforms;
+  } catch (const openvdb::Exception& e) {
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+  } catch (...) {
+    return zta::IoError("Grids names could not be loaded");
+  }
 }
 
 Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, double scale,
@@ -163,7 +207,7 @@ Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, 
     }
     for (const auto& grid : grids) {
       if (!grid || IsPointDataGrid(*grid)) continue;
-      auto converted = ConvertIn(grid, filename, scale);
+      auto converted = ConvertIn(grid, filename, scale, /*fileFrame=*/false);
       if (!converted) return converted.GetError();
       auto volume = MakeVolume(*converted);
       if (!volume) return volume.GetError();

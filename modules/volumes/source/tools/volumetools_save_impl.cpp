@@ -9,23 +9,28 @@
 #include "modules/volumes/source/helper/gridconversion.h"
 #include "modules/volumes/source/helper/vdbmetadata.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
 
-Result<void> VolumeToolsInterface::SaveVDBFile(const Url& filename, double scale, const std::vector<Volume>& volumes,
-                                               const DataDictionary& metaData) {
+namespace {
+
+// A file written in its own frame takes its grids as a stream does.
+Result<void> Save(const Url& filename, double scale, const std::vector<Volume>& volumes,
+                  const DataDictionary& metaData, bool fileFrame) {
   const bool toStream = !filename.IsFile();
+  const bool mirror = !toStream && !fileFrame;
   openvdb::GridPtrVec grids;
   // Every grid is converted before a byte is written, so a bad volume leaves no file.
   for (const Volume& volume : volumes) {
     if (!volume.IsInitialized()) return zta::IllegalArgumentError("volume was not initialized");
     openvdb::GridBase::Ptr grid = VolumeImpl::GetGrid(volume);
     if (!grid) return zta::IllegalArgumentError("volume has no grid attached");
-    if (!(toStream && scale == 1.0)) {
+    if (mirror || scale != 1.0) {
       try {
         // The conversion builds new grids and never touches the volume's own.
-        grid = ConvertGridFrame(grid, scale, toStream);
+        grid = ConvertGridFrame(grid, scale, !mirror);
       } catch (...) {
         return zta::UnexpectedError("error while transforming output grid");
       }
@@ -56,6 +61,18 @@ Result<void> VolumeToolsInterface::SaveVDBFile(const Url& filename, double scale
   } catch (...) {
     return zta::IoError("Grids could not be written and an error occured");
   }
+}
+
+}  // namespace
+
+Result<void> VolumeToolsInterface::SaveVDBFile(const Url& filename, double scale, const std::vector<Volume>& volumes,
+                                               const DataDictionary& metaData) {
+  return Save(filename, scale, volumes, metaData, /*fileFrame=*/false);
+}
+
+Result<void> FileFrameInterface::SaveVDBFile(const Url& filename, const std::vector<Volume>& volumes,
+                                             const DataDictionary& metaData) {
+  return Save(filename, 1.0, volumes, metaData, /*fileFrame=*/true);
 }
 
 }  // namespace zelmar
