@@ -2,7 +2,8 @@
 # Union of two level sets of about 3M active voxels each, file to file:
 # `zvol bool union` against `vdb_tool -union` on the same files, on equal and
 # on unlike transforms (vdb_tool resamples the second grid first, as it needs),
-# runs alternating in one session; prints medians and ratios of wall time.
+# runs alternating in one session; prints medians and ratios of wall time and
+# peak memory.
 # Then the in-process benchmark, which shows the empty-accumulator union
 # costing the same at every size of the other volume.
 set -euo pipefail
@@ -17,9 +18,11 @@ trap 'rm -rf "$dir"' EXIT
 "$ZVOL" -q sphere --radius 1 --center 0.8,0.1,0 --voxel-size 0.005 -o "$dir/b.vdb"
 "$ZVOL" -q sphere --radius 1 --center 0.8,0.1,0 --voxel-size 0.0055 -o "$dir/b_unlike.vdb"
 
-/usr/bin/python3 - "$dir" "$ZVOL" "$RUNS" <<'PY'
-import statistics, subprocess, sys, time
+/usr/bin/python3 - "$dir" "$ZVOL" "$RUNS" "$(dirname "$0")" <<'PY'
+import sys
 d, zvol, runs = sys.argv[1], sys.argv[2], int(sys.argv[3])
+sys.path.insert(0, sys.argv[4])
+import peers
 cases = {
     "equal": {
         "zvol": [zvol, "-q", "bool", "union", f"{d}/a.vdb", f"{d}/b.vdb", "-o", f"{d}/z.vdb"],
@@ -40,22 +43,8 @@ cases = {
                              "-resample", "vdb=1,0", "order=2", "-union", "-write", f"{d}/v.vdb"],
     },
 }
-def wall(cmd):
-    t = time.perf_counter()
-    subprocess.run(cmd, check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    return time.perf_counter() - t
 for name, tools in cases.items():
-    for cmd in tools.values():
-        wall(cmd)  # warm the page cache
-    times = {k: [] for k in tools}
-    for _ in range(runs):
-        for k, cmd in tools.items():
-            times[k].append(wall(cmd))
-    med = {k: statistics.median(v) for k, v in times.items()}
-    for k, v in med.items():
-        print(f"union {name:6s} {k:17s} {v * 1000:8.0f} ms (median of {runs})")
-    print(f"union {name:6s} zvol / vdb_tool         = {med['zvol'] / med['vdb_tool']:.2f}  (target <= 1.0)")
-    print(f"union {name:6s} zvol / vdb_tool+rebuild = {med['zvol'] / med['vdb_tool+rebuild']:.2f}")
+    peers.compare(f"union {name}", tools, runs, time_target=1.0 if name == "equal" else None)
 PY
 
 "$BUILD/bench/combine_bench" --benchmark_repetitions=3 --benchmark_report_aggregates_only=true

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
 # zvol's level set filters and points2vol against OpenVDB's vdb_tool on the
-# same grid and the same points, whole runs (read, work, write) timed once
-# each; prints zvol / vdb_tool wall-time ratios (target <= 1.0).
+# same grid and the same points, whole runs (read, work, write) alternating in
+# one session; prints medians and zvol / vdb_tool ratios of wall time (target
+# <= 1.0) and peak memory.
 set -euo pipefail
 BUILD="$(cd "${1:-build}" && pwd)"
 ZVOL="$BUILD/bin/zvol"
+RUNS="${ZV_BENCH_RUNS:-3}"
 if ! command -v vdb_tool >/dev/null; then
   echo "vdb_tool not found (Debian package libopenvdb-tools)" >&2
   exit 1
@@ -26,40 +28,29 @@ with open(sys.argv[1], "wb") as out:
                        for _ in range(n)))
 PY
 
-millis() { date +%s%N | cut -b1-13; }
-# Runs a command and prints its wall time in milliseconds.
-wall() {
-  local start end
-  start=$(millis)
-  "$@" >/dev/null 2>&1 || { echo "failed: $*" >&2; return 1; }
-  end=$(millis)
-  echo $((end - start))
-}
-
 S="$work/sphere.vdb"
 O="$work/out.vdb"
-printf '%-10s %10s %10s %7s\n' case "zvol ms" "vdb_tool ms" ratio
-status=0
-compare() {
-  local name="$1" z v
-  shift
-  # zvol's arguments, then "--", then vdb_tool's.
-  local zargs=() vargs=()
-  while [ "$1" != "--" ]; do zargs+=("$1"); shift; done
-  shift
-  vargs=("$@")
-  z=$(wall "$ZVOL" -q "${zargs[@]}") || { status=1; return; }
-  v=$(wall vdb_tool "${vargs[@]}") || { status=1; return; }
-  printf '%-10s %10d %10d %7.2f\n' "$name" "$z" "$v" "$(awk -v z="$z" -v v="$v" 'BEGIN { print z / v }')"
-}
-
-# First-order upwinding on both sides (vdb_tool's space=1, zvol's --accuracy first).
-compare gauss filter sdf gaussian "$S" --width 1 -o "$O" -- -read "$S" -gauss iter=1 size=1 space=1 -write "$O"
-compare mean filter sdf mean "$S" --width 1 -o "$O" -- -read "$S" -mean iter=1 size=1 space=1 -write "$O"
-compare median filter sdf median "$S" --width 1 -o "$O" -- -read "$S" -median iter=1 size=1 space=1 -write "$O"
-# Two voxels of 0.004.
-compare dilate filter sdf dilate "$S" --offset 0.008 -o "$O" -- -read "$S" -dilate radius=2 space=1 -write "$O"
-compare erode filter sdf erode "$S" --offset 0.008 -o "$O" -- -read "$S" -erode radius=2 space=1 -write "$O"
-compare points2ls points2vol "$work/points.ply" --voxel-size 0.01 --radius 0.02 --half-width 3 -o "$O" \
-  -- -read "$work/points.ply" -points2ls voxel=0.01 radius=2 width=3 -write "$O"
-exit $status
+/usr/bin/python3 - "$ZVOL" "$S" "$O" "$work/points.ply" "$RUNS" "$(dirname "$0")" <<'PY'
+import sys
+zvol, S, O, points, runs = sys.argv[1], sys.argv[2], sys.argv[3], sys.argv[4], int(sys.argv[5])
+sys.path.insert(0, sys.argv[6])
+import peers
+cases = [
+    # First-order upwinding on both sides (vdb_tool's space=1, zvol's --accuracy first).
+    ("gauss", ["filter", "sdf", "gaussian", S, "--width", "1", "-o", O],
+     ["-read", S, "-gauss", "iter=1", "size=1", "space=1", "-write", O]),
+    ("mean", ["filter", "sdf", "mean", S, "--width", "1", "-o", O],
+     ["-read", S, "-mean", "iter=1", "size=1", "space=1", "-write", O]),
+    ("median", ["filter", "sdf", "median", S, "--width", "1", "-o", O],
+     ["-read", S, "-median", "iter=1", "size=1", "space=1", "-write", O]),
+    # Two voxels of 0.004.
+    ("dilate", ["filter", "sdf", "dilate", S, "--offset", "0.008", "-o", O],
+     ["-read", S, "-dilate", "radius=2", "space=1", "-write", O]),
+    ("erode", ["filter", "sdf", "erode", S, "--offset", "0.008", "-o", O],
+     ["-read", S, "-erode", "radius=2", "space=1", "-write", O]),
+    ("points2ls", ["points2vol", points, "--voxel-size", "0.01", "--radius", "0.02", "--half-width", "3", "-o", O],
+     ["-read", points, "-points2ls", "voxel=0.01", "radius=2", "width=3", "-write", O]),
+]
+for name, ours, theirs in cases:
+    peers.compare(name, {"zvol": [zvol, "-q"] + ours, "vdb_tool": ["vdb_tool"] + theirs}, runs, time_target=1.0)
+PY

@@ -1,13 +1,18 @@
 #!/usr/bin/env bash
 # Meshing both ways, against OpenVDB's own:
 #  1. MeshToVolume and VolumeToMesh against the raw OpenVDB calls (Google Benchmark, target <= 1.05);
-#  2. `zvol remesh` against `vdb_tool -read -mesh2ls -ls2mesh -write` on the same mesh, voxel size
-#     and output format (OBJ), at 256 and 512 voxels along the longest side, alternating runs in
-#     one session; wall-time ratios (target <= 1.0).
+#  2. `zvol vol2mesh` of a level-set sphere of radius 1 at voxel size 0.002 (about 19M active
+#     voxels; ZV_BENCH_SPHERE_VOXEL changes it) against `vdb_tool -read -ls2mesh adapt=0 -write`,
+#     both to OBJ;
+#  3. `zvol remesh` against `vdb_tool -read -mesh2ls -ls2mesh -write` on the same mesh and output
+#     format (OBJ), at 256 and 512 voxels along the longest side.
+# The whole runs alternate in one session; medians and ratios of wall time (target <= 1.0) and
+# peak memory (target <= 1.2).
 set -euo pipefail
 BUILD="$(cd "${1:-build}" && pwd)"
 ROOT="$(cd "$(dirname "$0")/.." && pwd)"
 RUNS="${ZV_BENCH_RUNS:-3}"
+SPHERE_VOXEL="${ZV_BENCH_SPHERE_VOXEL:-0.002}"
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -35,23 +40,32 @@ fi
 command -v vdb_tool >/dev/null || { echo "remesh_bench: vdb_tool missing (apt-get install libopenvdb-tools)" >&2; exit 1; }
 mesh="$work/knot.obj"
 /usr/bin/python3 "$ROOT/examples/make_knot.py" "$mesh" 1536 96
-longest=$(awk '$1 == "v" { for (i = 2; i <= 4; ++i) { if (!(i in lo) || $i < lo[i]) lo[i] = $i; if (!(i in hi) || $i > hi[i]) hi[i] = $i } }
-  END { m = 0; for (i = 2; i <= 4; ++i) if (hi[i] - lo[i] > m) m = hi[i] - lo[i]; printf "%.17g", m }' "$mesh")
-echo "input: trefoil knot, $(grep -c '^f' "$mesh") quads, longest side $longest"
+"$BUILD/bin/zvol" -q sphere --radius 1 --voxel-size "$SPHERE_VOXEL" -o "$work/sphere.vdb"
+echo "input: trefoil knot, $(grep -c '^f' "$mesh") quads; sphere of radius 1 at voxel size $SPHERE_VOXEL"
 
-now() { date +%s.%N; }
-for dim in 256 512; do
-  voxel=$(awk -v l="$longest" -v d="$dim" 'BEGIN { printf "%.17g", l / d }')
-  tz=0; tv=0
-  for ((i = 0; i < RUNS; ++i)); do
-    t0=$(now)
-    "$BUILD/bin/zvol" --quiet remesh "$mesh" --voxel-size "$voxel" --half-width 3 -o "$work/zvol.obj"
-    t1=$(now)
-    vdb_tool -read "$mesh" -mesh2ls voxel="$voxel" width=3 -ls2mesh adapt=0 -write "$work/vdb_tool.obj" >/dev/null 2>&1
-    t2=$(now)
-    tz=$(awk -v a="$tz" -v b="$t0" -v c="$t1" 'BEGIN { print a + c - b }')
-    tv=$(awk -v a="$tv" -v b="$t1" -v c="$t2" 'BEGIN { print a + c - b }')
-  done
-  awk -v d="$dim" -v z="$tz" -v v="$tv" -v n="$RUNS" -v fz="$(grep -c '^f' "$work/zvol.obj")" -v fv="$(grep -c '^f' "$work/vdb_tool.obj")" \
-    'BEGIN { printf "remesh at %4d voxels: zvol %7.3f s, vdb_tool %7.3f s (mean of %d; %d / %d faces)  ratio %.3f  (target <= 1.0)\n", d, z / n, v / n, n, fz, fv, z / v }'
-done
+/usr/bin/python3 - "$BUILD/bin/zvol" "$work" "$RUNS" "$(dirname "$0")" <<'PY'
+import sys
+zvol, work, runs = sys.argv[1], sys.argv[2], int(sys.argv[3])
+sys.path.insert(0, sys.argv[4])
+import peers
+
+def faces(path):
+    with open(path, "rb") as f:
+        return sum(1 for line in f if line.startswith(b"f "))
+
+peers.compare("vol2mesh", {
+    "zvol": [zvol, "-q", "vol2mesh", f"{work}/sphere.vdb", "-o", f"{work}/zvol.obj"],
+    "vdb_tool": ["vdb_tool", "-read", f"{work}/sphere.vdb", "-ls2mesh", "adapt=0", "-write", f"{work}/vdb_tool.obj"],
+}, runs, time_target=1.0, memory_target=1.2)
+print(f"vol2mesh faces: zvol {faces(f'{work}/zvol.obj')}, vdb_tool {faces(f'{work}/vdb_tool.obj')}")
+
+# zvol's --dim counts voxels along the longest side of the mesh's box, as vdb_tool's dim does.
+for dim in (256, 512):
+    peers.compare(f"remesh dim {dim}", {
+        "zvol": [zvol, "-q", "remesh", f"{work}/knot.obj", "--dim", str(dim), "--half-width", "3",
+                 "-o", f"{work}/zvol.obj"],
+        "vdb_tool": ["vdb_tool", "-read", f"{work}/knot.obj", "-mesh2ls", f"dim={dim}", "width=3",
+                     "-ls2mesh", "adapt=0", "-write", f"{work}/vdb_tool.obj"],
+    }, runs, time_target=1.0, memory_target=1.2)
+    print(f"remesh dim {dim} faces: zvol {faces(f'{work}/zvol.obj')}, vdb_tool {faces(f'{work}/vdb_tool.obj')}")
+PY
