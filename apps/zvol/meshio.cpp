@@ -14,6 +14,9 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
@@ -500,6 +503,12 @@ ConversionMesh ToConversionMesh(const zta::PolygonObject& op) {
   ConversionMesh cm;
   Check(zelmar::VolumeToolsInterface::GetConversionMesh(op, cm.points, cm.polygons));
   return cm;
+}
+
+void ReleaseFreedMemory() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
 }
 
 bool MeshBounds(const zta::PolygonObject& op, Vector& min, Vector& max) {

@@ -43,6 +43,11 @@ struct ConversionMesh {
 };
 ConversionMesh ToConversionMesh(const zta::PolygonObject& op);
 
+// Hands the pages of freed memory back to the system: between the stages of a
+// mesh job, the many small blocks of one stage's trees would otherwise stay
+// resident under the next stage's arrays.
+void ReleaseFreedMemory();
+
 // Box of the points that polygons use, in the scene; false when there are none.
 bool MeshBounds(const zta::PolygonObject& op, zta::Vector& min, zta::Vector& max);
 

@@ -43,6 +43,7 @@ std::string Remesh(const Options& o, const zvol::Context& ctx) {
   }
   ctx.CheckInterrupted();
   cm = {};
+  zvol::ReleaseFreedMemory();
   if (o.smooth > 0.0) {
     zvol::Step step(ctx, "smooth");
     zelmar::SDFFilterSettings gaussian;

@@ -127,7 +127,10 @@ Result<void> LoadGrid(const Url& filename, double scale, Int gridIndex, Volume& 
       if (gridIndex >= 0 && size_t(gridIndex) < (*grids)->size()) grid = (**grids)[size_t(gridIndex)];
     } else {
       openvdb::io::File file(filename.GetSystemPath());
-      file.open(/*delayLoad=*/false);
+      // A grid kept in the file's frame is read as it is needed, the way
+      // OpenVDB's own tools read: its leaves load when first touched, on the
+      // threads that touch them, and a copy of it copies no values.
+      file.open(/*delayLoad=*/fileFrame);
       if (metaData) {
         openvdb::MetaMap::Ptr meta = file.getMetadata();
         *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
