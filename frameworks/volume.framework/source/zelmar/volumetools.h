@@ -1,6 +1,7 @@
 #pragma once
 // VolumeToolsInterface: the static entry to everything the system does with
 // volumes. Every operation returns a Result and leaves its inputs unchanged.
+#include "zelmar/api.h"
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -129,7 +130,7 @@ struct VolumeConversionPolygon {
 // One metadata record of a file per dictionary, under the record's name.
 using MetaDataArray = std::vector<DataDictionary>;
 
-class VolumeToolsInterface {
+class ZELMAR_API VolumeToolsInterface {
  public:
   VolumeToolsInterface() = delete;
 
