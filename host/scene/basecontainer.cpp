@@ -94,12 +94,15 @@ BaseContainer BaseContainer::GetContainer(Int32 id) const {
 }
 
 void BaseContainer::SetData(Int32 id, GeData data) {
-  ++dirty_;
   if (GeData* d = Find(id)) {
+    // Storing the value already held is no change: counters move only when
+    // something did, so that an unchanged scene evaluates nothing.
+    if (*d == data) return;
     *d = std::move(data);
-    return;
+  } else {
+    entries_.emplace_back(id, std::move(data));
   }
-  entries_.emplace_back(id, std::move(data));
+  ++dirty_;
 }
 
 bool BaseContainer::RemoveData(Int32 id) {

@@ -57,6 +57,7 @@ class BaseContainer {
   void SetLink(Int32 id, const BaseList2D* node) { SetData(id, GeData(BaseLink(node))); }
   void SetContainer(Int32 id, const BaseContainer& bc) { SetData(id, GeData(bc)); }
   void SetCustomData(Int32 id, std::shared_ptr<const CustomDataType> data) { SetData(id, GeData(std::move(data))); }
+  // Storing an equal value changes nothing and does not count.
   void SetData(Int32 id, GeData data);
   bool RemoveData(Int32 id);
   void FlushAll();

@@ -125,11 +125,42 @@ BaseObject* BaseDocument::GetActiveObject() const {
   return static_cast<BaseObject*>(active_.GetLink(this, HOST_TYPE_OBJECT));
 }
 
-void BaseDocument::SetActiveObject(BaseObject* op) {
-  if (BaseObject* old = GetActiveObject()) old->DelBit(BIT_ACTIVE);
-  if (op && op->GetDocument() != this) op = nullptr;
+void BaseDocument::SetActiveObject(BaseObject* op, Int32 mode) {
+  if (op && op->GetDocument() != this) return;
+  if (mode == SELECTION_SUB) {
+    if (!op) return;
+    op->DelBit(BIT_ACTIVE);
+    if (GetActiveObject() == op) {
+      const std::vector<BaseObject*> rest = GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN);
+      active_.SetLink(rest.empty() ? nullptr : rest.back());
+    }
+    SetDirty(DIRTYFLAGS_SELECT);
+    return;
+  }
+  if (mode == SELECTION_NEW)
+    for (BaseObject* sel : GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN)) sel->DelBit(BIT_ACTIVE);
   active_.SetLink(op);
   if (op) op->SetBit(BIT_ACTIVE);
+  SetDirty(DIRTYFLAGS_SELECT);
+}
+
+std::vector<BaseObject*> BaseDocument::GetActiveObjects(Int32 flags) const {
+  std::vector<BaseObject*> out;
+  const GeListNode* root = &objects_;
+  for (GeListNode* n = objects_.GetFirst(); n;) {
+    auto* op = static_cast<BaseObject*>(n);
+    const bool selected = op->GetBit(BIT_ACTIVE) != 0;
+    if (selected) out.push_back(op);
+    // Without CHILDREN the walk passes over what lies below a selected object.
+    if (selected && !(flags & GETACTIVEOBJECTFLAGS_CHILDREN)) {
+      GeListNode* m = op;
+      while (m && !m->GetNext()) m = m->GetUp();
+      n = m ? m->GetNext() : nullptr;
+    } else {
+      n = n->GetNextInTree(root);
+    }
+  }
+  return out;
 }
 
 BaseList2D* BaseDocument::FindSceneHook(Int32 id) {

@@ -16,6 +16,9 @@ enum class DOCUMENTUNIT : Int32 { KM = 1, M = 2, CM = 3, MM = 4, UM = 5, NM = 6,
 // The undo kinds that AddUndo takes.
 enum class UNDOTYPE : Int32 { CHANGE = 40, CHANGE_SMALL = 41, NEWOBJ = 42, DELETEOBJ = 43, BITS = 44 };
 
+enum : Int32 { SELECTION_NEW = 0, SELECTION_ADD = 1, SELECTION_SUB = 2 };
+enum : Int32 { GETACTIVEOBJECTFLAGS_NONE = 0, GETACTIVEOBJECTFLAGS_CHILDREN = 1 };
+
 class BaseDocument : public BaseList2D {
  public:
   static std::unique_ptr<BaseDocument> Alloc();
@@ -43,8 +46,14 @@ class BaseDocument : public BaseList2D {
   // A range whose end lies before its start is refused.
   bool SetTimeRange(const BaseTime& min, const BaseTime& max);
 
+  // Selection. The active object is the one selected last; BIT_ACTIVE marks
+  // every selected object. NEW selects `op` alone (null clears), ADD adds it,
+  // SUB takes it out.
   BaseObject* GetActiveObject() const;
-  void SetActiveObject(BaseObject* op);
+  void SetActiveObject(BaseObject* op, Int32 mode = SELECTION_NEW);
+  // The selected objects in tree order; without GETACTIVEOBJECTFLAGS_CHILDREN
+  // a selected object's selected descendants are left out.
+  std::vector<BaseObject*> GetActiveObjects(Int32 flags = GETACTIVEOBJECTFLAGS_NONE) const;
 
   const String& GetDocumentPath() const { return path_; }
   void SetDocumentPath(const String& folder) { path_ = folder; }

@@ -13,6 +13,14 @@ namespace zta {
 
 class ObjectData;
 
+namespace detail {
+// What the evaluation pass keeps about an object (execution.cpp).
+struct EvalRecord;
+struct EvalRecordDelete {
+  void operator()(EvalRecord* record) const;
+};
+}  // namespace detail
+
 class BaseObject : public BaseList2D {
  public:
   ~BaseObject() override;
@@ -83,6 +91,10 @@ class BaseObject : public BaseList2D {
 
   BaseDocument* GetDocument() const override { return FindDocument(); }
 
+  // The evaluation pass's record of this object; null until the pass needs one.
+  detail::EvalRecord* GetEvalRecord() const { return eval_.get(); }
+  detail::EvalRecord& MakeEvalRecord();
+
  protected:
   explicit BaseObject(Int32 type);
   std::unique_ptr<BaseList2D> AllocSame() const override;
@@ -107,6 +119,7 @@ class BaseObject : public BaseList2D {
   std::unique_ptr<BaseObject> cache_;
   std::unique_ptr<BaseObject> deformCache_;
   BaseObject* cacheParent_ = nullptr;
+  std::unique_ptr<detail::EvalRecord, detail::EvalRecordDelete> eval_;
 };
 
 // The objects that a host build knows by type (polygon, spline, null,

@@ -385,7 +385,9 @@ TEST(Scene, PluginRegistryAndNodeData) {
   EXPECT_NE(tag->GetNodeData<TagData>(), nullptr);
   EXPECT_EQ(BaseObject::Alloc(kTag), nullptr);  // a tag id is not an object
 
-  EXPECT_EQ(GetPlugins(PLUGINTYPE::TAG).size(), 1u);
+  const auto tags = GetPlugins(PLUGINTYPE::TAG);
+  EXPECT_EQ(std::count_if(tags.begin(), tags.end(), [&](const PluginInfo& p) { return p.id == kTag; }), 1);
+  EXPECT_TRUE(std::none_of(tags.begin(), tags.end(), [&](const PluginInfo& p) { return p.id == kId; }));
   EXPECT_TRUE(UnregisterPlugin(kId));
   EXPECT_FALSE(UnregisterPlugin(kId));
   EXPECT_EQ(BaseObject::Alloc(kId), nullptr);
