@@ -107,6 +107,11 @@ UInt64 ChildSum(const BaseObject* gen) {
   return h;
 }
 
+bool IsConsumedChild(const BaseObject* op) {
+  const BaseObject* up = op->GetUp();
+  return IsInputObject(op) && up && (up->GetInfo() & OBJECT_INPUT) && IsActiveGenerator(up);
+}
+
 bool IsBelow(const BaseObject* op, const BaseObject* ancestor) {
   for (const BaseObject* a = op->GetUp(); a; a = a->GetUp())
     if (a == ancestor) return true;
@@ -256,23 +261,24 @@ class PassRunner {
       if (!Execute(*it)) return false;
     if (flags_ & EXECUTIONFLAGS_CACHEBUILDING)
       for (BaseObject* op = doc_->GetFirstObject(); op; op = op->GetNext())
-        if (!EvaluateHierarchy(op, false)) return false;
+        if (!EvaluateHierarchy(op)) return false;
     for (auto it = split; it != list.entries_.end(); ++it)
       if (!Execute(*it)) return false;
     return !Break();
   }
 
-  // Builds what `root` and the objects below it need. Inputs of generators
-  // below are left to their generators; `root` itself is evaluated even when
-  // it is an input, since its generator is asking.
-  bool EvaluateHierarchy(BaseObject* root, bool rootIsAsked) {
+  // Builds what `root` and the objects below it need. Children that a
+  // generator consumes are left to it: it evaluates them when it builds.
+  // Linked inputs elsewhere are evaluated where they stand, so that a cycle of
+  // links cannot leave both sides unevaluated.
+  bool EvaluateHierarchy(BaseObject* root) {
     std::vector<BaseObject*> stack{root};
     while (!stack.empty()) {
       if (Break()) return false;
       BaseObject* op = stack.back();
       stack.pop_back();
       if (op != root && op->GetNext()) stack.push_back(op->GetNext());
-      if (IsInputObject(op) && !(op == root && rootIsAsked)) continue;
+      if (op != root && IsConsumedChild(op)) continue;
       if (!EvaluateObject(op)) return false;
       if (op->GetDown()) stack.push_back(op->GetDown());
     }
@@ -343,11 +349,27 @@ class PassRunner {
   // owned by the object. A stopped build keeps what stood.
   bool Build(BaseObject* op, ObjectData* od) {
     EvalRecord& r = op->MakeEvalRecord();
-    if (r.building || !NeedsBuild(op, od, r)) return true;
+    // Generators that copy generators linking back to them would nest without
+    // end; past this depth an object stays as it is.
+    constexpr int kMaxNesting = 32;
+    static thread_local int nesting = 0;
+    if (r.building || nesting >= kMaxNesting || !NeedsBuild(op, od, r)) return true;
+    // Until the new cache and what it holds are evaluated, the object counts as
+    // building: a link back to it (from its inputs or its own cache) takes the
+    // object as it stands instead of building it again.
+    struct Building {
+      EvalRecord& r;
+      explicit Building(EvalRecord& rec) : r(rec) {
+        r.building = true;
+        ++nesting;
+      }
+      ~Building() {
+        r.building = false;
+        --nesting;
+      }
+    } building(r);
     const HierarchyHelp hh(doc_, thread_, buildFlags_, op);
-    r.building = true;
     BaseObject* result = od->BuildVirtualObjects(op, &hh);
-    r.building = false;
     const bool fresh = result && result != op->GetCache();
     if (Break()) {
       if (fresh) delete result;
@@ -357,7 +379,7 @@ class PassRunner {
     if (fresh) {
       op->SetCache(std::unique_ptr<BaseObject>(result));
       // A cache may hold generators of its own.
-      if (!EvaluateHierarchy(result, true)) return false;
+      if (!EvaluateHierarchy(result)) return false;
     }
     r.built = true;
     r.time = time_;
@@ -428,7 +450,7 @@ bool ExecutePasses(BaseDocument* doc, const ThreadRef& thread, Int32 flags, Int3
 bool BuildCaches(BaseObject* op, const ThreadRef& thread, Int32 buildFlags) {
   if (!op) return false;
   PassRunner runner(op->GetDocument(), thread, EXECUTIONFLAGS_CACHEBUILDING, buildFlags);
-  return runner.EvaluateHierarchy(op, true) && !runner.Break();
+  return runner.EvaluateHierarchy(op) && !runner.Break();
 }
 
 // ---- hierarchy clones
@@ -489,7 +511,7 @@ std::unique_ptr<BaseObject> GetHierarchyClone(const HierarchyHelp* hh, BaseObjec
   BaseObject* gen = hh ? hh->GetGenerator() : nullptr;
   if (hh) {
     PassRunner runner(hh->GetDocument(), hh->GetThread(), EXECUTIONFLAGS_CACHEBUILDING, hh->GetBuildFlags());
-    runner.EvaluateHierarchy(op, true);
+    runner.EvaluateHierarchy(op);
   }
   if (gen && op != gen) {
     EvalRecord& r = gen->MakeEvalRecord();
