@@ -7,14 +7,12 @@
 
 #include "host/scene/basetime.h"
 #include "host/scene/baseobject.h"
+#include "host/scene/undo.h"
 
 namespace zta {
 
 // Units of the document's scale (values of DOCUMENT_UNIT).
 enum class DOCUMENTUNIT : Int32 { KM = 1, M = 2, CM = 3, MM = 4, UM = 5, NM = 6, MILE = 7, YARD = 8, FOOT = 9, INCH = 10 };
-
-// The undo kinds that AddUndo takes.
-enum class UNDOTYPE : Int32 { CHANGE = 40, CHANGE_SMALL = 41, NEWOBJ = 42, DELETEOBJ = 43, BITS = 44 };
 
 enum : Int32 { SELECTION_NEW = 0, SELECTION_ADD = 1, SELECTION_SUB = 2 };
 enum : Int32 { GETACTIVEOBJECTFLAGS_NONE = 0, GETACTIVEOBJECTFLAGS_CHILDREN = 1 };
@@ -67,14 +65,17 @@ class BaseDocument : public BaseList2D {
 
   // Scene hooks: one node per registered hook, made on first request.
   BaseList2D* FindSceneHook(Int32 id);
+  BaseList2D* GetFirstSceneHook() const { return static_cast<BaseList2D*>(hooks_.GetFirst()); }
 
-  // Undo: a step groups the AddUndo calls between Start and End. Each AddUndo
-  // records the state of the node before the change; DoUndo restores it.
+  // Undo (undo.h): a step groups the AddUndo calls between Start and End.
+  // DoUndo and DoRedo send DOCUMENTINFO_TYPE_UNDO and _REDO when they did something.
   bool StartUndo();
   bool AddUndo(UNDOTYPE type, BaseList2D* node);
   bool EndUndo();
   Int32 GetUndoCount() const;
+  Int32 GetRedoCount() const;
   bool DoUndo();
+  bool DoRedo();
 
   // Something changed that the views and the evaluation pass should see.
   void EventAdd() { ++events_; }
@@ -90,7 +91,6 @@ class BaseDocument : public BaseList2D {
   UInt32 GetHDirtyBelow(UInt32 flags) const override;
 
  private:
-  struct UndoStep;
   GeListHead objects_;
   GeListHead hooks_;
   BaseTime time_;
@@ -104,9 +104,7 @@ class BaseDocument : public BaseList2D {
   Float unitScale_ = 1.0;
   UInt32 events_ = 0;
   UInt32 changes_ = 0;
-  std::vector<std::unique_ptr<UndoStep>> undo_;
-  std::unique_ptr<UndoStep> openStep_;
-  Int32 undoDepth_ = 0;
+  std::unique_ptr<UndoBuffer> undo_;
 };
 
 inline std::unique_ptr<BaseDocument> AllocDocument() { return BaseDocument::Alloc(); }

@@ -225,6 +225,7 @@ void BaseList2D::SetDirty(UInt32 flags) {
 
 bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
   nodeData_ = std::move(data);
+  if (nodeData_) ApplyDescriptionDefaults(this);
   if (nodeData_ && !nodeData_->InitNode(this)) {
     // A node that refused to start has nothing to free.
     nodeData_.reset();

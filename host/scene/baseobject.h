@@ -126,6 +126,8 @@ class BaseObject : public BaseList2D {
 // primitives, particles, fields). Null for a type it does not know.
 std::unique_ptr<BaseObject> AllocHostObject(Int32 type);
 std::unique_ptr<BaseTag> AllocHostTag(Int32 type);
+// The description resource of a host type ("Osphere", "Tphong", ...), or null.
+const char* HostDescriptionName(Int32 type);
 
 // BaseObject::Alloc under the name the scene code uses.
 inline std::unique_ptr<BaseObject> AllocObject(Int32 type) { return BaseObject::Alloc(type); }

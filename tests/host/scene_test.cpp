@@ -345,10 +345,6 @@ TEST(Scene, PluginRegistryAndNodeData) {
   ASSERT_NE(FindPlugin(kId), nullptr);
   EXPECT_EQ(FindPlugin(kId)->diskLevel, 1);
   EXPECT_EQ(FindPlugin(kId)->description, "orecorder");
-  Description desc;
-  EXPECT_TRUE(desc.LoadDescription(kId));
-  EXPECT_TRUE(desc.LoadDescription(HOST_TYPE_SPHERE));
-  EXPECT_FALSE(desc.LoadDescription(1999999));
 
   g_calls = {};
   {
