@@ -76,6 +76,11 @@ std::shared_ptr<const CustomDataType> BaseContainer::GetCustomDataShared(Int32 i
   return d ? d->GetCustomDataShared(customTypeId) : nullptr;
 }
 
+CustomDataType* BaseContainer::GetCustomDataWritable(Int32 id, Int32 customTypeId) {
+  GeData* d = Find(id);
+  return d ? d->GetCustomDataWritable(customTypeId) : nullptr;
+}
+
 BaseContainer* BaseContainer::GetContainerInstance(Int32 id) {
   // Asking is not changing: the counter would otherwise move on every read
   // of a scan. Edits in place are counted by the nested container only.

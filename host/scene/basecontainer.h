@@ -38,6 +38,13 @@ class BaseContainer {
   std::shared_ptr<const T> GetCustomDataTyped(Int32 id) const {
     return std::static_pointer_cast<const T>(GetCustomDataShared(id, T::kCustomTypeId));
   }
+  // A custom value edited in place (an item tree) under `id`, or null. Edits
+  // do not move this container's counter; the value tells its owner.
+  CustomDataType* GetCustomDataWritable(Int32 id, Int32 customTypeId);
+  template <typename T>
+  T* GetCustomDataWritableTyped(Int32 id) {
+    return static_cast<T*>(GetCustomDataWritable(id, T::kCustomTypeId));
+  }
   // The nested container under `id`, editable in place, or null. Edits in
   // place do not move this container's counter; mark the node dirty.
   BaseContainer* GetContainerInstance(Int32 id);

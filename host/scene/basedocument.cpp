@@ -177,8 +177,6 @@ bool BaseDocument::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) cons
   d->active_ = active_;
   d->path_ = path_;
   d->docName_ = docName_;
-  d->unit_ = unit_;
-  d->unitScale_ = unitScale_;
   return true;
 }
 

@@ -1,7 +1,8 @@
 #pragma once
 // BaseDocument: the scene. It owns its object tree and its scene hooks, and
 // holds the time, the frame rate and range, the active object, where it was
-// loaded from, its unit, and the change count that every SetDirty raises.
+// loaded from, and the change count that every SetDirty raises. Its settings
+// (its unit under DOCUMENT_DOCUNIT, see unitscale.h) stand in its container.
 #include <memory>
 #include <vector>
 
@@ -10,9 +11,6 @@
 #include "host/scene/undo.h"
 
 namespace zta {
-
-// Units of the document's scale (values of DOCUMENT_UNIT).
-enum class DOCUMENTUNIT : Int32 { KM = 1, M = 2, CM = 3, MM = 4, UM = 5, NM = 6, MILE = 7, YARD = 8, FOOT = 9, INCH = 10 };
 
 enum : Int32 { SELECTION_NEW = 0, SELECTION_ADD = 1, SELECTION_SUB = 2 };
 enum : Int32 { GETACTIVEOBJECTFLAGS_NONE = 0, GETACTIVEOBJECTFLAGS_CHILDREN = 1 };
@@ -58,11 +56,6 @@ class BaseDocument : public BaseList2D {
   const String& GetDocumentName() const { return docName_; }
   void SetDocumentName(const String& name) { docName_ = name; }
 
-  DOCUMENTUNIT GetUnit() const { return unit_; }
-  // Scene units per metre... of the unit: 1 cm by default.
-  Float GetUnitScale() const { return unitScale_; }
-  void SetUnit(DOCUMENTUNIT unit, Float scale) { unit_ = unit; unitScale_ = scale; }
-
   // Scene hooks: one node per registered hook, made on first request.
   BaseList2D* FindSceneHook(Int32 id);
   BaseList2D* GetFirstSceneHook() const { return static_cast<BaseList2D*>(hooks_.GetFirst()); }
@@ -100,8 +93,6 @@ class BaseDocument : public BaseList2D {
   BaseLink active_;
   String path_;
   String docName_ = "Untitled 1";
-  DOCUMENTUNIT unit_ = DOCUMENTUNIT::CM;
-  Float unitScale_ = 1.0;
   UInt32 events_ = 0;
   UInt32 changes_ = 0;
   std::unique_ptr<UndoBuffer> undo_;
