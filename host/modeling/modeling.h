@@ -15,6 +15,7 @@ class PolygonObject;
 
 enum : Int32 {
   MCOMMAND_OPTIMIZE = 227,
+  MCOMMAND_CURRENTSTATE = 245,
   MCOMMAND_CURRENTSTATETOOBJECT = 246,
   ID_MODELING_CLOSEPOLYGONHOLE = 450000010,
 };
@@ -34,12 +35,25 @@ enum : Int32 {
   MDATA_CLOSEPOLYGONHOLE_TRIANGULATE = 1103,  // bool, fill with a triangle fan instead of one n-gon
 };
 
-// Settings of the current-state command. Each object gives a copy of what it
-// shows: itself for a polygon, spline or line object, its cache (built on
-// the spot when it has none) for a generator. With JOIN the polygon objects
-// among the results become one object in world space.
+// Settings of the current-state command (245): the caches of each object and
+// its hierarchy are built as the evaluation pass builds them and stay on the
+// objects; no new objects come out. For another time or another purpose than
+// the editor's, the time and the build flags are given.
 enum : Int32 {
-  MDATA_CURRENTSTATETOOBJECT_JOIN = 2167,  // bool
+  MDATA_CURRENTSTATE_SETTIME = 2162,     // bool: evaluate at MDATA_CURRENTSTATE_TIME
+  MDATA_CURRENTSTATE_TIME = 2163,        // time
+  MDATA_CURRENTSTATE_BUILDFLAGS = 2164,  // int32: BUILDFLAGS_*
+};
+
+// Settings of the current-state-to-object command (246). Each object gives a
+// copy of what it shows: itself for a polygon, spline or line object, its
+// (deformed) cache for a generator, built on the spot when it has none. With
+// EVALUATE the object's document is evaluated first, so that every cache in
+// it is current. With JOIN the polygon objects among the results become one
+// object in world space.
+enum : Int32 {
+  MDATA_CURRENTSTATETOOBJECT_JOIN = 2167,         // bool
+  MDATA_CURRENTSTATETOOBJECT_EVALUATE = 1050529,  // bool
 };
 
 // Hole closing runs at most this many times for one object; holes beyond

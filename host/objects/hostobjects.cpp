@@ -40,4 +40,26 @@ std::unique_ptr<BaseTag> AllocHostTag(Int32 type) {
   }
 }
 
+const char* HostDescriptionName(Int32 type) {
+  switch (type) {
+    case HOST_TYPE_POLYGON: return "Opolygon";
+    case HOST_TYPE_SPLINE: return "Ospline";
+    case HOST_TYPE_LINE: return "Oline";
+    case HOST_TYPE_NULL: return "Onull";
+    case HOST_TYPE_EMITTER: return "Oemitter";
+    case HOST_TYPE_PARTICLE_GROUP: return "Oparticlegroup";
+    case HOST_TYPE_MATRIX: return "Omatrix";
+    case HOST_TYPE_SPHERE: return "Osphere";
+    case HOST_TYPE_CUBE: return "Ocube";
+    case HOST_TYPE_FIELD_OBJECT: return "Ofield";
+    case HOST_TYPE_FIELD_CARRIER: return "Ofieldcarrier";
+    case HOST_TAG_POINT: return "Tpoint";
+    case HOST_TAG_POLYGON: return "Tpolygon";
+    case HOST_TAG_UVW: return "Tuvw";
+    case HOST_TAG_VERTEXMAP: return "Tvertexmap";
+    case HOST_TAG_PHONG: return "Tphong";
+    default: return nullptr;
+  }
+}
+
 }  // namespace zta

@@ -43,25 +43,13 @@ void WalkObjects(GeListHead* head, F&& visit) {
 }
 }  // namespace
 
-struct BaseDocument::UndoStep {
-  struct Entry {
-    UNDOTYPE type;
-    UInt64 marker = 0;
-    std::unique_ptr<BaseList2D> snapshot;
-    UInt64 parent = 0;  // object above, or the tag's object
-    UInt64 pred = 0;
-  };
-  std::vector<Entry> entries;
-};
-
-BaseDocument::BaseDocument() : BaseList2D(HOST_TYPE_DOCUMENT) {
+BaseDocument::BaseDocument() : BaseList2D(HOST_TYPE_DOCUMENT), undo_(std::make_unique<UndoBuffer>(this)) {
   objects_.SetDocument(this);
   hooks_.SetDocument(this);
 }
 
 BaseDocument::~BaseDocument() {
-  openStep_.reset();
-  undo_.clear();
+  undo_.reset();
   objects_.FlushAll();
   hooks_.FlushAll();
 }
@@ -125,11 +113,42 @@ BaseObject* BaseDocument::GetActiveObject() const {
   return static_cast<BaseObject*>(active_.GetLink(this, HOST_TYPE_OBJECT));
 }
 
-void BaseDocument::SetActiveObject(BaseObject* op) {
-  if (BaseObject* old = GetActiveObject()) old->DelBit(BIT_ACTIVE);
-  if (op && op->GetDocument() != this) op = nullptr;
+void BaseDocument::SetActiveObject(BaseObject* op, Int32 mode) {
+  if (op && op->GetDocument() != this) return;
+  if (mode == SELECTION_SUB) {
+    if (!op) return;
+    op->DelBit(BIT_ACTIVE);
+    if (GetActiveObject() == op) {
+      const std::vector<BaseObject*> rest = GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN);
+      active_.SetLink(rest.empty() ? nullptr : rest.back());
+    }
+    SetDirty(DIRTYFLAGS_SELECT);
+    return;
+  }
+  if (mode == SELECTION_NEW)
+    for (BaseObject* sel : GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN)) sel->DelBit(BIT_ACTIVE);
   active_.SetLink(op);
   if (op) op->SetBit(BIT_ACTIVE);
+  SetDirty(DIRTYFLAGS_SELECT);
+}
+
+std::vector<BaseObject*> BaseDocument::GetActiveObjects(Int32 flags) const {
+  std::vector<BaseObject*> out;
+  const GeListNode* root = &objects_;
+  for (GeListNode* n = objects_.GetFirst(); n;) {
+    auto* op = static_cast<BaseObject*>(n);
+    const bool selected = op->GetBit(BIT_ACTIVE) != 0;
+    if (selected) out.push_back(op);
+    // Without CHILDREN the walk passes over what lies below a selected object.
+    if (selected && !(flags & GETACTIVEOBJECTFLAGS_CHILDREN)) {
+      GeListNode* m = op;
+      while (m && !m->GetNext()) m = m->GetUp();
+      n = m ? m->GetNext() : nullptr;
+    } else {
+      n = n->GetNextInTree(root);
+    }
+  }
+  return out;
 }
 
 BaseList2D* BaseDocument::FindSceneHook(Int32 id) {
@@ -158,8 +177,6 @@ bool BaseDocument::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) cons
   d->active_ = active_;
   d->path_ = path_;
   d->docName_ = docName_;
-  d->unit_ = unit_;
-  d->unitScale_ = unitScale_;
   return true;
 }
 
@@ -171,86 +188,12 @@ UInt32 BaseDocument::GetHDirtyBelow(UInt32 flags) const {
 
 // ---- undo
 
-bool BaseDocument::StartUndo() {
-  if (undoDepth_++ == 0) openStep_ = std::make_unique<UndoStep>();
-  return true;
-}
-
-bool BaseDocument::AddUndo(UNDOTYPE type, BaseList2D* node) {
-  if (undoDepth_ == 0 || !node || node == this || node->GetDocument() != this) return false;
-  UndoStep::Entry e{type, node->GetMarker(), nullptr, 0, 0};
-  if (type != UNDOTYPE::NEWOBJ) {
-    const Int32 flags = COPYFLAGS_KEEP_MARKERS | (type == UNDOTYPE::DELETEOBJ ? 0 : COPYFLAGS_NO_HIERARCHY);
-    e.snapshot = node->GetClone(flags);
-    if (!e.snapshot) return false;
-  }
-  if (auto* tag = dynamic_cast<BaseTag*>(node)) {
-    if (tag->GetObject()) e.parent = tag->GetObject()->GetMarker();
-  } else if (GeListNode* up = node->GetUp()) {
-    e.parent = static_cast<BaseList2D*>(up)->GetMarker();
-  }
-  if (GeListNode* prev = node->GetPrev()) e.pred = static_cast<BaseList2D*>(prev)->GetMarker();
-  openStep_->entries.push_back(std::move(e));
-  return true;
-}
-
-bool BaseDocument::EndUndo() {
-  if (undoDepth_ == 0) return false;
-  if (--undoDepth_ == 0 && openStep_) {
-    if (!openStep_->entries.empty()) undo_.push_back(std::move(openStep_));
-    openStep_.reset();
-  }
-  return true;
-}
-
-Int32 BaseDocument::GetUndoCount() const { return Int32(undo_.size()); }
-
-bool BaseDocument::DoUndo() {
-  if (undo_.empty() || undoDepth_ > 0) return false;
-  std::unique_ptr<UndoStep> step = std::move(undo_.back());
-  undo_.pop_back();
-  for (auto it = step->entries.rbegin(); it != step->entries.rend(); ++it) {
-    UndoStep::Entry& e = *it;
-    BaseList2D* now = FindByMarker(e.marker);
-    if (e.type == UNDOTYPE::NEWOBJ) {
-      GeListNode::Free(now);
-      continue;
-    }
-    BaseList2D* snap = e.snapshot.release();
-    if (now) {
-      // The snapshot takes the node's place; the children stay where they are.
-      while (GeListNode* c = now->GetDown()) {
-        auto child = c->Remove();
-        child.release()->InsertUnderLast(snap);
-      }
-      if (!snap->InsertAfter(now)) {
-        delete snap;
-        continue;
-      }
-      GeListNode::Free(now);
-      continue;
-    }
-    // The node was deleted: put it back after its predecessor, else first
-    // under its parent, else at the top.
-    BaseList2D* pred = FindByMarker(e.pred);
-    BaseList2D* parent = FindByMarker(e.parent);
-    bool ok = false;
-    if (auto* tag = dynamic_cast<BaseTag*>(snap)) {
-      if (auto* op = dynamic_cast<BaseObject*>(parent)) {
-        op->InsertTag(tag, dynamic_cast<BaseTag*>(pred));
-        ok = true;
-      }
-    } else if (pred && snap->InsertAfter(pred)) {
-      ok = true;
-    } else if (parent) {
-      ok = snap->InsertUnder(parent);
-    } else {
-      ok = snap->InsertUnder(&objects_);
-    }
-    if (!ok) delete snap;
-  }
-  SetDirty(DIRTYFLAGS_CHILDREN);
-  return true;
-}
+bool BaseDocument::StartUndo() { return undo_->Start(); }
+bool BaseDocument::AddUndo(UNDOTYPE type, BaseList2D* node) { return undo_->Add(type, node); }
+bool BaseDocument::EndUndo() { return undo_->End(); }
+Int32 BaseDocument::GetUndoCount() const { return undo_->GetUndoCount(); }
+Int32 BaseDocument::GetRedoCount() const { return undo_->GetRedoCount(); }
+bool BaseDocument::DoUndo() { return undo_->Undo(); }
+bool BaseDocument::DoRedo() { return undo_->Redo(); }
 
 }  // namespace zta

@@ -51,6 +51,7 @@ void GeListNode::Link(GeListNode* up, GeListNode* prev, GeListNode* next) {
   if (prev) prev->next_ = this;
   else up->down_ = this;
   if (next) next->prev_ = this;
+  up->ChildrenChanged();
 }
 
 void GeListNode::Unlink() {
@@ -85,14 +86,15 @@ bool GeListNode::InsertAfter(GeListNode* prev) {
 }
 
 std::unique_ptr<GeListNode> GeListNode::Remove() {
+  GeListNode* up = up_;
   Unlink();
+  if (up) up->ChildrenChanged();
   return std::unique_ptr<GeListNode>(this);
 }
 
 void GeListNode::Free(GeListNode* node) {
   if (!node) return;
-  node->Unlink();
-  delete node;
+  delete node->Remove().release();
 }
 
 GeListNode* GeListNode::GetNextInTree(const GeListNode* root) const {
@@ -121,6 +123,11 @@ BaseDocument* GeListNode::FindDocument() const {
 // ---- GeListHead
 
 GeListHead::~GeListHead() { FlushAll(); }
+
+void GeListHead::ChildrenChanged() {
+  if (document_) document_->SetDirty(DIRTYFLAGS_CHILDREN);
+  else if (auto* owner = dynamic_cast<BaseList2D*>(owner_)) owner->SetDirty(DIRTYFLAGS_CHILDREN);
+}
 
 void GeListHead::FlushAll() { FreeChildren(); }
 
@@ -173,6 +180,24 @@ BaseDocument* BaseList2D::GetDocument() const { return FindDocument(); }
 
 bool BaseList2D::Message(Int32 id, void* data) { return nodeData_ ? nodeData_->HandleMessage(this, id, data) : true; }
 
+bool BaseList2D::GetNBit(Int32 bit) const {
+  if (bit < 0 || bit >= 128) return false;
+  return (nbits_[size_t(bit / 64)] >> (bit % 64)) & 1u;
+}
+
+bool BaseList2D::ChangeNBit(Int32 bit, NBITCONTROL control) {
+  if (bit < 0 || bit >= 128) return false;
+  const bool was = GetNBit(bit);
+  const UInt64 mask = UInt64(1) << (bit % 64);
+  UInt64& word = nbits_[size_t(bit / 64)];
+  switch (control) {
+    case NBITCONTROL::SET: word |= mask; break;
+    case NBITCONTROL::CLEAR: word &= ~mask; break;
+    case NBITCONTROL::TOGGLE: word ^= mask; break;
+  }
+  return was;
+}
+
 UInt32 BaseList2D::GetDirty(UInt32 flags) const {
   UInt32 sum = 0;
   for (int i = 1; i <= 7; ++i)
@@ -200,6 +225,7 @@ void BaseList2D::SetDirty(UInt32 flags) {
 
 bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
   nodeData_ = std::move(data);
+  if (nodeData_) ApplyDescriptionDefaults(this);
   if (nodeData_ && !nodeData_->InitNode(this)) {
     // A node that refused to start has nothing to free.
     nodeData_.reset();
@@ -211,7 +237,11 @@ bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
 bool BaseList2D::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const {
   dest->name_ = name_;
   data_.CopyTo(&dest->data_);
-  if (!(flags & COPYFLAGS_NO_BITS)) dest->bits_ = bits_;
+  if (!(flags & COPYFLAGS_NO_BITS)) {
+    // Being a generator's input is the pass's business, not the node's.
+    dest->bits_ = bits_ & ~UInt32(BIT_CONTROLOBJECT);
+    dest->nbits_ = nbits_;
+  }
   if (flags & COPYFLAGS_KEEP_MARKERS) dest->marker_ = marker_;
   if (nodeData_ && dest->nodeData_ && !nodeData_->CopyNode(dest->nodeData_.get(), this, dest, flags, trans))
     return false;

@@ -52,6 +52,9 @@ class GeListNode {
  protected:
   GeListNode() = default;
   virtual bool IsListHead() const { return false; }
+  // Called on the node whose children were inserted or taken out (not while
+  // a tree is being freed).
+  virtual void ChildrenChanged() {}
   // What holds a node that tops a free tree: a generator holds its cache.
   virtual const GeListNode* GetHolder() const { return nullptr; }
   // The document above this node through heads, owners and holders.
@@ -91,6 +94,8 @@ class GeListHead : public GeListNode {
 
  protected:
   bool IsListHead() const override { return true; }
+  // The document's or the owner's children counter moves.
+  void ChildrenChanged() override;
 
  private:
   BaseDocument* document_ = nullptr;
@@ -129,7 +134,12 @@ class BaseList2D : public GeListNode {
   UInt32 GetBit(UInt32 mask) const { return bits_ & mask; }
   void SetBit(UInt32 mask) { bits_ |= mask; }
   void DelBit(UInt32 mask) { bits_ &= ~mask; }
-  UInt32 GetAllBits() const { return bits_; }
+
+  // Numbered node bits 0 to 127, copied with the node. Out-of-range numbers
+  // read as clear and cannot be changed.
+  bool GetNBit(Int32 bit) const;
+  // Returns the bit's value before the change; false for a bad number.
+  bool ChangeNBit(Int32 bit, NBITCONTROL control);
 
   // The sum of the counters of every flag bit set; DATA includes every change
   // of the parameter container.
@@ -155,8 +165,10 @@ class BaseList2D : public GeListNode {
   virtual bool CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const;
   // The extra dirty sum of GetHDirty below this node.
   virtual UInt32 GetHDirtyBelow(UInt32 flags) const;
-  // Attaches the plug-in instance and runs its InitNode; false when it refuses.
+  // Attaches the plug-in instance, fills the container with the defaults of
+  // the type's description and runs InitNode; false when InitNode refuses.
   bool AttachNodeData(std::unique_ptr<NodeData> data);
+  void ChildrenChanged() override { SetDirty(DIRTYFLAGS_CHILDREN); }
   void SetMarker(UInt64 marker) { marker_ = marker; }
 
  private:
@@ -165,6 +177,7 @@ class BaseList2D : public GeListNode {
   String name_;
   BaseContainer data_;
   UInt32 bits_ = 0;
+  std::array<UInt64, 2> nbits_{};
   std::array<UInt32, 7> dirty_{};  // bits 1 to 7 of the flag word
   UInt64 marker_;
   std::shared_ptr<detail::NodeAnchor> anchor_;

@@ -16,6 +16,7 @@ std::unique_ptr<BaseTag> AllocPluginTag(Int32 type) {
   const PluginInfo* info = FindPlugin(type);
   if (!info || info->type != PLUGINTYPE::TAG || !info->alloc) return nullptr;
   std::unique_ptr<BaseTag> tag(new BaseTag(type));
+  tag->info_ = info->info;
   if (!tag->AttachNodeData(info->alloc())) return nullptr;
   return tag;
 }

@@ -18,6 +18,8 @@ class BaseTag : public BaseList2D {
   bool IsInstanceOf(Int32 type) const override { return type == HOST_TYPE_TAG || BaseList2D::IsInstanceOf(type); }
   // The object whose tag list holds this tag, or null.
   BaseObject* GetObject() const;
+  // The info bits of the tag's class (TAG_* in hosttypes.h).
+  virtual Int32 GetInfo() const { return info_; }
   BaseTag* GetNext() const { return static_cast<BaseTag*>(GeListNode::GetNext()); }
   BaseTag* GetPrev() const { return static_cast<BaseTag*>(GeListNode::GetPrev()); }
 
@@ -27,6 +29,7 @@ class BaseTag : public BaseList2D {
 
  private:
   friend std::unique_ptr<BaseTag> AllocPluginTag(Int32 type);
+  Int32 info_ = 0;
 };
 
 // Frees a record block the way it was allocated, which depends on its size.
