@@ -1,6 +1,7 @@
 #include "host/core/atomicfile.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -56,6 +57,9 @@ Result<AtomicFile> AtomicFile::Open(const std::string& target) {
       if (errno == EEXIST) continue;
       return IoError("could not write " + target + ": " + ErrnoText(errno));
     }
+    // A file that is replaced keeps its permissions.
+    struct stat st {};
+    if (::stat(target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) ::fchmod(fd, st.st_mode & 07777);
     std::FILE* f = ::fdopen(fd, "wb");
     if (!f) {
       const int err = errno;

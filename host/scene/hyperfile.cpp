@@ -768,14 +768,18 @@ bool HyperFile::ReadNode(GeListHead* head, NODECLASS cls, std::vector<BaseList2D
   node->data_ = std::move(data);
 
   // The node goes into its tree first, so that its plug-in finds its document.
+  // The last node read at its depth, if any, is its previous sibling: it goes
+  // in after that one, without a walk along the siblings.
   if (owned) {
-    GeListNode* parent = depth == 0 ? static_cast<GeListNode*>(head) : parents[size_t(depth - 1)];
-    if (!owned->InsertUnderLast(parent)) return Fail("a node could not be put into its tree", at);
+    const bool inserted = size_t(depth) < parents.size()
+                              ? owned->InsertAfter(parents[size_t(depth)])
+                              : owned->InsertUnderLast(depth == 0 ? static_cast<GeListNode*>(head) : parents[size_t(depth - 1)]);
+    if (!inserted) return Fail("a node could not be put into its tree", at);
     owned.release();
   }
+  parents.resize(size_t(depth));
+  parents.push_back(node);
   if (cls == NODECLASS::OBJECT) {
-    parents.resize(size_t(depth));
-    parents.push_back(node);
     auto* op = static_cast<BaseObject*>(node);
     op->SetFrozenMatrix(frozen);
     op->SetRelMl(rel);

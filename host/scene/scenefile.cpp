@@ -21,7 +21,7 @@ namespace {
 // Objects (with their tags and branches) first, then the scene hooks, so that
 // the hooks see what the objects registered on the same event. False when a
 // scene hook refused the event.
-bool SendDocumentEvent(BaseDocument* doc, DocumentInfoData& info, String* refusedBy) {
+bool BroadcastDocumentInfo(BaseDocument* doc, DocumentInfoData& info, String* refusedBy) {
   std::vector<BaseList2D*> hooks;
   doc->ForEachNode(
       [&](BaseList2D* node) {
@@ -88,9 +88,10 @@ Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef
   DocumentInfoData info;
   info.type = saveAs ? DOCUMENTINFO_TYPE_SAVEAS_BEFORE : DOCUMENTINFO_TYPE_SAVE_BEFORE;
   info.subType = DOCUMENTINFO_SUBTYPE_SCENEFILE;
-  info.url = Url::FromSystemPath(target);
+  info.doc = doc;
+  info.url = target;
   String refusedBy;
-  const bool prepared = SendDocumentEvent(doc, info, &refusedBy);
+  const bool prepared = BroadcastDocumentInfo(doc, info, &refusedBy);
 
   Result<void> result = OK();
   if (!prepared) {
@@ -112,7 +113,7 @@ Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef
   // The end of the save reaches the hooks whatever happened, so that they let
   // go of what they prepared.
   info.type = saveAs ? DOCUMENTINFO_TYPE_SAVEAS_AFTER : DOCUMENTINFO_TYPE_SAVE_AFTER;
-  SendDocumentEvent(doc, info, &refusedBy);
+  BroadcastDocumentInfo(doc, info, &refusedBy);
   if (!result) return result;
   const std::filesystem::path t(target);
   doc->SetDocumentPath(t.parent_path().string());
@@ -153,11 +154,12 @@ Result<std::unique_ptr<BaseDocument>> LoadDocument(const String& path, const Thr
   d->SetDocumentPath(t.parent_path().string());
   d->SetDocumentName(t.filename().string());
   DocumentInfoData info;
-  info.type = DOCUMENTINFO_TYPE_LOAD;
+  info.type = DOCUMENTINFO_TYPE_LOAD_AFTER;
   info.subType = DOCUMENTINFO_SUBTYPE_SCENEFILE;
-  info.url = Url::FromSystemPath(t.string());
+  info.doc = d;
+  info.url = t.string();
   String ignored;
-  SendDocumentEvent(d, info, &ignored);
+  BroadcastDocumentInfo(d, info, &ignored);
   return doc;
 }
 

@@ -111,7 +111,7 @@ class RecordingHook : public SceneHookData {
   bool HandleMessage(GeListNode*, Int32 type, void* data) override {
     if (type != MSG_DOCUMENTINFO) return true;
     const auto* info = static_cast<DocumentInfoData*>(data);
-    g_hook.events.push_back("hook " + std::to_string(info->type) + " " + info->url.GetName());
+    g_hook.events.push_back("hook " + std::to_string(info->type) + " " + std::filesystem::path(info->url).filename().string());
     return !(g_hook.refuseSave && (info->type == DOCUMENTINFO_TYPE_SAVE_BEFORE || info->type == DOCUMENTINFO_TYPE_SAVEAS_BEFORE));
   }
   bool WriteNode(const GeListNode*, HyperFile* hf) const override {
@@ -545,9 +545,13 @@ TEST(SceneFile, SavingSendsTheDocumentEventsAndAFailedSaveKeepsTheOldFile) {
                                           "hook 1007 scene.zscene"};
   EXPECT_EQ(g_hook.events, first);
   EXPECT_EQ(g_hook.writtenKinds, std::vector<Int32>{HYPERFILE_KIND_SCENE});
+  // A second save is a plain save, and the file keeps its permissions.
+  namespace fs = std::filesystem;
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
   g_hook = {};
   ASSERT_TRUE(SaveDocument(doc.get(), path));
   EXPECT_EQ(g_hook.events.front(), "object 1004");
+  EXPECT_EQ(fs::status(path).permissions() & fs::perms::all, fs::perms::owner_read | fs::perms::owner_write);
   const std::string good = Slurp(path);
 
   auto expectKept = [&](const Result<void>& r, const char* words) {
