@@ -87,6 +87,7 @@ class BaseContainer {
   bool operator!=(const BaseContainer& o) const { return !(*this == o); }
 
  private:
+  friend class HyperFile;
   GeData* Find(Int32 id);
   const GeData* Find(Int32 id) const;
 

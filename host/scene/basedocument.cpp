@@ -1,5 +1,7 @@
 #include "host/scene/basedocument.h"
 
+#include <algorithm>
+#include <mutex>
 #include <new>
 
 #include "host/scene/nodedata.h"
@@ -14,8 +16,11 @@ class SceneHookNode : public BaseList2D {
   static std::unique_ptr<SceneHookNode> Alloc(Int32 id) {
     const PluginInfo* info = FindPlugin(id);
     if (!info || info->type != PLUGINTYPE::SCENEHOOK || !info->alloc) return nullptr;
+    return AllocWithData(id, info->alloc());
+  }
+  static std::unique_ptr<SceneHookNode> AllocWithData(Int32 id, std::unique_ptr<NodeData> data) {
     std::unique_ptr<SceneHookNode> node(new (std::nothrow) SceneHookNode(id));
-    if (!node || !node->AttachNodeData(info->alloc())) return nullptr;
+    if (!node || (data && !node->AttachNodeData(std::move(data)))) return nullptr;
     return node;
   }
 
@@ -24,22 +29,36 @@ class SceneHookNode : public BaseList2D {
   std::unique_ptr<BaseList2D> AllocSame() const override { return Alloc(GetType()); }
 };
 
-// Objects, their tags and their caches, depth first.
+// Objects (or the nodes of a plug-in branch), their tags, their branches and
+// their caches, depth first without recursion.
 template <typename F>
-void WalkObjects(GeListHead* head, F&& visit) {
-  std::vector<BaseObject*> stack;
-  if (head->GetFirst()) stack.push_back(static_cast<BaseObject*>(head->GetFirst()));
+bool WalkNodes(GeListHead* head, bool caches, F&& visit) {
+  std::vector<BaseList2D*> stack;
+  if (head->GetFirst()) stack.push_back(static_cast<BaseList2D*>(head->GetFirst()));
+  BranchInfo branches[8];
   while (!stack.empty()) {
-    BaseObject* op = stack.back();
+    BaseList2D* node = stack.back();
     stack.pop_back();
-    if (visit(static_cast<BaseList2D*>(op))) return;
-    for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
-      if (visit(static_cast<BaseList2D*>(t))) return;
-    if (op->GetNext() && (op->GetUp() || op->GetListHead() == head)) stack.push_back(op->GetNext());
-    if (op->GetDeformCache()) stack.push_back(op->GetDeformCache());
-    if (op->GetCache()) stack.push_back(op->GetCache());
-    if (op->GetDown()) stack.push_back(op->GetDown());
+    if (visit(node)) return true;
+    auto* op = dynamic_cast<BaseObject*>(node);
+    if (op)
+      for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
+        if (visit(static_cast<BaseList2D*>(t))) return true;
+    // Only nodes of a tree have siblings; a cache stands alone.
+    if (node->GetNext() && (node->GetUp() || node->GetListHead())) stack.push_back(static_cast<BaseList2D*>(node->GetNext()));
+    if (NodeData* data = node->GetNodeData()) {
+      const Int32 n = std::min<Int32>(data->ListBranches(node, branches, 8, 0), 8);
+      for (Int32 i = n; i-- > 0;)
+        if (branches[i].head && branches[i].head->GetFirst())
+          stack.push_back(static_cast<BaseList2D*>(branches[i].head->GetFirst()));
+    }
+    if (op && caches) {
+      if (op->GetDeformCache()) stack.push_back(op->GetDeformCache());
+      if (op->GetCache()) stack.push_back(op->GetCache());
+    }
+    if (node->GetDown()) stack.push_back(static_cast<BaseList2D*>(node->GetDown()));
   }
+  return false;
 }
 }  // namespace
 
@@ -76,17 +95,38 @@ BaseObject* BaseDocument::SearchObject(const String& name) const {
   return found;
 }
 
+void BaseDocument::ForEachNode(const std::function<bool(BaseList2D*)>& visit, bool caches) const {
+  if (WalkNodes(const_cast<GeListHead*>(&objects_), caches, visit)) return;
+  WalkNodes(const_cast<GeListHead*>(&hooks_), caches, visit);
+}
+
 BaseList2D* BaseDocument::FindByMarker(UInt64 marker) const {
   if (marker == 0) return nullptr;
   if (marker == GetMarker()) return const_cast<BaseDocument*>(this);
-  BaseList2D* found = nullptr;
-  WalkObjects(const_cast<GeListHead*>(&objects_), [&](BaseList2D* n) {
-    if (n->GetMarker() == marker) found = n;
-    return found != nullptr;
-  });
-  for (GeListNode* h = hooks_.GetFirst(); h && !found; h = h->GetNext())
-    if (static_cast<BaseList2D*>(h)->GetMarker() == marker) found = static_cast<BaseList2D*>(h);
-  return found;
+  auto lookup = [&]() -> BaseList2D* {
+    auto it = markerIndex_.find(marker);
+    if (it == markerIndex_.end()) return nullptr;
+    auto anchor = it->second.lock();
+    BaseList2D* node = anchor ? anchor->node : nullptr;
+    return node && node->GetMarker() == marker && node->GetDocument() == this ? node : nullptr;
+  };
+  const UInt64 stamp = GetTreeStamp();
+  {
+    std::shared_lock<std::shared_mutex> lock(markerMutex_);
+    if (BaseList2D* node = lookup()) return node;
+    // Nothing moved since the index was made: the marker is not here.
+    if (markerStamp_ == stamp) return nullptr;
+  }
+  std::unique_lock<std::shared_mutex> lock(markerMutex_);
+  if (markerStamp_ != stamp) {
+    markerIndex_.clear();
+    ForEachNode([&](BaseList2D* n) {
+      markerIndex_.emplace(n->GetMarker(), n->GetAnchor());
+      return false;
+    });
+    markerStamp_ = stamp;
+  }
+  return lookup();
 }
 
 void BaseDocument::SetTime(const BaseTime& t) {
@@ -155,6 +195,14 @@ BaseList2D* BaseDocument::FindSceneHook(Int32 id) {
   for (GeListNode* h = hooks_.GetFirst(); h; h = h->GetNext())
     if (static_cast<BaseList2D*>(h)->GetType() == id) return static_cast<BaseList2D*>(h);
   auto node = SceneHookNode::Alloc(id);
+  if (!node) return nullptr;
+  BaseList2D* n = node.release();
+  n->InsertUnderLast(&hooks_);
+  return n;
+}
+
+BaseList2D* BaseDocument::InsertSceneHook(Int32 id, std::unique_ptr<NodeData> data) {
+  auto node = SceneHookNode::AllocWithData(id, std::move(data));
   if (!node) return nullptr;
   BaseList2D* n = node.release();
   n->InsertUnderLast(&hooks_);

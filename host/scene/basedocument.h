@@ -3,7 +3,10 @@
 // holds the time, the frame rate and range, the active object, where it was
 // loaded from, and the change count that every SetDirty raises. Its settings
 // (its unit under DOCUMENT_DOCUNIT, see unitscale.h) stand in its container.
+#include <functional>
 #include <memory>
+#include <shared_mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "host/scene/basetime.h"
@@ -29,8 +32,14 @@ class BaseDocument : public BaseList2D {
   void InsertObject(BaseObject* op, BaseObject* parent = nullptr, BaseObject* pred = nullptr);
   // The first object with that name, depth first.
   BaseObject* SearchObject(const String& name) const;
-  // The node of the document's objects, tags and caches with that marker.
+  // The node of the document's objects, tags, caches, plug-in branches and
+  // scene hooks with that marker. An index keeps it from walking the scene for
+  // each link; the index is made again when the trees have changed.
   BaseList2D* FindByMarker(UInt64 marker) const;
+  // Visits every node of the document: the objects depth first, each with its
+  // tags, the nodes of its plug-in branches (ListBranches) and, with `caches`,
+  // its caches; then the scene hooks. `visit` returns true to stop.
+  void ForEachNode(const std::function<bool(BaseList2D*)>& visit, bool caches = true) const;
 
   BaseTime GetTime() const { return time_; }
   void SetTime(const BaseTime& t);
@@ -59,6 +68,10 @@ class BaseDocument : public BaseList2D {
   // Scene hooks: one node per registered hook, made on first request.
   BaseList2D* FindSceneHook(Int32 id);
   BaseList2D* GetFirstSceneHook() const { return static_cast<BaseList2D*>(hooks_.GetFirst()); }
+  GeListHead* GetSceneHookListHead() { return &hooks_; }
+  // Appends a hook node of `id` run by `data`, registered or not: how a scene
+  // file keeps the hook of a plug-in that is missing. Null when InitNode fails.
+  BaseList2D* InsertSceneHook(Int32 id, std::unique_ptr<NodeData> data);
 
   // Undo (undo.h): a step groups the AddUndo calls between Start and End.
   // DoUndo and DoRedo send DOCUMENTINFO_TYPE_UNDO and _REDO when they did something.
@@ -96,6 +109,10 @@ class BaseDocument : public BaseList2D {
   UInt32 events_ = 0;
   UInt32 changes_ = 0;
   std::unique_ptr<UndoBuffer> undo_;
+  // FindByMarker's index: weak anchors, so an entry never outlives its node.
+  mutable std::shared_mutex markerMutex_;
+  mutable std::unordered_map<UInt64, std::weak_ptr<detail::NodeAnchor>> markerIndex_;
+  mutable UInt64 markerStamp_ = 0;
 };
 
 inline std::unique_ptr<BaseDocument> AllocDocument() { return BaseDocument::Alloc(); }

@@ -3,12 +3,21 @@
 #include <atomic>
 
 #include "host/scene/basedocument.h"
+#include "host/scene/customdataclass.h"
 #include "host/scene/nodedata.h"
 #include "host/scene/plugins.h"
 
 namespace zta {
 
 // ---- GeListNode
+
+namespace {
+std::atomic<UInt64> g_treeStamp{1};
+}  // namespace
+
+UInt64 GeListNode::GetTreeStamp() { return g_treeStamp.load(std::memory_order_acquire); }
+
+void GeListNode::TouchTreeStamp() { g_treeStamp.fetch_add(1, std::memory_order_acq_rel); }
 
 GeListNode::~GeListNode() {
   FreeChildren();
@@ -45,6 +54,7 @@ bool GeListNode::CanInsert(const GeListNode* target) const {
 }
 
 void GeListNode::Link(GeListNode* up, GeListNode* prev, GeListNode* next) {
+  TouchTreeStamp();
   up_ = up;
   prev_ = prev;
   next_ = next;
@@ -55,6 +65,7 @@ void GeListNode::Link(GeListNode* up, GeListNode* prev, GeListNode* next) {
 }
 
 void GeListNode::Unlink() {
+  if (up_ || prev_ || next_) TouchTreeStamp();
   if (prev_) prev_->next_ = next_;
   else if (up_ && up_->down_ == this) up_->down_ = next_;
   if (next_) next_->prev_ = prev_;
@@ -136,7 +147,8 @@ void GeListHead::FlushAll() { FreeChildren(); }
 namespace {
 std::atomic<UInt64> g_nextMarker{1};
 
-// Points links among cloned nodes at the clones, nested containers included.
+// Points links among cloned nodes at the clones, nested containers and the
+// links of custom values included.
 void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
   std::vector<std::pair<Int32, GeData>> changes;
   for (const auto& [id, data] : bc) {
@@ -147,6 +159,10 @@ void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
       BaseContainer inner = *data.GetContainer();
       TranslateLinks(inner, trans);
       if (inner != *data.GetContainer()) changes.emplace_back(id, GeData(inner));
+    } else if (const CustomDataType* custom = data.GetCustomData()) {
+      const CustomDataTypeClass* cls = FindCustomDataTypeClass(custom->GetCustomTypeId());
+      if (std::unique_ptr<CustomDataType> moved = cls ? cls->TranslateLinks(*custom, trans) : nullptr)
+        changes.emplace_back(id, GeData(std::shared_ptr<const CustomDataType>(std::move(moved))));
     }
   }
   for (auto& c : changes) bc.SetData(c.first, std::move(c.second));
@@ -156,6 +172,12 @@ void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
 BaseList2D::BaseList2D(Int32 type)
     : type_(type), marker_(g_nextMarker.fetch_add(1)), anchor_(std::make_shared<detail::NodeAnchor>()) {
   anchor_->node = this;
+}
+
+void BaseList2D::ReserveMarker(UInt64 marker) {
+  UInt64 next = g_nextMarker.load();
+  while (next <= marker && !g_nextMarker.compare_exchange_weak(next, marker + 1)) {
+  }
 }
 
 BaseList2D::~BaseList2D() {
@@ -242,7 +264,7 @@ bool BaseList2D::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const 
     dest->bits_ = bits_ & ~UInt32(BIT_CONTROLOBJECT);
     dest->nbits_ = nbits_;
   }
-  if (flags & COPYFLAGS_KEEP_MARKERS) dest->marker_ = marker_;
+  if (flags & COPYFLAGS_KEEP_MARKERS) dest->SetMarker(marker_);
   if (nodeData_ && dest->nodeData_ && !nodeData_->CopyNode(dest->nodeData_.get(), this, dest, flags, trans))
     return false;
   if (!(flags & COPYFLAGS_NO_HIERARCHY)) {
@@ -276,16 +298,22 @@ std::unique_ptr<BaseList2D> BaseList2D::GetClone(Int32 flags, AliasTrans* trans)
 
 // ---- AliasTrans
 
-void AliasTrans::Add(const BaseList2D* original, BaseList2D* clone) { pairs_.emplace_back(original, clone); }
+void AliasTrans::Add(const BaseList2D* original, BaseList2D* clone) {
+  pairs_.emplace(original, clone);
+  byMarker_.emplace(original->GetMarker(), clone);
+}
 
 BaseList2D* AliasTrans::Translate(const BaseList2D* original) const {
-  for (const auto& p : pairs_)
-    if (p.first == original) return p.second;
-  return nullptr;
+  auto it = pairs_.find(original);
+  return it == pairs_.end() ? nullptr : it->second;
 }
 
 BaseLink AliasTrans::Translate(const BaseLink& link) const {
   BaseList2D* clone = Translate(link.ForceGetLink());
+  if (!clone && !link.IsEmpty()) {
+    auto it = byMarker_.find(link.GetMarker());
+    if (it != byMarker_.end()) clone = it->second;
+  }
   return clone ? BaseLink(clone) : link;
 }
 

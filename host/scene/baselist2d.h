@@ -5,6 +5,7 @@
 // that links use, and the plug-in instance of the node's registered class.
 #include <array>
 #include <memory>
+#include <unordered_map>
 
 #include "host/core/types.h"
 #include "host/scene/basecontainer.h"
@@ -48,6 +49,12 @@ class GeListNode {
 
   // The depth-first successor within the subtree of `root`, or null.
   GeListNode* GetNextInTree(const GeListNode* root) const;
+
+  // Moves on with every insertion and removal of a node anywhere, and with
+  // every change of a cache or a persistent id: what was found in a tree is
+  // still there while the stamp stands.
+  static UInt64 GetTreeStamp();
+  static void TouchTreeStamp();
 
  protected:
   GeListNode() = default;
@@ -132,6 +139,7 @@ class BaseList2D : public GeListNode {
   bool Message(Int32 id, void* data = nullptr);
 
   UInt32 GetBit(UInt32 mask) const { return bits_ & mask; }
+  UInt32 GetAllBits() const { return bits_; }
   void SetBit(UInt32 mask) { bits_ |= mask; }
   void DelBit(UInt32 mask) { bits_ &= ~mask; }
 
@@ -169,10 +177,17 @@ class BaseList2D : public GeListNode {
   // the type's description and runs InitNode; false when InitNode refuses.
   bool AttachNodeData(std::unique_ptr<NodeData> data);
   void ChildrenChanged() override { SetDirty(DIRTYFLAGS_CHILDREN); }
-  void SetMarker(UInt64 marker) { marker_ = marker; }
+  void SetMarker(UInt64 marker) {
+    marker_ = marker;
+    TouchTreeStamp();
+  }
 
  private:
   friend class BaseDocument;
+  friend class HyperFile;
+  // Raises the counter of new markers past `marker`: nodes made after a load
+  // never take an id that a loaded node carries.
+  static void ReserveMarker(UInt64 marker);
   Int32 type_;
   String name_;
   BaseContainer data_;
@@ -195,7 +210,10 @@ class AliasTrans {
   BaseLink Translate(const BaseLink& link) const;
 
  private:
-  std::vector<std::pair<const BaseList2D*, BaseList2D*>> pairs_;
+  // Hash maps: a clone of many thousands of nodes translates each link at
+  // once. Links read from a file know their node by its id alone.
+  std::unordered_map<const BaseList2D*, BaseList2D*> pairs_;
+  std::unordered_map<UInt64, BaseList2D*> byMarker_;
 };
 
 // Walks `root` and everything below it without recursion: pop, push the next

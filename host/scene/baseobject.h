@@ -50,6 +50,12 @@ class BaseObject : public BaseList2D {
   Matrix GetUpMg() const;
   Matrix GetFrozenMatrix() const { return frozen_; }
   void SetFrozenMatrix(const Matrix& m);
+  // The local matrix below the frozen one, as stored: what a scene file keeps.
+  Matrix GetRelMl() const { return rel_; }
+  void SetRelMl(const Matrix& m) {
+    rel_ = m;
+    SetDirty(DIRTYFLAGS_MATRIX);
+  }
   // Lengths of the local axes.
   Vector GetScale() const { return GetMl().GetScale(); }
 

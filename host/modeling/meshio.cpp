@@ -1,0 +1,411 @@
+#include "host/modeling/meshio.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <stdexcept>
+
+#include "host/core/atomicfile.h"
+#include "host/core/format.h"
+#include "host/objects/polygonobject.h"
+#include "host/objects/uvwtag.h"
+
+namespace zta {
+
+namespace {
+
+using zta::CPolygon;
+using zta::Int32;
+using zta::Vector;
+
+// Writers stop at the first failure by throwing it; WriteMeshFile turns it into an error.
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+std::string Extension(const std::string& path) {
+  std::string ext = std::filesystem::path(path).extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  return ext;
+}
+
+
+// A buffered file that reports the first failure.
+class Writer {
+ public:
+  Writer(std::FILE* file, const std::string& path) : path_(path), file_(file) { buffer_.reserve(kFlushAt + 256); }
+  void Text(std::string_view s) {
+    buffer_.append(s);
+    MaybeFlush();
+  }
+  void Number(float v) {
+    char tmp[32];
+    const auto r = std::to_chars(tmp, tmp + sizeof(tmp), v);
+    buffer_.append(tmp, r.ptr);
+  }
+  void Number(int64_t v) {
+    char tmp[24];
+    const auto r = std::to_chars(tmp, tmp + sizeof(tmp), v);
+    buffer_.append(tmp, r.ptr);
+  }
+  template <typename T>
+  void Binary(const T& v) {
+    buffer_.append(reinterpret_cast<const char*>(&v), sizeof(T));
+    MaybeFlush();
+  }
+  // Everything is handed to the file; the owner closes it.
+  void Close() {
+    Flush();
+    const int err = errno;
+    if (std::ferror(file_) != 0) throw Failure("could not write " + path_ + ": " + std::strerror(err ? err : EIO));
+  }
+  void MaybeFlush() {
+    if (buffer_.size() >= kFlushAt) Flush();
+  }
+
+ private:
+  static constexpr size_t kFlushAt = size_t(1) << 20;
+  void Flush() {
+    if (!buffer_.empty() && std::fwrite(buffer_.data(), 1, buffer_.size(), file_) != buffer_.size())
+      throw Failure("could not write " + path_ + ": " + std::strerror(errno));
+    buffer_.clear();
+  }
+  std::string path_;
+  std::FILE* file_;
+  std::string buffer_;
+};
+
+// The object's polygons in the file's frame: points placed and mirrored,
+// corners in reversed order, with the UV of each corner.
+struct FileMesh {
+  std::vector<std::array<float, 3>> points;
+  // Corner lists of three or four.
+  std::vector<std::array<int32_t, 4>> polys;
+  std::vector<uint8_t> sizes;
+  std::vector<std::array<Vector, 4>> uvs;  // per polygon corner, empty without a tag
+  // When every corner's UV is that of its point: one UV per point.
+  std::vector<std::array<float, 2>> pointUVs;
+};
+
+FileMesh ToFile(const zta::PolygonObject& op) {
+  FileMesh fm;
+  const zta::Matrix mg = op.GetMg();
+  const Int32 n = op.GetPointCount(), m = op.GetPolygonCount();
+  fm.points.resize(size_t(n));
+  for (Int32 i = 0; i < n; ++i) {
+    const Vector p = mg * op.GetPointR()[i];
+    fm.points[size_t(i)] = {float(p.x), float(p.y), float(-p.z)};
+  }
+  const auto* tag = static_cast<const zta::UVWTag*>(op.GetTag(zta::HOST_TAG_UVW));
+  const bool withUV = tag && tag->GetDataCount() == m;
+  fm.polys.resize(size_t(m));
+  fm.sizes.resize(size_t(m));
+  if (withUV) fm.uvs.resize(size_t(m));
+  for (Int32 i = 0; i < m; ++i) {
+    const CPolygon& p = op.GetPolygonR()[i];
+    if (p.a < 0 || p.b < 0 || p.c < 0 || p.d < 0 || p.a >= n || p.b >= n || p.c >= n || p.d >= n)
+      throw Failure(zta::FormatString("Index @ of polygon @ is out of bounds", std::max({p.a, p.b, p.c, p.d}), i));
+    const zta::UVWStruct uv = withUV ? tag->Get(zta::Int32(i)) : zta::UVWStruct{};
+    if (p.IsTriangle()) {
+      fm.polys[size_t(i)] = {p.a, p.c, p.b, p.b};
+      fm.sizes[size_t(i)] = 3;
+      if (withUV) fm.uvs[size_t(i)] = {uv.a, uv.c, uv.b, uv.b};
+    } else {
+      fm.polys[size_t(i)] = {p.a, p.d, p.c, p.b};
+      fm.sizes[size_t(i)] = 4;
+      if (withUV) fm.uvs[size_t(i)] = {uv.a, uv.d, uv.c, uv.b};
+    }
+  }
+  if (withUV) {
+    // The mesher's UVs depend on the point alone; then one per point suffices.
+    std::vector<std::array<float, 2>> per(static_cast<size_t>(n));
+    std::vector<char> seen(static_cast<size_t>(n), 0);
+    bool consistent = true;
+    for (size_t i = 0; i < fm.polys.size() && consistent; ++i)
+      for (int k = 0; k < fm.sizes[i]; ++k) {
+        const int32_t pt = fm.polys[i][size_t(k)];
+        const std::array<float, 2> t{float(fm.uvs[i][size_t(k)].x), float(fm.uvs[i][size_t(k)].y)};
+        if (!seen[size_t(pt)]) {
+          seen[size_t(pt)] = 1;
+          per[size_t(pt)] = t;
+        } else if (per[size_t(pt)] != t) {
+          consistent = false;
+          break;
+        }
+      }
+    if (consistent) fm.pointUVs = std::move(per);
+  }
+  return fm;
+}
+
+void WriteObj(const FileMesh& fm, Writer& w) {
+  w.Text("# written by Zelmar Volumes\n");
+  for (const auto& p : fm.points) {
+    w.Text("v ");
+    w.Number(p[0]);
+    w.Text(" ");
+    w.Number(p[1]);
+    w.Text(" ");
+    w.Number(p[2]);
+    w.Text("\n");
+  }
+  const bool perPoint = !fm.pointUVs.empty();
+  if (perPoint) {
+    for (const auto& t : fm.pointUVs) {
+      w.Text("vt ");
+      w.Number(t[0]);
+      w.Text(" ");
+      w.Number(t[1]);
+      w.Text("\n");
+    }
+  } else {
+    for (size_t i = 0; i < fm.uvs.size(); ++i)
+      for (int k = 0; k < fm.sizes[i]; ++k) {
+        w.Text("vt ");
+        w.Number(float(fm.uvs[i][size_t(k)].x));
+        w.Text(" ");
+        w.Number(float(fm.uvs[i][size_t(k)].y));
+        w.Text("\n");
+      }
+  }
+  int64_t corner = 1;
+  const bool withUV = !fm.uvs.empty();
+  for (size_t i = 0; i < fm.polys.size(); ++i) {
+    w.Text("f");
+    for (int k = 0; k < fm.sizes[i]; ++k) {
+      const int64_t v = int64_t(fm.polys[i][size_t(k)]) + 1;
+      w.Text(" ");
+      w.Number(v);
+      if (withUV) {
+        w.Text("/");
+        w.Number(perPoint ? v : corner++);
+      }
+    }
+    w.Text("\n");
+  }
+}
+
+void WritePly(const FileMesh& fm, Writer& w) {
+  const bool perPoint = !fm.pointUVs.empty();
+  const bool perCorner = !fm.uvs.empty() && !perPoint;
+  std::string header = "ply\nformat binary_little_endian 1.0\ncomment written by Zelmar Volumes\n";
+  header += "element vertex " + std::to_string(fm.points.size()) + "\n";
+  header += "property float x\nproperty float y\nproperty float z\n";
+  if (perPoint) header += "property float s\nproperty float t\n";
+  header += "element face " + std::to_string(fm.polys.size()) + "\n";
+  header += "property list uchar int vertex_indices\n";
+  if (perCorner) header += "property list uchar float texcoord\n";
+  header += "end_header\n";
+  w.Text(header);
+  static_assert(std::endian::native == std::endian::little, "binary PLY is written in the machine's order");
+  for (size_t i = 0; i < fm.points.size(); ++i) {
+    w.Binary(fm.points[i]);
+    if (perPoint) w.Binary(fm.pointUVs[i]);
+  }
+  for (size_t i = 0; i < fm.polys.size(); ++i) {
+    w.Binary(fm.sizes[i]);
+    for (int k = 0; k < fm.sizes[i]; ++k) w.Binary(fm.polys[i][size_t(k)]);
+    if (perCorner) {
+      w.Binary(uint8_t(fm.sizes[i] * 2));
+      for (int k = 0; k < fm.sizes[i]; ++k) {
+        w.Binary(float(fm.uvs[i][size_t(k)].x));
+        w.Binary(float(fm.uvs[i][size_t(k)].y));
+      }
+    }
+  }
+}
+
+void WriteStl(const FileMesh& fm, Writer& w) {
+  char header[80] = "binary STL written by Zelmar Volumes";
+  w.Binary(header);
+  uint32_t triangles = 0;
+  for (uint8_t s : fm.sizes) triangles += s == 4 ? 2 : 1;
+  w.Binary(triangles);
+  auto emit = [&](int32_t a, int32_t b, int32_t c) {
+    const auto& pa = fm.points[size_t(a)];
+    const auto& pb = fm.points[size_t(b)];
+    const auto& pc = fm.points[size_t(c)];
+    const Vector e1(pb[0] - pa[0], pb[1] - pa[1], pb[2] - pa[2]), e2(pc[0] - pa[0], pc[1] - pa[1], pc[2] - pa[2]);
+    const Vector n = zta::Cross(e1, e2).GetNormalized();
+    const std::array<float, 3> normal{float(n.x), float(n.y), float(n.z)};
+    w.Binary(normal);
+    w.Binary(pa);
+    w.Binary(pb);
+    w.Binary(pc);
+    w.Binary(uint16_t(0));
+  };
+  for (size_t i = 0; i < fm.polys.size(); ++i) {
+    const auto& p = fm.polys[i];
+    emit(p[0], p[1], p[2]);
+    if (fm.sizes[i] == 4) emit(p[0], p[2], p[3]);
+  }
+}
+
+
+// A JSON string literal of `s`.
+std::string JsonString(const std::string& s) {
+  std::string out = "\"";
+  for (unsigned char c : s) {
+    if (c == '"' || c == '\\') {
+      out += '\\';
+      out += char(c);
+    } else if (c < 0x20) {
+      char tmp[8];
+      std::snprintf(tmp, sizeof(tmp), "\\u%04x", c);
+      out += tmp;
+    } else {
+      out += char(c);
+    }
+  }
+  return out + "\"";
+}
+
+// Binary glTF 2.0: one node, one mesh of triangles, in metres. A quad becomes
+// two triangles over its first diagonal, as in STL. glTF keeps one texture
+// coordinate per vertex, so points whose corners disagree on their UV are
+// written once per corner; glTF's v runs down the image.
+void WriteGlb(const FileMesh& fm, const std::string& name, double metres, Writer& w) {
+  const bool perPoint = !fm.pointUVs.empty();
+  const bool perCorner = !fm.uvs.empty() && !perPoint;
+  std::vector<std::array<float, 3>> positions;
+  std::vector<std::array<float, 2>> texcoords;
+  std::vector<uint32_t> indices;
+  size_t triangles = 0;
+  for (uint8_t s : fm.sizes) triangles += s == 4 ? 2 : 1;
+  indices.reserve(triangles * 3);
+  auto place = [&](const std::array<float, 3>& p) {
+    return std::array<float, 3>{float(p[0] * metres), float(p[1] * metres), float(p[2] * metres)};
+  };
+  if (perCorner) {
+    for (size_t i = 0; i < fm.polys.size(); ++i) {
+      const uint32_t first = uint32_t(positions.size());
+      for (int k = 0; k < fm.sizes[i]; ++k) {
+        positions.push_back(place(fm.points[size_t(fm.polys[i][size_t(k)])]));
+        const Vector& uv = fm.uvs[i][size_t(k)];
+        texcoords.push_back({float(uv.x), float(1.0 - uv.y)});
+      }
+      indices.insert(indices.end(), {first, first + 1, first + 2});
+      if (fm.sizes[i] == 4) indices.insert(indices.end(), {first, first + 2, first + 3});
+    }
+  } else {
+    positions.reserve(fm.points.size());
+    for (const auto& p : fm.points) positions.push_back(place(p));
+    if (perPoint)
+      for (const auto& t : fm.pointUVs) texcoords.push_back({t[0], 1.0f - t[1]});
+    for (size_t i = 0; i < fm.polys.size(); ++i) {
+      const auto& p = fm.polys[i];
+      indices.insert(indices.end(), {uint32_t(p[0]), uint32_t(p[1]), uint32_t(p[2])});
+      if (fm.sizes[i] == 4) indices.insert(indices.end(), {uint32_t(p[0]), uint32_t(p[2]), uint32_t(p[3])});
+    }
+  }
+
+  const size_t posBytes = positions.size() * 12, uvBytes = texcoords.size() * 8, idxBytes = indices.size() * 4;
+  const size_t binBytes = posBytes + uvBytes + idxBytes;
+  std::string json = "{\"asset\":{\"version\":\"2.0\",\"generator\":\"Zelmar Volumes\"},\"scene\":0,"
+                     "\"scenes\":[{\"nodes\":[0]}],";
+  if (indices.empty()) {
+    // glTF has no empty mesh: the node stands alone.
+    json += "\"nodes\":[{\"name\":" + JsonString(name) + "}]}";
+  } else {
+    std::array<float, 3> lo = positions[0], hi = positions[0];
+    for (const auto& p : positions)
+      for (int k = 0; k < 3; ++k) {
+        lo[size_t(k)] = std::min(lo[size_t(k)], p[size_t(k)]);
+        hi[size_t(k)] = std::max(hi[size_t(k)], p[size_t(k)]);
+      }
+    auto num = [](float v) {
+      char tmp[32];
+      return std::string(tmp, std::to_chars(tmp, tmp + sizeof(tmp), v).ptr);
+    };
+    auto vec = [&](const std::array<float, 3>& v) {
+      std::string s(1, '[');
+      s += num(v[0]);
+      s += ',';
+      s += num(v[1]);
+      s += ',';
+      s += num(v[2]);
+      return s + ']';
+    };
+    const bool uv = !texcoords.empty();
+    json += "\"nodes\":[{\"mesh\":0,\"name\":" + JsonString(name) + "}],";
+    json += "\"meshes\":[{\"name\":" + JsonString(name) + ",\"primitives\":[{\"attributes\":{\"POSITION\":0";
+    if (uv) json += ",\"TEXCOORD_0\":1";
+    json += "},\"indices\":" + std::to_string(uv ? 2 : 1) + ",\"mode\":4}]}],";
+    json += "\"buffers\":[{\"byteLength\":" + std::to_string(binBytes) + "}],";
+    json += "\"bufferViews\":[{\"buffer\":0,\"byteOffset\":0,\"byteLength\":" + std::to_string(posBytes) +
+            ",\"target\":34962}";
+    if (uv)
+      json += ",{\"buffer\":0,\"byteOffset\":" + std::to_string(posBytes) + ",\"byteLength\":" + std::to_string(uvBytes) +
+              ",\"target\":34962}";
+    json += ",{\"buffer\":0,\"byteOffset\":" + std::to_string(posBytes + uvBytes) +
+            ",\"byteLength\":" + std::to_string(idxBytes) + ",\"target\":34963}],";
+    json += "\"accessors\":[{\"bufferView\":0,\"componentType\":5126,\"count\":" + std::to_string(positions.size()) +
+            ",\"type\":\"VEC3\",\"min\":" + vec(lo) + ",\"max\":" + vec(hi) + "}";
+    if (uv)
+      json += ",{\"bufferView\":1,\"componentType\":5126,\"count\":" + std::to_string(texcoords.size()) +
+              ",\"type\":\"VEC2\"}";
+    json += ",{\"bufferView\":" + std::to_string(uv ? 2 : 1) + ",\"componentType\":5125,\"count\":" +
+            std::to_string(indices.size()) + ",\"type\":\"SCALAR\"}]}";
+  }
+  // Chunks are padded to four bytes: JSON with blanks, the binary with zeros.
+  json.append((4 - json.size() % 4) % 4, ' ');
+  const size_t binPadded = (binBytes + 3) / 4 * 4;
+  const size_t total = 12 + 8 + json.size() + (binBytes ? 8 + binPadded : 0);
+  if (total > std::numeric_limits<uint32_t>::max()) throw Failure("the mesh is too large for one glTF file (4 GB)");
+  static_assert(std::endian::native == std::endian::little, "glTF is written in the machine's order");
+  w.Binary(uint32_t(0x46546C67));  // "glTF"
+  w.Binary(uint32_t(2));
+  w.Binary(uint32_t(total));
+  w.Binary(uint32_t(json.size()));
+  w.Binary(uint32_t(0x4E4F534A));  // "JSON"
+  w.Text(json);
+  if (binBytes == 0) return;
+  w.Binary(uint32_t(binPadded));
+  w.Binary(uint32_t(0x004E4942));  // "BIN"
+  for (const auto& p : positions) w.Binary(p);
+  for (const auto& t : texcoords) w.Binary(t);
+  for (uint32_t i : indices) w.Binary(i);
+  for (size_t i = binBytes; i < binPadded; ++i) w.Binary(uint8_t(0));
+}
+
+}  // namespace
+
+bool IsWritableMeshFile(const String& path) {
+  const std::string ext = Extension(path);
+  return ext == ".obj" || ext == ".ply" || ext == ".stl" || ext == ".glb";
+}
+
+const char* WritableMeshFormats() { return "OBJ, PLY, STL or glTF (.glb)"; }
+
+Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const MeshWriteOptions& options) {
+  const std::string ext = Extension(path);
+  if (!IsWritableMeshFile(path))
+    return IllegalArgumentError(path + ": not a mesh format that can be written (" + WritableMeshFormats() + ")");
+  if (!(options.unitMeters > 0.0) || !std::isfinite(options.unitMeters))
+    return IllegalArgumentError(FormatString("@ metres is no unit", options.unitMeters));
+  try {
+    const FileMesh fm = ToFile(op);
+    auto out = AtomicFile::Open(path);
+    if (!out) return out.GetError();
+    Writer w(out->GetFile(), path);
+    if (ext == ".obj") WriteObj(fm, w);
+    else if (ext == ".ply") WritePly(fm, w);
+    else if (ext == ".stl") WriteStl(fm, w);
+    else WriteGlb(fm, op.GetName(), options.unitMeters, w);
+    w.Close();
+    return out->Commit(false);
+  } catch (const Failure& f) {
+    return IoError(f.what());
+  } catch (const std::bad_alloc&) {
+    return OutOfMemoryError("out of memory writing " + path);
+  }
+}
+
+}  // namespace zta
