@@ -180,7 +180,7 @@ bool HyperFile::CheckThread() {
 // ---- writing
 
 void HyperFile::Put(const void* data, size_t size) {
-  if (failed_) return;
+  if (failed_ || size == 0) return;
   const size_t old = buffer_.size();
   buffer_.resize(old + size);
   std::memcpy(buffer_.data() + old, data, size);
