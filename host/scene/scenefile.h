@@ -15,35 +15,12 @@
 #include "host/core/result.h"
 #include "host/core/thread.h"
 #include "host/core/types.h"
+#include "host/scene/messages.h"
 
 namespace zta {
 
 class BaseDocument;
 class BaseList2D;
-
-// The document event and its record.
-enum : Int32 { MSG_DOCUMENTINFO = 1001078 };
-enum : Int32 {
-  DOCUMENTINFO_TYPE_LOAD_AFTER = 1001,     // the document was read from a file
-  DOCUMENTINFO_TYPE_MERGE_AFTER = 1002,    // objects of a file were merged into it
-  DOCUMENTINFO_TYPE_SAVE_BEFORE = 1004,    // a save begins (url: the target)
-  DOCUMENTINFO_TYPE_SAVE_AFTER = 1005,     // the save ended
-  DOCUMENTINFO_TYPE_SAVEAS_BEFORE = 1006,  // a save under a new name begins
-  DOCUMENTINFO_TYPE_SAVEAS_AFTER = 1007,   // it ended
-  DOCUMENTINFO_TYPE_OBJECT_ADDED = 1010,   // an object was added (object: the object)
-};
-// The sub-type of a save that writes the host's own scene format.
-constexpr Int32 DOCUMENTINFO_SUBTYPE_SCENEFILE = 1001026;
-
-struct DocumentInfoData {
-  Int32 type = 0;
-  Int32 subType = 0;
-  BaseDocument* doc = nullptr;
-  // The scene's file.
-  String url;
-  // The node the event is about, if any.
-  BaseList2D* object = nullptr;
-};
 
 inline constexpr const char* kSceneFileSuffix = "zscene";
 
