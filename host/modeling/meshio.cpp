@@ -30,11 +30,6 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-std::string Extension(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  return ext;
-}
 
 
 // A buffered file that reports the first failure.
@@ -378,14 +373,14 @@ void WriteGlb(const FileMesh& fm, const std::string& name, double metres, Writer
 }  // namespace
 
 bool IsWritableMeshFile(const String& path) {
-  const std::string ext = Extension(path);
+  const std::string ext = MeshFileExtension(path);
   return ext == ".obj" || ext == ".ply" || ext == ".stl" || ext == ".glb";
 }
 
 const char* WritableMeshFormats() { return "OBJ, PLY, STL or glTF (.glb)"; }
 
 Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const MeshWriteOptions& options) {
-  const std::string ext = Extension(path);
+  const std::string ext = MeshFileExtension(path);
   if (!IsWritableMeshFile(path))
     return IllegalArgumentError(path + ": not a mesh format that can be written (" + WritableMeshFormats() + ")");
   if (!(options.unitMeters > 0.0) || !std::isfinite(options.unitMeters))
@@ -406,6 +401,12 @@ Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const Me
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("out of memory writing " + path);
   }
+}
+
+std::string MeshFileExtension(const std::string& path) {
+  std::string ext = std::filesystem::path(path).extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+  return ext;
 }
 
 }  // namespace zta

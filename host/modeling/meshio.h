@@ -64,4 +64,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
 // UVW tag.
 Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const MeshWriteOptions& options = {});
 
+// The extension of a mesh file's path, lower case and with its dot (".obj").
+std::string MeshFileExtension(const std::string& path);
+
 }  // namespace zta

@@ -26,11 +26,6 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-std::string Extension(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return char(std::tolower(c)); });
-  return ext;
-}
 
 // Lets a stop request end a long import.
 class InterruptHandler : public Assimp::ProgressHandler {
@@ -256,7 +251,7 @@ bool IsReadableMeshFile(const String& path) {
     }
     return out;
   }();
-  return extensions.count(Extension(path)) > 0;
+  return extensions.count(MeshFileExtension(path)) > 0;
 }
 
 Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const ThreadRef& thread,
@@ -276,7 +271,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     if (!scene) return IoError("could not read " + path + ": " + importer.GetErrorString());
 
     MeshFileInfo info;
-    const aiMatrix4x4 frame = StatedFrame(*scene, Extension(path), options, info);
+    const aiMatrix4x4 frame = StatedFrame(*scene, MeshFileExtension(path), options, info);
     std::vector<Instance> instances = CollectInstances(*scene);
     size_t pointCount = 0, polygonCount = 0;
     for (Instance& in : instances) {
