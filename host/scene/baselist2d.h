@@ -81,9 +81,6 @@ class GeListHead : public GeListNode {
   GeListHead() = default;
   ~GeListHead() override;
   GeListNode* GetFirst() const { return GetDown(); }
-  GeListNode* GetLast() const { return GetDownLast(); }
-  void InsertFirst(GeListNode* node) { node->InsertUnder(this); }
-  void InsertLast(GeListNode* node) { node->InsertUnderLast(this); }
   // Deletes every node of the tree.
   void FlushAll();
 
@@ -169,7 +166,6 @@ class BaseList2D : public GeListNode {
   // the type's description and runs InitNode; false when InitNode refuses.
   bool AttachNodeData(std::unique_ptr<NodeData> data);
   void ChildrenChanged() override { SetDirty(DIRTYFLAGS_CHILDREN); }
-  void SetMarker(UInt64 marker) { marker_ = marker; }
 
  private:
   friend class BaseDocument;

@@ -44,6 +44,11 @@ TEST(Scene, TreeEditing) {
   EXPECT_EQ(d->GetDocument(), doc.get());
   EXPECT_EQ(doc->SearchObject("d"), d);
   EXPECT_EQ(doc->SearchObject("zz"), nullptr);
+  BaseObject* e = NewNull("e");
+  EXPECT_TRUE(e->InsertBefore(d));
+  EXPECT_EQ(c->GetNext(), e);
+  EXPECT_FALSE(NewNull("loose")->InsertBefore(doc->GetObjectListHead()));  // a head has no place
+  GeListNode::Free(e);
 
   // A node cannot go under itself or its own descendant, nor be inserted twice.
   auto owned = a->Remove();
@@ -221,6 +226,7 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_FALSE(doc->SetTimeRange(BaseTime(2, 1), BaseTime(1, 1)));
   EXPECT_TRUE(doc->SetTimeRange(BaseTime(0, 1), BaseTime(4, 1)));
   EXPECT_EQ(doc->GetMaxTime(), BaseTime(4, 1));
+  EXPECT_EQ(doc->GetMinTime(), BaseTime(0, 1));
   doc->SetDocumentPath("/scenes");
   doc->SetDocumentName("a.zta");
 
