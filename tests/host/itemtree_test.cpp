@@ -114,6 +114,17 @@ TEST(ItemTree, RowsSelectionDropsAndEventsToTheOwner) {
   EXPECT_EQ(TreeOwner::Tree(owner)->GetFirst()->GetNext(), folder);
   row->SetFlags(row->GetFlags() | 0x400000);
   EXPECT_FALSE(copied->IsEqual(*tree));
+  // Editing a row through the tree marks the owner.
+  UInt32 before = owner->GetDirty(DIRTYFLAGS_DATA);
+  BaseContainer rowData;
+  rowData.SetInt32(50000, 2);
+  row->SetData(GeData(rowData));
+  row->SetLink(no);
+  EXPECT_EQ(owner->GetDirty(DIRTYFLAGS_DATA), before + 2);
+  EXPECT_EQ(row->GetData().GetContainer()->GetInt32(50000), 2);
+  EXPECT_EQ(row->GetLink().GetLink(doc.get()), no);
+  row->SetLink(no);  // the same: nothing
+  EXPECT_EQ(owner->GetDirty(DIRTYFLAGS_DATA), before + 2);
   // Only trees are written in place.
   EXPECT_EQ(owner->GetDataInstance()->GetCustomDataWritable(kTreeId, 440000246), nullptr);
   tree->FlushAll();

@@ -171,6 +171,12 @@ TEST(ParameterPath, DescriptionsGiveDefaultsNamesAndLimits) {
 
   // A broken resource says where.
   EXPECT_FALSE(ParseDescription("/nonexistent/none.res"));
+  // A front end may point the host at its resources elsewhere.
+  SetHostResourceFolder("/nonexistent/host");
+  EXPECT_EQ(GetHostDescriptionFolder(), "/nonexistent/host/description");
+  EXPECT_EQ(GetTypeDescription(HOST_TYPE_CUBE), nullptr);
+  SetHostResourceFolder(String());
+  EXPECT_NE(GetTypeDescription(HOST_TYPE_CUBE), nullptr);
   Description none;
   EXPECT_FALSE(none.LoadDescription(String("obroken")));
   auto parsed = ParseDescription(std::filesystem::temp_directory_path().string() + "/zv_params_" +
@@ -358,6 +364,8 @@ TEST(ParameterPath, DocumentEventsReachEveryNode) {
 
   AssetData target(doc.get(), "/project", ASSETDATA_FLAG_SAVEPROJECT);
   EXPECT_EQ(target.GetTargetPath(), "/project");
+  EXPECT_EQ(target.GetDocument(), doc.get());
+  EXPECT_EQ(target.GetFlags(), ASSETDATA_FLAG_SAVEPROJECT);
   const auto assets = CollectAssets(doc.get(), ASSETDATA_FLAG_LISTALL);
   ASSERT_EQ(assets.size(), 1u);  // the same file and node listed once
   EXPECT_EQ(assets[0].url, "a.vdb");
