@@ -8,8 +8,11 @@
 #include <optional>
 #include <thread>
 
+#include <unistd.h>
+
 #include "host/core/moduleloader.h"
 #include "host/ui/dialogs.h"
+#include "host/ui/hostmode.h"
 #include "host/ui/mainthreadqueue.h"
 #include "host/ui/parallel.h"
 #include "zvol.h"
@@ -64,8 +67,9 @@ int main(int argc, char** argv) {
     zta::SetMaxThreads(ctx.threads);
   }
   // zvol is the host's main thread: it answers dialogs by policy and runs the
-  // jobs that the tools post for it.
+  // jobs that the tools post for it. A person watches only on a terminal.
   zta::SetDialogPolicy(yes ? zta::DIALOGPOLICY::ALWAYS_YES : zta::DIALOGPOLICY::ALWAYS_NO);
+  zta::SetHostMode(!ctx.quiet && isatty(STDERR_FILENO) ? zta::HOSTMODE_INTERACTIVE : zta::HOSTMODE_COMMANDLINE);
   zta::MainThreadQueue::Get().SetMainThread(std::this_thread::get_id());
 
   g_thread = std::make_shared<zta::ZTAThread>();

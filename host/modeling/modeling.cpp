@@ -16,6 +16,7 @@
 #include "host/objects/uvwtag.h"
 #include "host/objects/vertexmaptag.h"
 #include "host/scene/basedocument.h"
+#include "host/scene/execution.h"
 
 namespace zta {
 
@@ -216,18 +217,12 @@ bool IsEditableGeometry(const BaseObject* op) {
 }
 
 Result<std::unique_ptr<BaseObject>> CurrentState(BaseObject* op, const ModelingCommandData& data) {
-  std::unique_ptr<BaseObject> built;
-  const BaseObject* source = nullptr;
-  if (IsEditableGeometry(op)) {
-    source = op;
-  } else if (op->GetDeformCache() || op->GetCache()) {
-    source = op->GetDeformCache() ? op->GetDeformCache() : op->GetCache();
-  } else if (ObjectData* od = op->GetObjectData()) {
-    const HierarchyHelp hh(data.doc ? data.doc : op->GetDocument(), data.thread, 0);
-    BaseObject* b = od->BuildVirtualObjects(op, &hh);
-    if (b && b != op->GetCache()) built.reset(b);
-    source = b;
-  }
+  // A generator that was never evaluated builds as a pass would.
+  if (!IsEditableGeometry(op) && !op->GetDeformCache() && !op->GetCache() && op->GetObjectData() &&
+      !BuildCaches(op, data.thread))
+    return IllegalStateError(FormatString("evaluation of \"@\" was stopped", op->GetName()));
+  const BaseObject* source =
+      op->GetDeformCache() ? op->GetDeformCache() : (IsEditableGeometry(op) ? op : op->GetCache());
   if (!source) return IllegalStateError(FormatString("object \"@\" has no state to convert", op->GetName()));
   const Int32 flags = source == op ? COPYFLAGS_NO_HIERARCHY : COPYFLAGS_NONE;
   auto clone = std::unique_ptr<BaseObject>(static_cast<BaseObject*>(source->GetClone(flags).release()));
@@ -238,9 +233,33 @@ Result<std::unique_ptr<BaseObject>> CurrentState(BaseObject* op, const ModelingC
   return clone;
 }
 
+// Builds the caches of each object where it stands, as a pass with the
+// given purpose and time would, and leaves them on the objects.
+Result<void> BuildCurrentState(ModelingCommandData& data) {
+  const std::vector<BaseObject*> targets = Targets(data);
+  if (targets.empty()) return IllegalArgumentError("current state needs an object");
+  const Int32 buildFlags = data.bc.GetInt32(MDATA_CURRENTSTATE_BUILDFLAGS, BUILDFLAGS_NONE);
+  for (BaseObject* op : targets) {
+    if (!op) return NullptrError("object to evaluate is null");
+    BaseDocument* doc = op->GetDocument();
+    const bool setTime = doc && data.bc.GetBool(MDATA_CURRENTSTATE_SETTIME);
+    const BaseTime before = doc ? doc->GetTime() : BaseTime();
+    if (setTime) doc->SetTime(data.bc.GetTime(MDATA_CURRENTSTATE_TIME));
+    const bool done = BuildCaches(op, data.thread, buildFlags);
+    if (setTime) doc->SetTime(before);
+    if (!done) return IllegalStateError(FormatString("evaluation of \"@\" was stopped", op->GetName()));
+  }
+  return OK();
+}
+
 Result<void> CurrentStateToObject(ModelingCommandData& data) {
   const std::vector<BaseObject*> targets = Targets(data);
   if (targets.empty()) return IllegalArgumentError("current state needs an object");
+  if (data.bc.GetBool(MDATA_CURRENTSTATETOOBJECT_EVALUATE)) {
+    BaseDocument* doc = data.doc ? data.doc : targets.front() ? targets.front()->GetDocument() : nullptr;
+    const bool done = doc ? ExecutePasses(doc, data.thread) : BuildCaches(targets.front(), data.thread);
+    if (!done) return IllegalStateError("evaluation was stopped");
+  }
   std::vector<std::unique_ptr<BaseObject>> results;
   for (BaseObject* op : targets) {
     if (!op) return NullptrError("object to convert is null");
@@ -284,6 +303,8 @@ Result<void> SendModelingCommand(Int32 command, ModelingCommandData& data) {
       return ClosePolygonHole(data);
     case MCOMMAND_CURRENTSTATETOOBJECT:
       return CurrentStateToObject(data);
+    case MCOMMAND_CURRENTSTATE:
+      return BuildCurrentState(data);
     default:
       return IllegalArgumentError(FormatString("unknown modelling command @", command));
   }

@@ -88,9 +88,6 @@ class GeListHead : public GeListNode {
   GeListHead() = default;
   ~GeListHead() override;
   GeListNode* GetFirst() const { return GetDown(); }
-  GeListNode* GetLast() const { return GetDownLast(); }
-  void InsertFirst(GeListNode* node) { node->InsertUnder(this); }
-  void InsertLast(GeListNode* node) { node->InsertUnderLast(this); }
   // Deletes every node of the tree.
   void FlushAll();
 

@@ -78,6 +78,14 @@ String g_hostFolder;
 String g_moduleFolder;
 // Parsed resources by name, null for a name that has none.
 std::map<String, std::shared_ptr<const Description>> g_byName;
+// Descriptions read before a change of folders: callers may still hold them.
+std::vector<std::shared_ptr<const Description>> g_retired;
+
+void Forget() {
+  for (auto& [name, d] : g_byName)
+    if (d) g_retired.push_back(d);
+  g_byName.clear();
+}
 
 // Splits a line into words; a quoted text is one word, kept with its quotes.
 std::vector<String> Words(const String& line) {
@@ -441,13 +449,13 @@ void ApplyDescriptionDefaults(BaseList2D* node) {
 void SetHostResourceFolder(const String& folder) {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_hostFolder = folder;
-  g_byName.clear();
+  Forget();
 }
 
 void SetModuleResourceFolder(const String& folder) {
   std::lock_guard<std::mutex> lock(g_mutex);
   g_moduleFolder = folder;
-  g_byName.clear();
+  Forget();
 }
 
 String GetHostDescriptionFolder() {

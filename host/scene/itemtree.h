@@ -11,6 +11,7 @@
 #include "host/scene/baselist2d.h"
 #include "host/scene/customdata.h"
 #include "host/scene/gedata.h"
+#include "host/scene/messages.h"
 
 namespace zta {
 

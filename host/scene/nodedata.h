@@ -123,8 +123,8 @@ class TagData : public NodeData {
   virtual bool AddTagToExecution(BaseTag* tag, PriorityList* list) { return false; }  // 19
 };
 
-// The base of a scene hook: one instance per document, asked before and
-// after the document's passes.
+// The base of a scene hook: one node per document (FindSceneHook), which
+// hears the document's events and is written with it.
 class SceneHookData : public NodeData {};
 
 }  // namespace zta

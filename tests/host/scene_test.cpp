@@ -44,6 +44,11 @@ TEST(Scene, TreeEditing) {
   EXPECT_EQ(d->GetDocument(), doc.get());
   EXPECT_EQ(doc->SearchObject("d"), d);
   EXPECT_EQ(doc->SearchObject("zz"), nullptr);
+  BaseObject* e = NewNull("e");
+  EXPECT_TRUE(e->InsertBefore(d));
+  EXPECT_EQ(c->GetNext(), e);
+  EXPECT_FALSE(NewNull("loose")->InsertBefore(doc->GetObjectListHead()));  // a head has no place
+  GeListNode::Free(e);
 
   // A node cannot go under itself or its own descendant, nor be inserted twice.
   auto owned = a->Remove();
@@ -153,6 +158,15 @@ TEST(Scene, DirtyCounters) {
   const UInt32 c0 = child->GetDirty(DIRTYFLAGS_CACHE);
   child->SetCache(PolygonObject::Alloc(0, 0));
   EXPECT_EQ(child->GetDirty(DIRTYFLAGS_CACHE), c0 + 1);
+  // Children coming and going move the parent's children counter, the
+  // document's for the top level.
+  const UInt32 kids = parent->GetDirty(DIRTYFLAGS_CHILDREN), top = doc->GetDirty(DIRTYFLAGS_CHILDREN);
+  auto taken = child->Remove();
+  EXPECT_EQ(parent->GetDirty(DIRTYFLAGS_CHILDREN), kids + 1);
+  static_cast<BaseObject*>(taken.release())->InsertUnder(parent);
+  EXPECT_EQ(parent->GetDirty(DIRTYFLAGS_CHILDREN), kids + 2);
+  doc->InsertObject(NewNull("late"));
+  EXPECT_GT(doc->GetDirty(DIRTYFLAGS_CHILDREN), top);
 }
 
 TEST(Scene, PolygonObjectAndTags) {
@@ -221,6 +235,7 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_FALSE(doc->SetTimeRange(BaseTime(2, 1), BaseTime(1, 1)));
   EXPECT_TRUE(doc->SetTimeRange(BaseTime(0, 1), BaseTime(4, 1)));
   EXPECT_EQ(doc->GetMaxTime(), BaseTime(4, 1));
+  EXPECT_EQ(doc->GetMinTime(), BaseTime(0, 1));
   doc->SetDocumentPath("/scenes");
   doc->SetDocumentName("a.zta");
 
@@ -234,6 +249,32 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_TRUE(b->GetBit(BIT_ACTIVE));
   doc->SetActiveObject(a);
   EXPECT_FALSE(b->GetBit(BIT_ACTIVE));
+  // Several selected: the last one is the active object; a selected child of
+  // a selected object counts only when asked for.
+  doc->SetActiveObject(b, SELECTION_ADD);
+  EXPECT_EQ(doc->GetActiveObject(), b);
+  EXPECT_EQ(doc->GetActiveObjects(), (std::vector<BaseObject*>{a}));
+  EXPECT_EQ(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN), (std::vector<BaseObject*>{a, b}));
+  doc->SetActiveObject(b, SELECTION_SUB);
+  EXPECT_EQ(doc->GetActiveObject(), a);
+  EXPECT_EQ(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN), (std::vector<BaseObject*>{a}));
+  doc->SetActiveObject(b, SELECTION_ADD);
+  doc->SetActiveObject(nullptr);
+  EXPECT_TRUE(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN).empty());
+  EXPECT_EQ(doc->GetActiveObject(), nullptr);
+  doc->SetActiveObject(a);
+  // Numbered node bits, beyond the first word; copies keep them.
+  EXPECT_FALSE(b->ChangeNBit(92, NBITCONTROL::SET));
+  EXPECT_TRUE(b->GetNBit(92));
+  EXPECT_TRUE(b->ChangeNBit(92, NBITCONTROL::TOGGLE));
+  EXPECT_FALSE(b->GetNBit(92));
+  b->ChangeNBit(14, NBITCONTROL::SET);
+  b->ChangeNBit(63, NBITCONTROL::SET);
+  b->ChangeNBit(63, NBITCONTROL::CLEAR);
+  EXPECT_FALSE(b->GetNBit(63));
+  EXPECT_FALSE(b->ChangeNBit(128, NBITCONTROL::SET));
+  EXPECT_FALSE(b->GetNBit(-1));
+  EXPECT_TRUE(b->GetClone()->GetNBit(14));
 
   // A cloned document has its own objects, and links inside it reach them.
   auto cloneBase = doc->GetClone();
