@@ -11,7 +11,7 @@
 #include "host/ui/dialogs.h"
 #include "host/ui/mainthreadqueue.h"
 #include "host/ui/parallel.h"
-#include "modules/volumes/source/main.h"
+#include "zelmar/volumemodule.h"
 #include "zvol.h"
 
 namespace {

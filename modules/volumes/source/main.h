@@ -8,6 +8,7 @@
 #include "host/core/config.h"
 #include "host/core/resource.h"
 #include "host/core/result.h"
+#include "zelmar/volumemodule.h"
 
 extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArgument, void* thirdArgument);
 
@@ -47,12 +48,5 @@ int32_t GetLoadCount();
 bool IsOpenVDBReady();
 const zta::StringResource& GetModuleResource();
 const std::string& GetModuleFolder();
-
-// Starts the module as the host does: load, start and system-ready, with the
-// module's files in `moduleFolder` (the folder that holds "res"). A second call
-// only counts another load.
-zta::Result<void> StartModuleStandalone(const std::string& moduleFolder);
-// System-end and end, as the host does at shutdown.
-void StopModuleStandalone();
 
 }  // namespace zelmar
