@@ -185,28 +185,10 @@ Result<void> ClosePolygonHole(ModelingCommandData& data) {
   BaseList2D* linked = data.bc.GetLink(MDATA_CLOSEPOLYGONHOLE_OBJECT, data.doc);
   auto* op = dynamic_cast<PolygonObject*>(linked ? linked : data.op);
   if (!op) return IllegalArgumentError("close polygon hole needs a polygon object");
-  const Int32 edge = data.bc.GetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, NOTOK);
-  const bool triangulate = data.bc.GetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE);
   Neighbor nb;
   if (auto r = nb.Init(*op); !r) return r.GetError();
-  const std::vector<Int32> loop = nb.GetHoleLoop(edge);
-  if (loop.size() < 3) return IllegalArgumentError(FormatString("edge @ does not border a closed hole", edge));
-
-  // The host has no n-gons: a hole of more than four points (or of four when
-  // triangulating) is filled by a fan from its first point.
-  std::vector<CPolygon> fill;
-  if (loop.size() == 3) fill.emplace_back(loop[0], loop[1], loop[2]);
-  else if (loop.size() == 4 && !triangulate) fill.emplace_back(loop[0], loop[1], loop[2], loop[3]);
-  else
-    for (size_t i = 1; i + 1 < loop.size(); ++i) fill.emplace_back(loop[0], loop[i], loop[i + 1]);
-
-  const Int32 before = op->GetPolygonCount();
-  if (!op->ResizeObject(op->GetPointCount(), before + Int32(fill.size()))) return OutOfMemoryError("closed object");
-  std::copy(fill.begin(), fill.end(), op->GetPolygonW() + before);
-  for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
-    if (t->GetType() == HOST_TAG_UVW) static_cast<UVWTag*>(t)->Resize(op->GetPolygonCount());
-  op->SetDirty(DIRTYFLAGS_DATA);
-  return OK();
+  return FillHole(*op, nb, data.bc.GetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, NOTOK),
+                  data.bc.GetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE));
 }
 
 // ---- current state
@@ -310,26 +292,47 @@ Result<void> SendModelingCommand(Int32 command, ModelingCommandData& data) {
   }
 }
 
-Result<Int32> CloseHoles(PolygonObject& op, BaseDocument* doc, bool triangulate, Int32 maxClosings) {
-  Neighbor nb;
-  if (auto r = nb.Init(op); !r) return r.GetError();
+Result<void> FillHole(PolygonObject& op, const Neighbor& nb, Int32 edge, bool triangulate) {
+  const std::vector<Int32> loop = nb.GetHoleLoop(edge);
+  if (loop.size() < 3) return IllegalArgumentError(FormatString("edge @ does not border a closed hole", edge));
+
+  // The host has no n-gons: a hole of more than four points (or of four when
+  // triangulating) is filled by a fan from its first point.
+  std::vector<CPolygon> fill;
+  if (loop.size() == 3) fill.emplace_back(loop[0], loop[1], loop[2]);
+  else if (loop.size() == 4 && !triangulate) fill.emplace_back(loop[0], loop[1], loop[2], loop[3]);
+  else
+    for (size_t i = 1; i + 1 < loop.size(); ++i) fill.emplace_back(loop[0], loop[i], loop[i + 1]);
+
+  const Int32 before = op.GetPolygonCount();
+  if (!op.ResizeObject(op.GetPointCount(), before + Int32(fill.size()))) return OutOfMemoryError("closed object");
+  std::copy(fill.begin(), fill.end(), op.GetPolygonW() + before);
+  for (BaseTag* t = op.GetFirstTag(); t; t = t->GetNext())
+    if (t->GetType() == HOST_TAG_UVW) static_cast<UVWTag*>(t)->Resize(op.GetPolygonCount());
+  op.SetDirty(DIRTYFLAGS_DATA);
+  return OK();
+}
+
+Result<Int32> CloseHoles(PolygonObject& op, Neighbor& nb, bool triangulate, Int32 maxClosings) {
   Int32 closed = 0;
   OpenEdge e = nb.FindOpenEdge(0);
-  while (e.polygon != NOTOK && closed < maxClosings) {
-    ModelingCommandData data;
-    data.doc = doc;
-    data.op = &op;
-    data.bc.SetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, e.edge);
-    data.bc.SetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE, triangulate);
-    data.bc.SetLink(MDATA_CLOSEPOLYGONHOLE_OBJECT, &op);
-    auto r = SendModelingCommand(ID_MODELING_CLOSEPOLYGONHOLE, data);
+  for (Int32 i = 0; i < maxClosings && e.polygon != NOTOK; ++i) {
+    auto r = FillHole(op, nb, e.edge, triangulate);
     if (r) ++closed;
     // A border that does not close is left open; anything else is a failure.
     else if (r.GetError().GetKind() != ErrorKind::IllegalArgument) return r.GetError();
+    // The one table of the next hole: filling appends polygons, so the search
+    // goes on after the polygon of the edge just tried.
     if (auto n = nb.Init(op); !n) return n.GetError();
     e = nb.FindOpenEdge(e.polygon + 1);
   }
   return closed;
+}
+
+Result<Int32> CloseHoles(PolygonObject& op, bool triangulate, Int32 maxClosings) {
+  Neighbor nb;
+  if (auto r = nb.Init(op); !r) return r.GetError();
+  return CloseHoles(op, nb, triangulate, maxClosings);
 }
 
 }  // namespace zta

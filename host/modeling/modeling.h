@@ -11,6 +11,7 @@ namespace zta {
 
 class BaseDocument;
 class BaseObject;
+class Neighbor;
 class PolygonObject;
 
 enum : Int32 {
@@ -71,11 +72,20 @@ struct ModelingCommandData {
   std::vector<std::unique_ptr<BaseObject>> result;
 };
 
-// Closes holes of `op` one after another: finds the first open edge, runs
-// the close-polygon-hole tool on it, refreshes the neighbour table and goes on
-// from the polygon after the last one found, at most `maxClosings` times.
-// Gives the number of holes closed.
-Result<Int32> CloseHoles(PolygonObject& op, BaseDocument* doc, bool triangulate, Int32 maxClosings = kMaxHoleClosings);
+// Fills the hole whose border holds the open edge `edge` (a global edge id),
+// with `nb` the neighbour table of `op` as it stands; the table is stale
+// afterwards. What the close-polygon-hole tool does. A border that does not
+// come round to a loop is an IllegalArgument error and changes nothing.
+Result<void> FillHole(PolygonObject& op, const Neighbor& nb, Int32 edge, bool triangulate);
+
+// Closes holes of `op` one after another: fills the hole of the first open
+// edge, builds the neighbour table anew and goes on from the polygon after
+// the one whose edge was tried, at most `maxClosings` times; borders that do
+// not close are passed over. `nb` is the table of `op` as it stands, and is
+// rebuilt once per hole. Gives the number of holes closed.
+Result<Int32> CloseHoles(PolygonObject& op, Neighbor& nb, bool triangulate, Int32 maxClosings = kMaxHoleClosings);
+// The same with a table of its own.
+Result<Int32> CloseHoles(PolygonObject& op, bool triangulate, Int32 maxClosings = kMaxHoleClosings);
 
 // Runs `command` on the data. Errors name the cause; on an error the
 // objects are left as they were.

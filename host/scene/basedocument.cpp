@@ -213,11 +213,7 @@ bool BaseDocument::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) cons
   auto* d = static_cast<BaseDocument*>(dest);
   if (!BaseList2D::CopyTo(dest, flags, trans)) return false;
   // Clones keep their markers, so links inside the copy resolve to the copies.
-  for (GeListNode* n = objects_.GetFirst(); n; n = n->GetNext()) {
-    auto clone = static_cast<BaseObject*>(n)->GetClone(flags | COPYFLAGS_KEEP_MARKERS, trans);
-    if (!clone) return false;
-    clone.release()->InsertUnderLast(&d->objects_);
-  }
+  if (!CloneSiblingsUnder(objects_.GetFirst(), &d->objects_, flags | COPYFLAGS_KEEP_MARKERS, trans)) return false;
   d->time_ = time_;
   d->fps_ = fps_;
   d->minTime_ = minTime_;

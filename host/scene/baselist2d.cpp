@@ -267,12 +267,15 @@ bool BaseList2D::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const 
   if (flags & COPYFLAGS_KEEP_MARKERS) dest->SetMarker(marker_);
   if (nodeData_ && dest->nodeData_ && !nodeData_->CopyNode(dest->nodeData_.get(), this, dest, flags, trans))
     return false;
-  if (!(flags & COPYFLAGS_NO_HIERARCHY)) {
-    for (GeListNode* c = GetDown(); c; c = c->GetNext()) {
-      auto clone = static_cast<BaseList2D*>(c)->GetClone(flags, trans);
-      if (!clone) return false;
-      clone.release()->InsertUnderLast(dest);
-    }
+  if (!(flags & COPYFLAGS_NO_HIERARCHY)) return CloneSiblingsUnder(GetDown(), dest, flags, trans);
+  return true;
+}
+
+bool CloneSiblingsUnder(const GeListNode* first, GeListNode* parent, Int32 flags, AliasTrans* trans) {
+  for (const GeListNode* n = first; n; n = n->GetNext()) {
+    auto clone = static_cast<const BaseList2D*>(n)->GetClone(flags, trans);
+    if (!clone) return false;
+    clone.release()->InsertUnderLast(parent);
   }
   return true;
 }

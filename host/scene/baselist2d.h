@@ -213,6 +213,11 @@ class AliasTrans {
   std::unordered_map<UInt64, BaseList2D*> byMarker_;
 };
 
+// Clones `first` and each sibling after it, in order, as the last children of
+// `parent` (a node or a list head). False when a clone fails; the clones made
+// until then stay under `parent`.
+bool CloneSiblingsUnder(const GeListNode* first, GeListNode* parent, Int32 flags, AliasTrans* trans);
+
 // Walks `root` and everything below it without recursion: pop, push the next
 // sibling (not of the root), push the first child.
 template <typename F>

@@ -212,12 +212,7 @@ bool BaseObject::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const 
   d->deformMode_ = deformMode_;
   // The blank's own tags (its point tag, say) give way to the copies.
   d->tags_.FlushAll();
-  for (BaseTag* t = GetFirstTag(); t; t = t->GetNext()) {
-    auto clone = t->GetClone(flags, trans);
-    if (!clone) return false;
-    clone.release()->InsertUnderLast(&d->tags_);
-  }
-  return true;
+  return CloneSiblingsUnder(GetFirstTag(), &d->tags_, flags, trans);
 }
 
 UInt32 BaseObject::GetHDirtyBelow(UInt32 flags) const {

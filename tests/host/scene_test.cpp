@@ -7,8 +7,10 @@
 #include "host/objects/uvwtag.h"
 #include "host/scene/basedocument.h"
 #include "host/scene/plugins.h"
+#include "support/expect.h"
 
 using namespace zta;
+using zvtest::ExpectNear;
 
 namespace {
 BaseObject* NewNull(const char* name) {
@@ -17,11 +19,6 @@ BaseObject* NewNull(const char* name) {
   return op;
 }
 
-void ExpectNear(const Vector& a, const Vector& b, double eps = 1e-9) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
-}
 }  // namespace
 
 TEST(Scene, TreeEditing) {
@@ -296,6 +293,22 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_EQ(sa->GetDown()->GetDataInstance()->GetLink(1, nullptr), sa);
   auto flat = a->GetClone(COPYFLAGS_NO_HIERARCHY);
   EXPECT_EQ(static_cast<BaseObject*>(flat.get())->GetDown(), nullptr);
+
+  // Siblings from one on, cloned in order under another parent, each with its children.
+  BaseObject* c = NewNull("c");
+  doc->InsertObject(c, nullptr, a);
+  auto holder = NewNull("holder");
+  ASSERT_TRUE(CloneSiblingsUnder(a, holder, COPYFLAGS_NONE, nullptr));
+  ASSERT_NE(holder->GetDown(), nullptr);
+  const auto* first = static_cast<BaseObject*>(holder->GetDown());
+  EXPECT_EQ(first->GetName(), "a");
+  ASSERT_NE(first->GetDown(), nullptr);
+  EXPECT_EQ(static_cast<BaseObject*>(first->GetDown())->GetName(), "b");
+  ASSERT_NE(first->GetNext(), nullptr);
+  EXPECT_EQ(static_cast<BaseObject*>(first->GetNext())->GetName(), "c");
+  EXPECT_EQ(first->GetNext()->GetNext(), nullptr);
+  EXPECT_EQ(a->GetNext(), c);  // the originals stay where they were
+  GeListNode::Free(holder);
 }
 
 TEST(Scene, Undo) {
