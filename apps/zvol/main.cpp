@@ -8,10 +8,13 @@
 #include <optional>
 #include <thread>
 
+#include <unistd.h>
+
+#include "host/core/moduleloader.h"
 #include "host/ui/dialogs.h"
+#include "host/ui/hostmode.h"
 #include "host/ui/mainthreadqueue.h"
 #include "host/ui/parallel.h"
-#include "modules/volumes/source/main.h"
 #include "zvol.h"
 
 namespace {
@@ -24,11 +27,12 @@ extern "C" void OnInterrupt(int) {
   std::signal(SIGINT, SIG_DFL);
 }
 
-std::string ModuleFolder(const char* argv0) {
+// The volume module sits beside zvol, with its resources in "res".
+std::string ModulePath(const char* argv0) {
   std::error_code ec;
   auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
   if (ec) exe = std::filesystem::absolute(argv0);
-  return exe.parent_path().string();
+  return (exe.parent_path() / "libzelmar_volumes.so").string();
 }
 
 }  // namespace
@@ -63,8 +67,9 @@ int main(int argc, char** argv) {
     zta::SetMaxThreads(ctx.threads);
   }
   // zvol is the host's main thread: it answers dialogs by policy and runs the
-  // jobs that the tools post for it.
+  // jobs that the tools post for it. A person watches only on a terminal.
   zta::SetDialogPolicy(yes ? zta::DIALOGPOLICY::ALWAYS_YES : zta::DIALOGPOLICY::ALWAYS_NO);
+  zta::SetHostMode(!ctx.quiet && isatty(STDERR_FILENO) ? zta::HOSTMODE_INTERACTIVE : zta::HOSTMODE_COMMANDLINE);
   zta::MainThreadQueue::Get().SetMainThread(std::this_thread::get_id());
 
   g_thread = std::make_shared<zta::ZTAThread>();
@@ -73,7 +78,7 @@ int main(int argc, char** argv) {
 
   int status = 0;
   try {
-    zvol::Check(zelmar::StartModuleStandalone(ModuleFolder(argv[0])));
+    zvol::Take(zta::LoadModule(ModulePath(argv[0])));
     for (auto* sub : app.get_subcommands()) {
       // The output option may sit on a nested verb ("filter sdf ... -o OUT").
       for (CLI::App* level = sub; level; level = level->get_subcommands().empty() ? nullptr : level->get_subcommands()[0])
@@ -95,6 +100,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "error: %s\n", e.what());
     status = 1;
   }
-  zelmar::StopModuleStandalone();
+  zta::UnloadModules();
   return status;
 }

@@ -1,8 +1,7 @@
 #pragma once
-// Mesh files for zvol: OBJ, PLY, STL and glTF in, OBJ, PLY and STL out.
-// Files are right-handed and the scene left-handed: readers and writers mirror
-// the third axis and reverse the winding, so a file's outward normals by the
-// right-hand rule stay outward.
+// Mesh files for zvol: the host's readers and writers (host/modeling/meshio.h)
+// with zvol's failures, and what the verbs that voxelise a mesh share. A file
+// that states its unit (glTF, FBX, Collada) is read in metres.
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,14 +24,10 @@ bool IsWritableMeshPath(const std::string& path);
 // Checks an output option for a file name that WriteMesh takes.
 CLI::Validator MeshOutputValidator();
 
-// All meshes of the file, with their node transforms applied, as one polygon
-// object in the scene's frame. Polygons of more than four corners are cut into
-// triangles. Throws Failure on an unreadable file, bad indices or a point that
-// is not finite. `thread` (may be null) stops the read.
+// zta::ReadMeshFile in metres; throws Failure with its error.
 std::unique_ptr<zta::PolygonObject> ReadMesh(const std::string& path, const zta::ThreadRef& thread);
 
-// Writes the object, placed by its global matrix, to `path` (OBJ, PLY or STL
-// by extension) in full or not at all. OBJ and PLY keep the object's UVW tag.
+// zta::WriteMeshFile; throws Failure with its error.
 void WriteMesh(const zta::PolygonObject& op, const std::string& path);
 
 // What MeshToVolume takes: world positions and polygons with d marking a

@@ -48,6 +48,7 @@ class FieldLayer {
   // An object whose global matrix places the layer when the list is resolved.
   const BaseLink& GetLinkedObject() const { return link_; }
   void SetLinkedObject(const BaseList2D* op) { link_.SetLink(op); }
+  void SetLinkedObject(const BaseLink& link) { link_ = link; }
 
   // Value and direction at a world position.
   void Sample(const Vector& world, Float32& value, Vector& direction) const;
@@ -108,6 +109,8 @@ class BoxFieldLayer : public FieldLayer {
   Int32 GetLayerType() const override { return FIELDLAYER_BOX; }
   std::unique_ptr<FieldLayer> Clone() const override { return std::make_unique<BoxFieldLayer>(*this); }
   bool IsEqual(const FieldLayer& other) const override;
+  const Vector& GetSize() const { return size_; }
+  Float GetFalloff() const { return falloff_; }
 
  protected:
   void SampleLocal(const Vector& local, Float32& value, Vector& gradient) const override;
@@ -125,6 +128,8 @@ class NoiseFieldLayer : public FieldLayer {
   Int32 GetLayerType() const override { return FIELDLAYER_NOISE; }
   std::unique_ptr<FieldLayer> Clone() const override { return std::make_unique<NoiseFieldLayer>(*this); }
   bool IsEqual(const FieldLayer& other) const override;
+  Float GetScale() const { return scale_; }
+  Int32 GetSeed() const { return seed_; }
 
  protected:
   void SampleLocal(const Vector& local, Float32& value, Vector& gradient) const override;

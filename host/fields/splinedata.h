@@ -49,6 +49,8 @@ class SplineData : public CustomDataType {
   void SetRange(Float xmin, Float xmax, Float ymin, Float ymax);
   Float GetXMin() const { return xmin_; }
   Float GetXMax() const { return xmax_; }
+  Float GetYMin() const { return ymin_; }
+  Float GetYMax() const { return ymax_; }
 
   // Knots stay sorted by x; returns the new knot's index.
   Int32 InsertKnot(Float x, Float y, CURVEINTERPOLATION interpolation = CURVEINTERPOLATION::SMOOTH);

@@ -16,6 +16,7 @@
 #include "host/objects/uvwtag.h"
 #include "host/objects/vertexmaptag.h"
 #include "host/scene/basedocument.h"
+#include "host/scene/execution.h"
 
 namespace zta {
 
@@ -184,28 +185,10 @@ Result<void> ClosePolygonHole(ModelingCommandData& data) {
   BaseList2D* linked = data.bc.GetLink(MDATA_CLOSEPOLYGONHOLE_OBJECT, data.doc);
   auto* op = dynamic_cast<PolygonObject*>(linked ? linked : data.op);
   if (!op) return IllegalArgumentError("close polygon hole needs a polygon object");
-  const Int32 edge = data.bc.GetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, NOTOK);
-  const bool triangulate = data.bc.GetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE);
   Neighbor nb;
   if (auto r = nb.Init(*op); !r) return r.GetError();
-  const std::vector<Int32> loop = nb.GetHoleLoop(edge);
-  if (loop.size() < 3) return IllegalArgumentError(FormatString("edge @ does not border a closed hole", edge));
-
-  // The host has no n-gons: a hole of more than four points (or of four when
-  // triangulating) is filled by a fan from its first point.
-  std::vector<CPolygon> fill;
-  if (loop.size() == 3) fill.emplace_back(loop[0], loop[1], loop[2]);
-  else if (loop.size() == 4 && !triangulate) fill.emplace_back(loop[0], loop[1], loop[2], loop[3]);
-  else
-    for (size_t i = 1; i + 1 < loop.size(); ++i) fill.emplace_back(loop[0], loop[i], loop[i + 1]);
-
-  const Int32 before = op->GetPolygonCount();
-  if (!op->ResizeObject(op->GetPointCount(), before + Int32(fill.size()))) return OutOfMemoryError("closed object");
-  std::copy(fill.begin(), fill.end(), op->GetPolygonW() + before);
-  for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
-    if (t->GetType() == HOST_TAG_UVW) static_cast<UVWTag*>(t)->Resize(op->GetPolygonCount());
-  op->SetDirty(DIRTYFLAGS_DATA);
-  return OK();
+  return FillHole(*op, nb, data.bc.GetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, NOTOK),
+                  data.bc.GetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE));
 }
 
 // ---- current state
@@ -216,18 +199,12 @@ bool IsEditableGeometry(const BaseObject* op) {
 }
 
 Result<std::unique_ptr<BaseObject>> CurrentState(BaseObject* op, const ModelingCommandData& data) {
-  std::unique_ptr<BaseObject> built;
-  const BaseObject* source = nullptr;
-  if (IsEditableGeometry(op)) {
-    source = op;
-  } else if (op->GetDeformCache() || op->GetCache()) {
-    source = op->GetDeformCache() ? op->GetDeformCache() : op->GetCache();
-  } else if (ObjectData* od = op->GetObjectData()) {
-    const HierarchyHelp hh(data.doc ? data.doc : op->GetDocument(), data.thread, 0);
-    BaseObject* b = od->BuildVirtualObjects(op, &hh);
-    if (b && b != op->GetCache()) built.reset(b);
-    source = b;
-  }
+  // A generator that was never evaluated builds as a pass would.
+  if (!IsEditableGeometry(op) && !op->GetDeformCache() && !op->GetCache() && op->GetObjectData() &&
+      !BuildCaches(op, data.thread))
+    return IllegalStateError(FormatString("evaluation of \"@\" was stopped", op->GetName()));
+  const BaseObject* source =
+      op->GetDeformCache() ? op->GetDeformCache() : (IsEditableGeometry(op) ? op : op->GetCache());
   if (!source) return IllegalStateError(FormatString("object \"@\" has no state to convert", op->GetName()));
   const Int32 flags = source == op ? COPYFLAGS_NO_HIERARCHY : COPYFLAGS_NONE;
   auto clone = std::unique_ptr<BaseObject>(static_cast<BaseObject*>(source->GetClone(flags).release()));
@@ -238,9 +215,33 @@ Result<std::unique_ptr<BaseObject>> CurrentState(BaseObject* op, const ModelingC
   return clone;
 }
 
+// Builds the caches of each object where it stands, as a pass with the
+// given purpose and time would, and leaves them on the objects.
+Result<void> BuildCurrentState(ModelingCommandData& data) {
+  const std::vector<BaseObject*> targets = Targets(data);
+  if (targets.empty()) return IllegalArgumentError("current state needs an object");
+  const Int32 buildFlags = data.bc.GetInt32(MDATA_CURRENTSTATE_BUILDFLAGS, BUILDFLAGS_NONE);
+  for (BaseObject* op : targets) {
+    if (!op) return NullptrError("object to evaluate is null");
+    BaseDocument* doc = op->GetDocument();
+    const bool setTime = doc && data.bc.GetBool(MDATA_CURRENTSTATE_SETTIME);
+    const BaseTime before = doc ? doc->GetTime() : BaseTime();
+    if (setTime) doc->SetTime(data.bc.GetTime(MDATA_CURRENTSTATE_TIME));
+    const bool done = BuildCaches(op, data.thread, buildFlags);
+    if (setTime) doc->SetTime(before);
+    if (!done) return IllegalStateError(FormatString("evaluation of \"@\" was stopped", op->GetName()));
+  }
+  return OK();
+}
+
 Result<void> CurrentStateToObject(ModelingCommandData& data) {
   const std::vector<BaseObject*> targets = Targets(data);
   if (targets.empty()) return IllegalArgumentError("current state needs an object");
+  if (data.bc.GetBool(MDATA_CURRENTSTATETOOBJECT_EVALUATE)) {
+    BaseDocument* doc = data.doc ? data.doc : targets.front() ? targets.front()->GetDocument() : nullptr;
+    const bool done = doc ? ExecutePasses(doc, data.thread) : BuildCaches(targets.front(), data.thread);
+    if (!done) return IllegalStateError("evaluation was stopped");
+  }
   std::vector<std::unique_ptr<BaseObject>> results;
   for (BaseObject* op : targets) {
     if (!op) return NullptrError("object to convert is null");
@@ -284,31 +285,54 @@ Result<void> SendModelingCommand(Int32 command, ModelingCommandData& data) {
       return ClosePolygonHole(data);
     case MCOMMAND_CURRENTSTATETOOBJECT:
       return CurrentStateToObject(data);
+    case MCOMMAND_CURRENTSTATE:
+      return BuildCurrentState(data);
     default:
       return IllegalArgumentError(FormatString("unknown modelling command @", command));
   }
 }
 
-Result<Int32> CloseHoles(PolygonObject& op, BaseDocument* doc, bool triangulate, Int32 maxClosings) {
-  Neighbor nb;
-  if (auto r = nb.Init(op); !r) return r.GetError();
+Result<void> FillHole(PolygonObject& op, const Neighbor& nb, Int32 edge, bool triangulate) {
+  const std::vector<Int32> loop = nb.GetHoleLoop(edge);
+  if (loop.size() < 3) return IllegalArgumentError(FormatString("edge @ does not border a closed hole", edge));
+
+  // The host has no n-gons: a hole of more than four points (or of four when
+  // triangulating) is filled by a fan from its first point.
+  std::vector<CPolygon> fill;
+  if (loop.size() == 3) fill.emplace_back(loop[0], loop[1], loop[2]);
+  else if (loop.size() == 4 && !triangulate) fill.emplace_back(loop[0], loop[1], loop[2], loop[3]);
+  else
+    for (size_t i = 1; i + 1 < loop.size(); ++i) fill.emplace_back(loop[0], loop[i], loop[i + 1]);
+
+  const Int32 before = op.GetPolygonCount();
+  if (!op.ResizeObject(op.GetPointCount(), before + Int32(fill.size()))) return OutOfMemoryError("closed object");
+  std::copy(fill.begin(), fill.end(), op.GetPolygonW() + before);
+  for (BaseTag* t = op.GetFirstTag(); t; t = t->GetNext())
+    if (t->GetType() == HOST_TAG_UVW) static_cast<UVWTag*>(t)->Resize(op.GetPolygonCount());
+  op.SetDirty(DIRTYFLAGS_DATA);
+  return OK();
+}
+
+Result<Int32> CloseHoles(PolygonObject& op, Neighbor& nb, bool triangulate, Int32 maxClosings) {
   Int32 closed = 0;
   OpenEdge e = nb.FindOpenEdge(0);
-  while (e.polygon != NOTOK && closed < maxClosings) {
-    ModelingCommandData data;
-    data.doc = doc;
-    data.op = &op;
-    data.bc.SetInt32(MDATA_CLOSEPOLYGONHOLE_EDGEINDEX, e.edge);
-    data.bc.SetBool(MDATA_CLOSEPOLYGONHOLE_TRIANGULATE, triangulate);
-    data.bc.SetLink(MDATA_CLOSEPOLYGONHOLE_OBJECT, &op);
-    auto r = SendModelingCommand(ID_MODELING_CLOSEPOLYGONHOLE, data);
+  for (Int32 i = 0; i < maxClosings && e.polygon != NOTOK; ++i) {
+    auto r = FillHole(op, nb, e.edge, triangulate);
     if (r) ++closed;
     // A border that does not close is left open; anything else is a failure.
     else if (r.GetError().GetKind() != ErrorKind::IllegalArgument) return r.GetError();
+    // The one table of the next hole: filling appends polygons, so the search
+    // goes on after the polygon of the edge just tried.
     if (auto n = nb.Init(op); !n) return n.GetError();
     e = nb.FindOpenEdge(e.polygon + 1);
   }
   return closed;
+}
+
+Result<Int32> CloseHoles(PolygonObject& op, bool triangulate, Int32 maxClosings) {
+  Neighbor nb;
+  if (auto r = nb.Init(op); !r) return r.GetError();
+  return CloseHoles(op, nb, triangulate, maxClosings);
 }
 
 }  // namespace zta

@@ -11,6 +11,8 @@
 namespace zta {
 
 std::unique_ptr<BaseObject> AllocPrimitive(Int32 type);
+std::unique_ptr<BaseObject> AllocCloner();
+std::unique_ptr<BaseObject> AllocSubdivision();
 
 std::unique_ptr<BaseObject> AllocHostObject(Int32 type) {
   switch (type) {
@@ -25,6 +27,8 @@ std::unique_ptr<BaseObject> AllocHostObject(Int32 type) {
     case HOST_TYPE_CUBE: return AllocPrimitive(type);
     case HOST_TYPE_FIELD_OBJECT:
     case HOST_TYPE_FIELD_CARRIER: return FieldObject::Alloc(type);
+    case HOST_TYPE_CLONER: return AllocCloner();
+    case HOST_TYPE_SUBDIVISION: return AllocSubdivision();
     default: return nullptr;
   }
 }
@@ -36,6 +40,30 @@ std::unique_ptr<BaseTag> AllocHostTag(Int32 type) {
     case HOST_TAG_UVW: return UVWTag::Alloc(0);
     case HOST_TAG_VERTEXMAP: return VertexMapTag::Alloc(0);
     case HOST_TAG_PHONG: return PhongTag::Alloc();
+    default: return nullptr;
+  }
+}
+
+const char* HostDescriptionName(Int32 type) {
+  switch (type) {
+    case HOST_TYPE_POLYGON: return "Opolygon";
+    case HOST_TYPE_SPLINE: return "Ospline";
+    case HOST_TYPE_LINE: return "Oline";
+    case HOST_TYPE_NULL: return "Onull";
+    case HOST_TYPE_EMITTER: return "Oemitter";
+    case HOST_TYPE_PARTICLE_GROUP: return "Oparticlegroup";
+    case HOST_TYPE_MATRIX: return "Omatrix";
+    case HOST_TYPE_SPHERE: return "Osphere";
+    case HOST_TYPE_CUBE: return "Ocube";
+    case HOST_TYPE_FIELD_OBJECT: return "Ofield";
+    case HOST_TYPE_FIELD_CARRIER: return "Ofieldcarrier";
+    case HOST_TYPE_CLONER: return "Ocloner";
+    case HOST_TYPE_SUBDIVISION: return "Osds";
+    case HOST_TAG_POINT: return "Tpoint";
+    case HOST_TAG_POLYGON: return "Tpolygon";
+    case HOST_TAG_UVW: return "Tuvw";
+    case HOST_TAG_VERTEXMAP: return "Tvertexmap";
+    case HOST_TAG_PHONG: return "Tphong";
     default: return nullptr;
   }
 }

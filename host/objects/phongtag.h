@@ -15,6 +15,7 @@ enum : Int32 {
 
 class PhongTag : public BaseTag {
  public:
+  Int32 GetInfo() const override { return TAG_VISIBLE; }
   // Angle limit on, 80 degrees, edges used.
   static std::unique_ptr<PhongTag> Alloc();
   // The angle limit in radians, or pi when the limit is off.

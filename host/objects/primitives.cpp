@@ -87,23 +87,9 @@ Mesh Platonic(Int32 kind, Float r) {
 }
 
 // The generator behind both primitives: rebuilds when its parameters change.
+// Its defaults come from its description (Osphere, Ocube).
 class PrimitiveData : public ObjectData {
  public:
-  bool InitNode(GeListNode* node) override {
-    BaseContainer* bc = static_cast<BaseList2D*>(node)->GetDataInstance();
-    if (static_cast<BaseList2D*>(node)->GetType() == HOST_TYPE_SPHERE) {
-      bc->SetFloat(PRIM_SPHERE_RAD, 100.0);
-      bc->SetInt32(PRIM_SPHERE_SUB, 24);
-      bc->SetInt32(PRIM_SPHERE_TYPE, PRIM_SPHERE_TYPE_STANDARD);
-    } else {
-      bc->SetVector(PRIM_CUBE_LEN, Vector(200.0));
-      bc->SetInt32(PRIM_CUBE_SUBX, 1);
-      bc->SetInt32(PRIM_CUBE_SUBY, 1);
-      bc->SetInt32(PRIM_CUBE_SUBZ, 1);
-    }
-    return true;
-  }
-
   BaseObject* BuildVirtualObjects(BaseObject* op, const HierarchyHelp* hh) override {
     const UInt32 dirty = op->GetDirty(DIRTYFLAGS_DATA);
     if (op->GetCache() && dirty == built_) return op->GetCache();

@@ -77,10 +77,18 @@ Vector Hermite(const Vector& p0, const Vector& p1, const Vector& m0, const Vecto
 // Spans of a segment: one per gap, one more when closed.
 Int32 SpanCount(Int32 n, bool closed) { return n < 2 ? 0 : (closed ? n : n - 1); }
 
+// One segment of a spline with its interpolation: points, closed state, spans.
 struct SegmentCurve {
-  const std::vector<Vector>& p;
+  std::vector<Vector> p;
   bool closed;
   SPLINETYPE type;
+  Int32 spans;
+
+  SegmentCurve(const SplineObject& spline, Int32 segment)
+      : p(spline.GetSegmentPoints(segment)),
+        closed(spline.GetSegment(segment).closed),
+        type(spline.GetInterpolationType()),
+        spans(SpanCount(Int32(p.size()), closed)) {}
 
   Int32 n() const { return Int32(p.size()); }
   // Point i, wrapped for a closed segment, clamped for an open one.
@@ -103,7 +111,6 @@ struct SegmentCurve {
   Vector Eval(Float t) const {
     if (n() == 0) return Vector();
     if (n() == 1) return p[0];
-    const Int32 spans = SpanCount(n(), closed);
     const Float x = std::clamp(t, 0.0, 1.0) * spans;
     const Int32 s = std::min(Int32(std::floor(x)), spans - 1);
     const Float u = x - s;
@@ -152,17 +159,12 @@ void SplineObject::SetInterpolationType(SPLINETYPE type) { GetDataInstance()->Se
 
 bool SplineObject::ResizeObject(Int32 pointCount) { return ResizeSegmented(pointCount); }
 
-Vector SplineObject::GetSplinePoint(Float t, Int32 segment) const {
-  const std::vector<Vector> pts = GetSegmentPoints(segment);
-  return SegmentCurve{pts, GetSegment(segment).closed, GetInterpolationType()}.Eval(t);
-}
+Vector SplineObject::GetSplinePoint(Float t, Int32 segment) const { return SegmentCurve(*this, segment).Eval(t); }
 
 Vector SplineObject::GetSplineTangent(Float t, Int32 segment) const {
-  const std::vector<Vector> pts = GetSegmentPoints(segment);
-  const SegmentCurve c{pts, GetSegment(segment).closed, GetInterpolationType()};
-  const Int32 spans = SpanCount(c.n(), c.closed);
-  if (spans == 0) return Vector();
-  const Float h = 1e-4 / spans;
+  const SegmentCurve c(*this, segment);
+  if (c.spans == 0) return Vector();
+  const Float h = 1e-4 / c.spans;
   const Float a = std::max(0.0, t - h), b = std::min(1.0, t + h);
   return (c.Eval(b) - c.Eval(a)).GetNormalized();
 }
@@ -182,19 +184,15 @@ std::vector<Float> LengthTable(const SegmentCurve& c, Int32 samples) {
 }  // namespace
 
 Float SplineObject::GetLength(Int32 segment, Int32 samplesPerSpan) const {
-  const std::vector<Vector> pts = GetSegmentPoints(segment);
-  const SegmentCurve c{pts, GetSegment(segment).closed, GetInterpolationType()};
-  const Int32 spans = SpanCount(c.n(), c.closed);
-  if (spans == 0) return 0.0;
-  return LengthTable(c, spans * std::max(1, samplesPerSpan)).back();
+  const SegmentCurve c(*this, segment);
+  if (c.spans == 0) return 0.0;
+  return LengthTable(c, c.spans * std::max(1, samplesPerSpan)).back();
 }
 
 Vector SplineObject::GetSplinePointByLength(Float fraction, Int32 segment, Int32 samplesPerSpan) const {
-  const std::vector<Vector> pts = GetSegmentPoints(segment);
-  const SegmentCurve c{pts, GetSegment(segment).closed, GetInterpolationType()};
-  const Int32 spans = SpanCount(c.n(), c.closed);
-  if (spans == 0) return c.Eval(0.0);
-  const Int32 samples = spans * std::max(1, samplesPerSpan);
+  const SegmentCurve c(*this, segment);
+  if (c.spans == 0) return c.Eval(0.0);
+  const Int32 samples = c.spans * std::max(1, samplesPerSpan);
   const std::vector<Float> table = LengthTable(c, samples);
   const Float target = std::clamp(fraction, 0.0, 1.0) * table.back();
   const auto it = std::lower_bound(table.begin(), table.end(), target);
@@ -213,13 +211,11 @@ std::unique_ptr<LineObject> SplineObject::GetLineObject(Int32 sub) const {
   std::vector<Vector> points;
   std::vector<Segment> segments;
   for (Int32 s = 0; s < GetSegmentCount(); ++s) {
-    const Segment seg = GetSegment(s);
-    const std::vector<Vector> pts = GetSegmentPoints(s);
-    const SegmentCurve c{pts, seg.closed, GetInterpolationType()};
-    const Int32 spans = SpanCount(c.n(), seg.closed);
-    const Int32 count = spans == 0 ? c.n() : spans * sub + (seg.closed ? 0 : 1);
-    for (Int32 i = 0; i < count; ++i) points.push_back(spans == 0 ? pts[size_t(i)] : c.Eval(Float(i) / (spans * sub)));
-    segments.push_back({count, seg.closed});
+    const SegmentCurve c(*this, s);
+    const Int32 count = c.spans == 0 ? c.n() : c.spans * sub + (c.closed ? 0 : 1);
+    for (Int32 i = 0; i < count; ++i)
+      points.push_back(c.spans == 0 ? c.p[size_t(i)] : c.Eval(Float(i) / (c.spans * sub)));
+    segments.push_back({count, c.closed});
   }
   auto line = LineObject::Alloc(Int32(points.size()));
   if (!line) return nullptr;
@@ -247,19 +243,27 @@ std::unique_ptr<LineObject> LineObject::Alloc(Int32 pointCount) {
 
 bool LineObject::ResizeObject(Int32 pointCount) { return ResizeSegmented(pointCount); }
 
-Float LineObject::GetLength(Int32 segment) const {
-  const std::vector<Vector> pts = GetSegmentPoints(segment);
-  Float len = 0;
-  for (size_t i = 1; i < pts.size(); ++i) len += (pts[i] - pts[i - 1]).GetLength();
-  if (GetSegment(segment).closed && pts.size() > 1) len += (pts.front() - pts.back()).GetLength();
-  return len;
+namespace {
+// The points of a segment, the first once more at the end of a closed one.
+std::vector<Vector> ChordPoints(const LineObject& line, Int32 segment) {
+  std::vector<Vector> pts = line.GetSegmentPoints(segment);
+  if (line.GetSegment(segment).closed && pts.size() > 1) pts.push_back(pts.front());
+  return pts;
 }
 
+Float ChordLength(const std::vector<Vector>& pts) {
+  Float len = 0;
+  for (size_t i = 1; i < pts.size(); ++i) len += (pts[i] - pts[i - 1]).GetLength();
+  return len;
+}
+}  // namespace
+
+Float LineObject::GetLength(Int32 segment) const { return ChordLength(ChordPoints(*this, segment)); }
+
 Vector LineObject::GetPointByLength(Float fraction, Int32 segment) const {
-  std::vector<Vector> pts = GetSegmentPoints(segment);
+  const std::vector<Vector> pts = ChordPoints(*this, segment);
   if (pts.empty()) return Vector();
-  if (GetSegment(segment).closed && pts.size() > 1) pts.push_back(pts.front());
-  Float target = std::clamp(fraction, 0.0, 1.0) * GetLength(segment);
+  Float target = std::clamp(fraction, 0.0, 1.0) * ChordLength(pts);
   for (size_t i = 1; i < pts.size(); ++i) {
     const Float len = (pts[i] - pts[i - 1]).GetLength();
     if (target <= len && len > 0) return pts[i - 1] + (pts[i] - pts[i - 1]) * (target / len);

@@ -34,6 +34,8 @@ class SegmentedPoints : public PointObject {
   Segment GetSegment(Int32 index) const;
   // Counts must add up to the point count; false (and unchanged) otherwise.
   bool SetSegments(const std::vector<Segment>& segments);
+  // Whether segments were set; without them all points form one segment.
+  bool HasOwnSegments() const { return !segments_.empty(); }
   bool IsClosed() const;
   void SetClosed(bool closed);
   // Index of the segment's first point.

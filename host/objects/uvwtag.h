@@ -28,6 +28,7 @@ struct UVWStruct32 {
 
 class UVWTag : public VariableTag {
  public:
+  Int32 GetInfo() const override { return TAG_VISIBLE; }
   static std::unique_ptr<UVWTag> Alloc(Int32 polygonCount);
   // Out-of-range indices are ignored by Set and give zeros from Get.
   void Set(Int32 i, const UVWStruct& uvw);

@@ -8,6 +8,7 @@ namespace zta {
 
 class VertexMapTag : public VariableTag {
  public:
+  Int32 GetInfo() const override { return TAG_VISIBLE; }
   static std::unique_ptr<VertexMapTag> Alloc(Int32 pointCount);
   const Float32* GetDataAddressR() const { return static_cast<const Float32*>(Address()); }
   Float32* GetDataAddressW() { return static_cast<Float32*>(Address()); }

@@ -76,6 +76,11 @@ std::shared_ptr<const CustomDataType> BaseContainer::GetCustomDataShared(Int32 i
   return d ? d->GetCustomDataShared(customTypeId) : nullptr;
 }
 
+CustomDataType* BaseContainer::GetCustomDataWritable(Int32 id, Int32 customTypeId) {
+  GeData* d = Find(id);
+  return d ? d->GetCustomDataWritable(customTypeId) : nullptr;
+}
+
 BaseContainer* BaseContainer::GetContainerInstance(Int32 id) {
   // Asking is not changing: the counter would otherwise move on every read
   // of a scan. Edits in place are counted by the nested container only.
@@ -94,12 +99,15 @@ BaseContainer BaseContainer::GetContainer(Int32 id) const {
 }
 
 void BaseContainer::SetData(Int32 id, GeData data) {
-  ++dirty_;
   if (GeData* d = Find(id)) {
+    // Storing the value already held is no change: counters move only when
+    // something did, so that an unchanged scene evaluates nothing.
+    if (*d == data) return;
     *d = std::move(data);
-    return;
+  } else {
+    entries_.emplace_back(id, std::move(data));
   }
-  entries_.emplace_back(id, std::move(data));
+  ++dirty_;
 }
 
 bool BaseContainer::RemoveData(Int32 id) {

@@ -38,6 +38,13 @@ class BaseContainer {
   std::shared_ptr<const T> GetCustomDataTyped(Int32 id) const {
     return std::static_pointer_cast<const T>(GetCustomDataShared(id, T::kCustomTypeId));
   }
+  // A custom value edited in place (an item tree) under `id`, or null. Edits
+  // do not move this container's counter; the value tells its owner.
+  CustomDataType* GetCustomDataWritable(Int32 id, Int32 customTypeId);
+  template <typename T>
+  T* GetCustomDataWritableTyped(Int32 id) {
+    return static_cast<T*>(GetCustomDataWritable(id, T::kCustomTypeId));
+  }
   // The nested container under `id`, editable in place, or null. Edits in
   // place do not move this container's counter; mark the node dirty.
   BaseContainer* GetContainerInstance(Int32 id);
@@ -57,6 +64,7 @@ class BaseContainer {
   void SetLink(Int32 id, const BaseList2D* node) { SetData(id, GeData(BaseLink(node))); }
   void SetContainer(Int32 id, const BaseContainer& bc) { SetData(id, GeData(bc)); }
   void SetCustomData(Int32 id, std::shared_ptr<const CustomDataType> data) { SetData(id, GeData(std::move(data))); }
+  // Storing an equal value changes nothing and does not count.
   void SetData(Int32 id, GeData data);
   bool RemoveData(Int32 id);
   void FlushAll();
@@ -79,6 +87,7 @@ class BaseContainer {
   bool operator!=(const BaseContainer& o) const { return !(*this == o); }
 
  private:
+  friend class HyperFile;
   GeData* Find(Int32 id);
   const GeData* Find(Int32 id) const;
 

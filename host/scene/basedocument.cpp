@@ -1,5 +1,7 @@
 #include "host/scene/basedocument.h"
 
+#include <algorithm>
+#include <mutex>
 #include <new>
 
 #include "host/scene/nodedata.h"
@@ -14,8 +16,11 @@ class SceneHookNode : public BaseList2D {
   static std::unique_ptr<SceneHookNode> Alloc(Int32 id) {
     const PluginInfo* info = FindPlugin(id);
     if (!info || info->type != PLUGINTYPE::SCENEHOOK || !info->alloc) return nullptr;
+    return AllocWithData(id, info->alloc());
+  }
+  static std::unique_ptr<SceneHookNode> AllocWithData(Int32 id, std::unique_ptr<NodeData> data) {
     std::unique_ptr<SceneHookNode> node(new (std::nothrow) SceneHookNode(id));
-    if (!node || !node->AttachNodeData(info->alloc())) return nullptr;
+    if (!node || (data && !node->AttachNodeData(std::move(data)))) return nullptr;
     return node;
   }
 
@@ -24,44 +29,46 @@ class SceneHookNode : public BaseList2D {
   std::unique_ptr<BaseList2D> AllocSame() const override { return Alloc(GetType()); }
 };
 
-// Objects, their tags and their caches, depth first.
+// Objects (or the nodes of a plug-in branch), their tags, their branches and
+// their caches, depth first without recursion.
 template <typename F>
-void WalkObjects(GeListHead* head, F&& visit) {
-  std::vector<BaseObject*> stack;
-  if (head->GetFirst()) stack.push_back(static_cast<BaseObject*>(head->GetFirst()));
+bool WalkNodes(GeListHead* head, bool caches, F&& visit) {
+  std::vector<BaseList2D*> stack;
+  if (head->GetFirst()) stack.push_back(static_cast<BaseList2D*>(head->GetFirst()));
+  BranchInfo branches[8];
   while (!stack.empty()) {
-    BaseObject* op = stack.back();
+    BaseList2D* node = stack.back();
     stack.pop_back();
-    if (visit(static_cast<BaseList2D*>(op))) return;
-    for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
-      if (visit(static_cast<BaseList2D*>(t))) return;
-    if (op->GetNext() && (op->GetUp() || op->GetListHead() == head)) stack.push_back(op->GetNext());
-    if (op->GetDeformCache()) stack.push_back(op->GetDeformCache());
-    if (op->GetCache()) stack.push_back(op->GetCache());
-    if (op->GetDown()) stack.push_back(op->GetDown());
+    if (visit(node)) return true;
+    auto* op = dynamic_cast<BaseObject*>(node);
+    if (op)
+      for (BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
+        if (visit(static_cast<BaseList2D*>(t))) return true;
+    // Only nodes of a tree have siblings; a cache stands alone.
+    if (node->GetNext() && (node->GetUp() || node->GetListHead())) stack.push_back(static_cast<BaseList2D*>(node->GetNext()));
+    if (NodeData* data = node->GetNodeData()) {
+      const Int32 n = std::min<Int32>(data->ListBranches(node, branches, 8, 0), 8);
+      for (Int32 i = n; i-- > 0;)
+        if (branches[i].head && branches[i].head->GetFirst())
+          stack.push_back(static_cast<BaseList2D*>(branches[i].head->GetFirst()));
+    }
+    if (op && caches) {
+      if (op->GetDeformCache()) stack.push_back(op->GetDeformCache());
+      if (op->GetCache()) stack.push_back(op->GetCache());
+    }
+    if (node->GetDown()) stack.push_back(static_cast<BaseList2D*>(node->GetDown()));
   }
+  return false;
 }
 }  // namespace
 
-struct BaseDocument::UndoStep {
-  struct Entry {
-    UNDOTYPE type;
-    UInt64 marker = 0;
-    std::unique_ptr<BaseList2D> snapshot;
-    UInt64 parent = 0;  // object above, or the tag's object
-    UInt64 pred = 0;
-  };
-  std::vector<Entry> entries;
-};
-
-BaseDocument::BaseDocument() : BaseList2D(HOST_TYPE_DOCUMENT) {
+BaseDocument::BaseDocument() : BaseList2D(HOST_TYPE_DOCUMENT), undo_(std::make_unique<UndoBuffer>(this)) {
   objects_.SetDocument(this);
   hooks_.SetDocument(this);
 }
 
 BaseDocument::~BaseDocument() {
-  openStep_.reset();
-  undo_.clear();
+  undo_.reset();
   objects_.FlushAll();
   hooks_.FlushAll();
 }
@@ -88,17 +95,38 @@ BaseObject* BaseDocument::SearchObject(const String& name) const {
   return found;
 }
 
+void BaseDocument::ForEachNode(const std::function<bool(BaseList2D*)>& visit, bool caches) const {
+  if (WalkNodes(const_cast<GeListHead*>(&objects_), caches, visit)) return;
+  WalkNodes(const_cast<GeListHead*>(&hooks_), caches, visit);
+}
+
 BaseList2D* BaseDocument::FindByMarker(UInt64 marker) const {
   if (marker == 0) return nullptr;
   if (marker == GetMarker()) return const_cast<BaseDocument*>(this);
-  BaseList2D* found = nullptr;
-  WalkObjects(const_cast<GeListHead*>(&objects_), [&](BaseList2D* n) {
-    if (n->GetMarker() == marker) found = n;
-    return found != nullptr;
-  });
-  for (GeListNode* h = hooks_.GetFirst(); h && !found; h = h->GetNext())
-    if (static_cast<BaseList2D*>(h)->GetMarker() == marker) found = static_cast<BaseList2D*>(h);
-  return found;
+  auto lookup = [&]() -> BaseList2D* {
+    auto it = markerIndex_.find(marker);
+    if (it == markerIndex_.end()) return nullptr;
+    auto anchor = it->second.lock();
+    BaseList2D* node = anchor ? anchor->node : nullptr;
+    return node && node->GetMarker() == marker && node->GetDocument() == this ? node : nullptr;
+  };
+  const UInt64 stamp = GetTreeStamp();
+  {
+    std::shared_lock<std::shared_mutex> lock(markerMutex_);
+    if (BaseList2D* node = lookup()) return node;
+    // Nothing moved since the index was made: the marker is not here.
+    if (markerStamp_ == stamp) return nullptr;
+  }
+  std::unique_lock<std::shared_mutex> lock(markerMutex_);
+  if (markerStamp_ != stamp) {
+    markerIndex_.clear();
+    ForEachNode([&](BaseList2D* n) {
+      markerIndex_.emplace(n->GetMarker(), n->GetAnchor());
+      return false;
+    });
+    markerStamp_ = stamp;
+  }
+  return lookup();
 }
 
 void BaseDocument::SetTime(const BaseTime& t) {
@@ -125,11 +153,42 @@ BaseObject* BaseDocument::GetActiveObject() const {
   return static_cast<BaseObject*>(active_.GetLink(this, HOST_TYPE_OBJECT));
 }
 
-void BaseDocument::SetActiveObject(BaseObject* op) {
-  if (BaseObject* old = GetActiveObject()) old->DelBit(BIT_ACTIVE);
-  if (op && op->GetDocument() != this) op = nullptr;
+void BaseDocument::SetActiveObject(BaseObject* op, Int32 mode) {
+  if (op && op->GetDocument() != this) return;
+  if (mode == SELECTION_SUB) {
+    if (!op) return;
+    op->DelBit(BIT_ACTIVE);
+    if (GetActiveObject() == op) {
+      const std::vector<BaseObject*> rest = GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN);
+      active_.SetLink(rest.empty() ? nullptr : rest.back());
+    }
+    SetDirty(DIRTYFLAGS_SELECT);
+    return;
+  }
+  if (mode == SELECTION_NEW)
+    for (BaseObject* sel : GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN)) sel->DelBit(BIT_ACTIVE);
   active_.SetLink(op);
   if (op) op->SetBit(BIT_ACTIVE);
+  SetDirty(DIRTYFLAGS_SELECT);
+}
+
+std::vector<BaseObject*> BaseDocument::GetActiveObjects(Int32 flags) const {
+  std::vector<BaseObject*> out;
+  const GeListNode* root = &objects_;
+  for (GeListNode* n = objects_.GetFirst(); n;) {
+    auto* op = static_cast<BaseObject*>(n);
+    const bool selected = op->GetBit(BIT_ACTIVE) != 0;
+    if (selected) out.push_back(op);
+    // Without CHILDREN the walk passes over what lies below a selected object.
+    if (selected && !(flags & GETACTIVEOBJECTFLAGS_CHILDREN)) {
+      GeListNode* m = op;
+      while (m && !m->GetNext()) m = m->GetUp();
+      n = m ? m->GetNext() : nullptr;
+    } else {
+      n = n->GetNextInTree(root);
+    }
+  }
+  return out;
 }
 
 BaseList2D* BaseDocument::FindSceneHook(Int32 id) {
@@ -142,15 +201,19 @@ BaseList2D* BaseDocument::FindSceneHook(Int32 id) {
   return n;
 }
 
+BaseList2D* BaseDocument::InsertSceneHook(Int32 id, std::unique_ptr<NodeData> data) {
+  auto node = SceneHookNode::AllocWithData(id, std::move(data));
+  if (!node) return nullptr;
+  BaseList2D* n = node.release();
+  n->InsertUnderLast(&hooks_);
+  return n;
+}
+
 bool BaseDocument::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const {
   auto* d = static_cast<BaseDocument*>(dest);
   if (!BaseList2D::CopyTo(dest, flags, trans)) return false;
   // Clones keep their markers, so links inside the copy resolve to the copies.
-  for (GeListNode* n = objects_.GetFirst(); n; n = n->GetNext()) {
-    auto clone = static_cast<BaseObject*>(n)->GetClone(flags | COPYFLAGS_KEEP_MARKERS, trans);
-    if (!clone) return false;
-    clone.release()->InsertUnderLast(&d->objects_);
-  }
+  if (!CloneSiblingsUnder(objects_.GetFirst(), &d->objects_, flags | COPYFLAGS_KEEP_MARKERS, trans)) return false;
   d->time_ = time_;
   d->fps_ = fps_;
   d->minTime_ = minTime_;
@@ -158,8 +221,6 @@ bool BaseDocument::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) cons
   d->active_ = active_;
   d->path_ = path_;
   d->docName_ = docName_;
-  d->unit_ = unit_;
-  d->unitScale_ = unitScale_;
   return true;
 }
 
@@ -171,86 +232,12 @@ UInt32 BaseDocument::GetHDirtyBelow(UInt32 flags) const {
 
 // ---- undo
 
-bool BaseDocument::StartUndo() {
-  if (undoDepth_++ == 0) openStep_ = std::make_unique<UndoStep>();
-  return true;
-}
-
-bool BaseDocument::AddUndo(UNDOTYPE type, BaseList2D* node) {
-  if (undoDepth_ == 0 || !node || node == this || node->GetDocument() != this) return false;
-  UndoStep::Entry e{type, node->GetMarker(), nullptr, 0, 0};
-  if (type != UNDOTYPE::NEWOBJ) {
-    const Int32 flags = COPYFLAGS_KEEP_MARKERS | (type == UNDOTYPE::DELETEOBJ ? 0 : COPYFLAGS_NO_HIERARCHY);
-    e.snapshot = node->GetClone(flags);
-    if (!e.snapshot) return false;
-  }
-  if (auto* tag = dynamic_cast<BaseTag*>(node)) {
-    if (tag->GetObject()) e.parent = tag->GetObject()->GetMarker();
-  } else if (GeListNode* up = node->GetUp()) {
-    e.parent = static_cast<BaseList2D*>(up)->GetMarker();
-  }
-  if (GeListNode* prev = node->GetPrev()) e.pred = static_cast<BaseList2D*>(prev)->GetMarker();
-  openStep_->entries.push_back(std::move(e));
-  return true;
-}
-
-bool BaseDocument::EndUndo() {
-  if (undoDepth_ == 0) return false;
-  if (--undoDepth_ == 0 && openStep_) {
-    if (!openStep_->entries.empty()) undo_.push_back(std::move(openStep_));
-    openStep_.reset();
-  }
-  return true;
-}
-
-Int32 BaseDocument::GetUndoCount() const { return Int32(undo_.size()); }
-
-bool BaseDocument::DoUndo() {
-  if (undo_.empty() || undoDepth_ > 0) return false;
-  std::unique_ptr<UndoStep> step = std::move(undo_.back());
-  undo_.pop_back();
-  for (auto it = step->entries.rbegin(); it != step->entries.rend(); ++it) {
-    UndoStep::Entry& e = *it;
-    BaseList2D* now = FindByMarker(e.marker);
-    if (e.type == UNDOTYPE::NEWOBJ) {
-      GeListNode::Free(now);
-      continue;
-    }
-    BaseList2D* snap = e.snapshot.release();
-    if (now) {
-      // The snapshot takes the node's place; the children stay where they are.
-      while (GeListNode* c = now->GetDown()) {
-        auto child = c->Remove();
-        child.release()->InsertUnderLast(snap);
-      }
-      if (!snap->InsertAfter(now)) {
-        delete snap;
-        continue;
-      }
-      GeListNode::Free(now);
-      continue;
-    }
-    // The node was deleted: put it back after its predecessor, else first
-    // under its parent, else at the top.
-    BaseList2D* pred = FindByMarker(e.pred);
-    BaseList2D* parent = FindByMarker(e.parent);
-    bool ok = false;
-    if (auto* tag = dynamic_cast<BaseTag*>(snap)) {
-      if (auto* op = dynamic_cast<BaseObject*>(parent)) {
-        op->InsertTag(tag, dynamic_cast<BaseTag*>(pred));
-        ok = true;
-      }
-    } else if (pred && snap->InsertAfter(pred)) {
-      ok = true;
-    } else if (parent) {
-      ok = snap->InsertUnder(parent);
-    } else {
-      ok = snap->InsertUnder(&objects_);
-    }
-    if (!ok) delete snap;
-  }
-  SetDirty(DIRTYFLAGS_CHILDREN);
-  return true;
-}
+bool BaseDocument::StartUndo() { return undo_->Start(); }
+bool BaseDocument::AddUndo(UNDOTYPE type, BaseList2D* node) { return undo_->Add(type, node); }
+bool BaseDocument::EndUndo() { return undo_->End(); }
+Int32 BaseDocument::GetUndoCount() const { return undo_->GetUndoCount(); }
+Int32 BaseDocument::GetRedoCount() const { return undo_->GetRedoCount(); }
+bool BaseDocument::DoUndo() { return undo_->Undo(); }
+bool BaseDocument::DoRedo() { return undo_->Redo(); }
 
 }  // namespace zta

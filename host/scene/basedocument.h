@@ -1,20 +1,22 @@
 #pragma once
 // BaseDocument: the scene. It owns its object tree and its scene hooks, and
 // holds the time, the frame rate and range, the active object, where it was
-// loaded from, its unit, and the change count that every SetDirty raises.
+// loaded from, and the change count that every SetDirty raises. Its settings
+// (its unit under DOCUMENT_DOCUNIT, see unitscale.h) stand in its container.
+#include <functional>
 #include <memory>
+#include <shared_mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "host/scene/basetime.h"
 #include "host/scene/baseobject.h"
+#include "host/scene/undo.h"
 
 namespace zta {
 
-// Units of the document's scale (values of DOCUMENT_UNIT).
-enum class DOCUMENTUNIT : Int32 { KM = 1, M = 2, CM = 3, MM = 4, UM = 5, NM = 6, MILE = 7, YARD = 8, FOOT = 9, INCH = 10 };
-
-// The undo kinds that AddUndo takes.
-enum class UNDOTYPE : Int32 { CHANGE = 40, CHANGE_SMALL = 41, NEWOBJ = 42, DELETEOBJ = 43, BITS = 44 };
+enum : Int32 { SELECTION_NEW = 0, SELECTION_ADD = 1, SELECTION_SUB = 2 };
+enum : Int32 { GETACTIVEOBJECTFLAGS_NONE = 0, GETACTIVEOBJECTFLAGS_CHILDREN = 1 };
 
 class BaseDocument : public BaseList2D {
  public:
@@ -30,8 +32,14 @@ class BaseDocument : public BaseList2D {
   void InsertObject(BaseObject* op, BaseObject* parent = nullptr, BaseObject* pred = nullptr);
   // The first object with that name, depth first.
   BaseObject* SearchObject(const String& name) const;
-  // The node of the document's objects, tags and caches with that marker.
+  // The node of the document's objects, tags, caches, plug-in branches and
+  // scene hooks with that marker. An index keeps it from walking the scene for
+  // each link; the index is made again when the trees have changed.
   BaseList2D* FindByMarker(UInt64 marker) const;
+  // Visits every node of the document: the objects depth first, each with its
+  // tags, the nodes of its plug-in branches (ListBranches) and, with `caches`,
+  // its caches; then the scene hooks. `visit` returns true to stop.
+  void ForEachNode(const std::function<bool(BaseList2D*)>& visit, bool caches = true) const;
 
   BaseTime GetTime() const { return time_; }
   void SetTime(const BaseTime& t);
@@ -43,29 +51,37 @@ class BaseDocument : public BaseList2D {
   // A range whose end lies before its start is refused.
   bool SetTimeRange(const BaseTime& min, const BaseTime& max);
 
+  // Selection. The active object is the one selected last; BIT_ACTIVE marks
+  // every selected object. NEW selects `op` alone (null clears), ADD adds it,
+  // SUB takes it out.
   BaseObject* GetActiveObject() const;
-  void SetActiveObject(BaseObject* op);
+  void SetActiveObject(BaseObject* op, Int32 mode = SELECTION_NEW);
+  // The selected objects in tree order; without GETACTIVEOBJECTFLAGS_CHILDREN
+  // a selected object's selected descendants are left out.
+  std::vector<BaseObject*> GetActiveObjects(Int32 flags = GETACTIVEOBJECTFLAGS_NONE) const;
 
   const String& GetDocumentPath() const { return path_; }
   void SetDocumentPath(const String& folder) { path_ = folder; }
   const String& GetDocumentName() const { return docName_; }
   void SetDocumentName(const String& name) { docName_ = name; }
 
-  DOCUMENTUNIT GetUnit() const { return unit_; }
-  // Scene units per metre... of the unit: 1 cm by default.
-  Float GetUnitScale() const { return unitScale_; }
-  void SetUnit(DOCUMENTUNIT unit, Float scale) { unit_ = unit; unitScale_ = scale; }
-
   // Scene hooks: one node per registered hook, made on first request.
   BaseList2D* FindSceneHook(Int32 id);
+  BaseList2D* GetFirstSceneHook() const { return static_cast<BaseList2D*>(hooks_.GetFirst()); }
+  GeListHead* GetSceneHookListHead() { return &hooks_; }
+  // Appends a hook node of `id` run by `data`, registered or not: how a scene
+  // file keeps the hook of a plug-in that is missing. Null when InitNode fails.
+  BaseList2D* InsertSceneHook(Int32 id, std::unique_ptr<NodeData> data);
 
-  // Undo: a step groups the AddUndo calls between Start and End. Each AddUndo
-  // records the state of the node before the change; DoUndo restores it.
+  // Undo (undo.h): a step groups the AddUndo calls between Start and End.
+  // DoUndo and DoRedo send DOCUMENTINFO_TYPE_UNDO and _REDO when they did something.
   bool StartUndo();
   bool AddUndo(UNDOTYPE type, BaseList2D* node);
   bool EndUndo();
   Int32 GetUndoCount() const;
+  Int32 GetRedoCount() const;
   bool DoUndo();
+  bool DoRedo();
 
   // Something changed that the views and the evaluation pass should see.
   void EventAdd() { ++events_; }
@@ -81,7 +97,6 @@ class BaseDocument : public BaseList2D {
   UInt32 GetHDirtyBelow(UInt32 flags) const override;
 
  private:
-  struct UndoStep;
   GeListHead objects_;
   GeListHead hooks_;
   BaseTime time_;
@@ -91,13 +106,13 @@ class BaseDocument : public BaseList2D {
   BaseLink active_;
   String path_;
   String docName_ = "Untitled 1";
-  DOCUMENTUNIT unit_ = DOCUMENTUNIT::CM;
-  Float unitScale_ = 1.0;
   UInt32 events_ = 0;
   UInt32 changes_ = 0;
-  std::vector<std::unique_ptr<UndoStep>> undo_;
-  std::unique_ptr<UndoStep> openStep_;
-  Int32 undoDepth_ = 0;
+  std::unique_ptr<UndoBuffer> undo_;
+  // FindByMarker's index: weak anchors, so an entry never outlives its node.
+  mutable std::shared_mutex markerMutex_;
+  mutable std::unordered_map<UInt64, std::weak_ptr<detail::NodeAnchor>> markerIndex_;
+  mutable UInt64 markerStamp_ = 0;
 };
 
 inline std::unique_ptr<BaseDocument> AllocDocument() { return BaseDocument::Alloc(); }

@@ -36,6 +36,7 @@ class BaseLink {
   bool operator==(const BaseLink& o) const { return marker_ == o.marker_; }
 
  private:
+  friend class HyperFile;
   std::weak_ptr<detail::NodeAnchor> anchor_;
   UInt64 marker_ = 0;
 };

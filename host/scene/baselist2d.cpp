@@ -3,12 +3,21 @@
 #include <atomic>
 
 #include "host/scene/basedocument.h"
+#include "host/scene/customdataclass.h"
 #include "host/scene/nodedata.h"
 #include "host/scene/plugins.h"
 
 namespace zta {
 
 // ---- GeListNode
+
+namespace {
+std::atomic<UInt64> g_treeStamp{1};
+}  // namespace
+
+UInt64 GeListNode::GetTreeStamp() { return g_treeStamp.load(std::memory_order_acquire); }
+
+void GeListNode::TouchTreeStamp() { g_treeStamp.fetch_add(1, std::memory_order_acq_rel); }
 
 GeListNode::~GeListNode() {
   FreeChildren();
@@ -45,15 +54,18 @@ bool GeListNode::CanInsert(const GeListNode* target) const {
 }
 
 void GeListNode::Link(GeListNode* up, GeListNode* prev, GeListNode* next) {
+  TouchTreeStamp();
   up_ = up;
   prev_ = prev;
   next_ = next;
   if (prev) prev->next_ = this;
   else up->down_ = this;
   if (next) next->prev_ = this;
+  up->ChildrenChanged();
 }
 
 void GeListNode::Unlink() {
+  if (up_ || prev_ || next_) TouchTreeStamp();
   if (prev_) prev_->next_ = next_;
   else if (up_ && up_->down_ == this) up_->down_ = next_;
   if (next_) next_->prev_ = prev_;
@@ -85,14 +97,15 @@ bool GeListNode::InsertAfter(GeListNode* prev) {
 }
 
 std::unique_ptr<GeListNode> GeListNode::Remove() {
+  GeListNode* up = up_;
   Unlink();
+  if (up) up->ChildrenChanged();
   return std::unique_ptr<GeListNode>(this);
 }
 
 void GeListNode::Free(GeListNode* node) {
   if (!node) return;
-  node->Unlink();
-  delete node;
+  delete node->Remove().release();
 }
 
 GeListNode* GeListNode::GetNextInTree(const GeListNode* root) const {
@@ -122,6 +135,11 @@ BaseDocument* GeListNode::FindDocument() const {
 
 GeListHead::~GeListHead() { FlushAll(); }
 
+void GeListHead::ChildrenChanged() {
+  if (document_) document_->SetDirty(DIRTYFLAGS_CHILDREN);
+  else if (auto* owner = dynamic_cast<BaseList2D*>(owner_)) owner->SetDirty(DIRTYFLAGS_CHILDREN);
+}
+
 void GeListHead::FlushAll() { FreeChildren(); }
 
 // ---- BaseList2D
@@ -129,7 +147,8 @@ void GeListHead::FlushAll() { FreeChildren(); }
 namespace {
 std::atomic<UInt64> g_nextMarker{1};
 
-// Points links among cloned nodes at the clones, nested containers included.
+// Points links among cloned nodes at the clones, nested containers and the
+// links of custom values included.
 void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
   std::vector<std::pair<Int32, GeData>> changes;
   for (const auto& [id, data] : bc) {
@@ -140,6 +159,10 @@ void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
       BaseContainer inner = *data.GetContainer();
       TranslateLinks(inner, trans);
       if (inner != *data.GetContainer()) changes.emplace_back(id, GeData(inner));
+    } else if (const CustomDataType* custom = data.GetCustomData()) {
+      const CustomDataTypeClass* cls = FindCustomDataTypeClass(custom->GetCustomTypeId());
+      if (std::unique_ptr<CustomDataType> moved = cls ? cls->TranslateLinks(*custom, trans) : nullptr)
+        changes.emplace_back(id, GeData(std::shared_ptr<const CustomDataType>(std::move(moved))));
     }
   }
   for (auto& c : changes) bc.SetData(c.first, std::move(c.second));
@@ -149,6 +172,12 @@ void TranslateLinks(BaseContainer& bc, const AliasTrans& trans) {
 BaseList2D::BaseList2D(Int32 type)
     : type_(type), marker_(g_nextMarker.fetch_add(1)), anchor_(std::make_shared<detail::NodeAnchor>()) {
   anchor_->node = this;
+}
+
+void BaseList2D::ReserveMarker(UInt64 marker) {
+  UInt64 next = g_nextMarker.load();
+  while (next <= marker && !g_nextMarker.compare_exchange_weak(next, marker + 1)) {
+  }
 }
 
 BaseList2D::~BaseList2D() {
@@ -172,6 +201,24 @@ void BaseList2D::SetData(const BaseContainer& bc) {
 BaseDocument* BaseList2D::GetDocument() const { return FindDocument(); }
 
 bool BaseList2D::Message(Int32 id, void* data) { return nodeData_ ? nodeData_->HandleMessage(this, id, data) : true; }
+
+bool BaseList2D::GetNBit(Int32 bit) const {
+  if (bit < 0 || bit >= 128) return false;
+  return (nbits_[size_t(bit / 64)] >> (bit % 64)) & 1u;
+}
+
+bool BaseList2D::ChangeNBit(Int32 bit, NBITCONTROL control) {
+  if (bit < 0 || bit >= 128) return false;
+  const bool was = GetNBit(bit);
+  const UInt64 mask = UInt64(1) << (bit % 64);
+  UInt64& word = nbits_[size_t(bit / 64)];
+  switch (control) {
+    case NBITCONTROL::SET: word |= mask; break;
+    case NBITCONTROL::CLEAR: word &= ~mask; break;
+    case NBITCONTROL::TOGGLE: word ^= mask; break;
+  }
+  return was;
+}
 
 UInt32 BaseList2D::GetDirty(UInt32 flags) const {
   UInt32 sum = 0;
@@ -200,6 +247,7 @@ void BaseList2D::SetDirty(UInt32 flags) {
 
 bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
   nodeData_ = std::move(data);
+  if (nodeData_) ApplyDescriptionDefaults(this);
   if (nodeData_ && !nodeData_->InitNode(this)) {
     // A node that refused to start has nothing to free.
     nodeData_.reset();
@@ -211,16 +259,23 @@ bool BaseList2D::AttachNodeData(std::unique_ptr<NodeData> data) {
 bool BaseList2D::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const {
   dest->name_ = name_;
   data_.CopyTo(&dest->data_);
-  if (!(flags & COPYFLAGS_NO_BITS)) dest->bits_ = bits_;
-  if (flags & COPYFLAGS_KEEP_MARKERS) dest->marker_ = marker_;
+  if (!(flags & COPYFLAGS_NO_BITS)) {
+    // Being a generator's input is the pass's business, not the node's.
+    dest->bits_ = bits_ & ~UInt32(BIT_CONTROLOBJECT);
+    dest->nbits_ = nbits_;
+  }
+  if (flags & COPYFLAGS_KEEP_MARKERS) dest->SetMarker(marker_);
   if (nodeData_ && dest->nodeData_ && !nodeData_->CopyNode(dest->nodeData_.get(), this, dest, flags, trans))
     return false;
-  if (!(flags & COPYFLAGS_NO_HIERARCHY)) {
-    for (GeListNode* c = GetDown(); c; c = c->GetNext()) {
-      auto clone = static_cast<BaseList2D*>(c)->GetClone(flags, trans);
-      if (!clone) return false;
-      clone.release()->InsertUnderLast(dest);
-    }
+  if (!(flags & COPYFLAGS_NO_HIERARCHY)) return CloneSiblingsUnder(GetDown(), dest, flags, trans);
+  return true;
+}
+
+bool CloneSiblingsUnder(const GeListNode* first, GeListNode* parent, Int32 flags, AliasTrans* trans) {
+  for (const GeListNode* n = first; n; n = n->GetNext()) {
+    auto clone = static_cast<const BaseList2D*>(n)->GetClone(flags, trans);
+    if (!clone) return false;
+    clone.release()->InsertUnderLast(parent);
   }
   return true;
 }
@@ -246,16 +301,22 @@ std::unique_ptr<BaseList2D> BaseList2D::GetClone(Int32 flags, AliasTrans* trans)
 
 // ---- AliasTrans
 
-void AliasTrans::Add(const BaseList2D* original, BaseList2D* clone) { pairs_.emplace_back(original, clone); }
+void AliasTrans::Add(const BaseList2D* original, BaseList2D* clone) {
+  pairs_.emplace(original, clone);
+  byMarker_.emplace(original->GetMarker(), clone);
+}
 
 BaseList2D* AliasTrans::Translate(const BaseList2D* original) const {
-  for (const auto& p : pairs_)
-    if (p.first == original) return p.second;
-  return nullptr;
+  auto it = pairs_.find(original);
+  return it == pairs_.end() ? nullptr : it->second;
 }
 
 BaseLink AliasTrans::Translate(const BaseLink& link) const {
   BaseList2D* clone = Translate(link.ForceGetLink());
+  if (!clone && !link.IsEmpty()) {
+    auto it = byMarker_.find(link.GetMarker());
+    if (it != byMarker_.end()) clone = it->second;
+  }
   return clone ? BaseLink(clone) : link;
 }
 

@@ -5,6 +5,7 @@
 // that links use, and the plug-in instance of the node's registered class.
 #include <array>
 #include <memory>
+#include <unordered_map>
 
 #include "host/core/types.h"
 #include "host/scene/basecontainer.h"
@@ -49,9 +50,18 @@ class GeListNode {
   // The depth-first successor within the subtree of `root`, or null.
   GeListNode* GetNextInTree(const GeListNode* root) const;
 
+  // Moves on with every insertion and removal of a node anywhere, and with
+  // every change of a cache or a persistent id: what was found in a tree is
+  // still there while the stamp stands.
+  static UInt64 GetTreeStamp();
+  static void TouchTreeStamp();
+
  protected:
   GeListNode() = default;
   virtual bool IsListHead() const { return false; }
+  // Called on the node whose children were inserted or taken out (not while
+  // a tree is being freed).
+  virtual void ChildrenChanged() {}
   // What holds a node that tops a free tree: a generator holds its cache.
   virtual const GeListNode* GetHolder() const { return nullptr; }
   // The document above this node through heads, owners and holders.
@@ -78,9 +88,6 @@ class GeListHead : public GeListNode {
   GeListHead() = default;
   ~GeListHead() override;
   GeListNode* GetFirst() const { return GetDown(); }
-  GeListNode* GetLast() const { return GetDownLast(); }
-  void InsertFirst(GeListNode* node) { node->InsertUnder(this); }
-  void InsertLast(GeListNode* node) { node->InsertUnderLast(this); }
   // Deletes every node of the tree.
   void FlushAll();
 
@@ -91,6 +98,8 @@ class GeListHead : public GeListNode {
 
  protected:
   bool IsListHead() const override { return true; }
+  // The document's or the owner's children counter moves.
+  void ChildrenChanged() override;
 
  private:
   BaseDocument* document_ = nullptr;
@@ -127,9 +136,15 @@ class BaseList2D : public GeListNode {
   bool Message(Int32 id, void* data = nullptr);
 
   UInt32 GetBit(UInt32 mask) const { return bits_ & mask; }
+  UInt32 GetAllBits() const { return bits_; }
   void SetBit(UInt32 mask) { bits_ |= mask; }
   void DelBit(UInt32 mask) { bits_ &= ~mask; }
-  UInt32 GetAllBits() const { return bits_; }
+
+  // Numbered node bits 0 to 127, copied with the node. Out-of-range numbers
+  // read as clear and cannot be changed.
+  bool GetNBit(Int32 bit) const;
+  // Returns the bit's value before the change; false for a bad number.
+  bool ChangeNBit(Int32 bit, NBITCONTROL control);
 
   // The sum of the counters of every flag bit set; DATA includes every change
   // of the parameter container.
@@ -155,16 +170,26 @@ class BaseList2D : public GeListNode {
   virtual bool CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const;
   // The extra dirty sum of GetHDirty below this node.
   virtual UInt32 GetHDirtyBelow(UInt32 flags) const;
-  // Attaches the plug-in instance and runs its InitNode; false when it refuses.
+  // Attaches the plug-in instance, fills the container with the defaults of
+  // the type's description and runs InitNode; false when InitNode refuses.
   bool AttachNodeData(std::unique_ptr<NodeData> data);
-  void SetMarker(UInt64 marker) { marker_ = marker; }
+  void ChildrenChanged() override { SetDirty(DIRTYFLAGS_CHILDREN); }
+  void SetMarker(UInt64 marker) {
+    marker_ = marker;
+    TouchTreeStamp();
+  }
 
  private:
   friend class BaseDocument;
+  friend class HyperFile;
+  // Raises the counter of new markers past `marker`: nodes made after a load
+  // never take an id that a loaded node carries.
+  static void ReserveMarker(UInt64 marker);
   Int32 type_;
   String name_;
   BaseContainer data_;
   UInt32 bits_ = 0;
+  std::array<UInt64, 2> nbits_{};
   std::array<UInt32, 7> dirty_{};  // bits 1 to 7 of the flag word
   UInt64 marker_;
   std::shared_ptr<detail::NodeAnchor> anchor_;
@@ -182,8 +207,16 @@ class AliasTrans {
   BaseLink Translate(const BaseLink& link) const;
 
  private:
-  std::vector<std::pair<const BaseList2D*, BaseList2D*>> pairs_;
+  // Hash maps: a clone of many thousands of nodes translates each link at
+  // once. Links read from a file know their node by its id alone.
+  std::unordered_map<const BaseList2D*, BaseList2D*> pairs_;
+  std::unordered_map<UInt64, BaseList2D*> byMarker_;
 };
+
+// Clones `first` and each sibling after it, in order, as the last children of
+// `parent` (a node or a list head). False when a clone fails; the clones made
+// until then stay under `parent`.
+bool CloneSiblingsUnder(const GeListNode* first, GeListNode* parent, Int32 flags, AliasTrans* trans);
 
 // Walks `root` and everything below it without recursion: pop, push the next
 // sibling (not of the root), push the first child.

@@ -4,6 +4,7 @@
 #include <new>
 
 #include "host/scene/nodedata.h"
+#include "host/scene/opaquenodedata.h"
 #include "host/scene/plugins.h"
 
 namespace zta {
@@ -45,8 +46,10 @@ std::unique_ptr<BaseObject> BaseObject::AllocWithData(Int32 type, std::unique_pt
 std::unique_ptr<BaseList2D> BaseObject::AllocSame() const {
   if (auto op = Alloc(GetType())) return op;
   // A type that nobody registered (a plug-in unloaded since) still copies as
-  // a plain object.
-  return AllocWithData(GetType(), nullptr, info_);
+  // a plain object, with the plug-in data a scene file kept for it.
+  std::unique_ptr<NodeData> opaque;
+  if (dynamic_cast<const OpaqueNodeData*>(GetNodeData())) opaque = std::make_unique<OpaqueNodeData>();
+  return AllocWithData(GetType(), std::move(opaque), info_);
 }
 
 ObjectData* BaseObject::GetObjectData() const { return dynamic_cast<ObjectData*>(GetNodeData()); }
@@ -115,6 +118,7 @@ std::unique_ptr<BaseObject> BaseObject::SetCache(std::unique_ptr<BaseObject> cac
   if (old) old->cacheParent_ = nullptr;
   cache_ = std::move(cache);
   if (cache_) cache_->cacheParent_ = this;
+  TouchTreeStamp();
   SetDirty(DIRTYFLAGS_CACHE);
   return old;
 }
@@ -124,6 +128,7 @@ std::unique_ptr<BaseObject> BaseObject::SetDeformCache(std::unique_ptr<BaseObjec
   if (old) old->cacheParent_ = nullptr;
   deformCache_ = std::move(cache);
   if (deformCache_) deformCache_->cacheParent_ = this;
+  TouchTreeStamp();
   SetDirty(DIRTYFLAGS_CACHE);
   return old;
 }
@@ -207,12 +212,7 @@ bool BaseObject::CopyTo(BaseList2D* dest, Int32 flags, AliasTrans* trans) const 
   d->deformMode_ = deformMode_;
   // The blank's own tags (its point tag, say) give way to the copies.
   d->tags_.FlushAll();
-  for (BaseTag* t = GetFirstTag(); t; t = t->GetNext()) {
-    auto clone = t->GetClone(flags, trans);
-    if (!clone) return false;
-    clone.release()->InsertUnderLast(&d->tags_);
-  }
-  return true;
+  return CloneSiblingsUnder(GetFirstTag(), &d->tags_, flags, trans);
 }
 
 UInt32 BaseObject::GetHDirtyBelow(UInt32 flags) const {

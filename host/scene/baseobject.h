@@ -13,6 +13,14 @@ namespace zta {
 
 class ObjectData;
 
+namespace detail {
+// What the evaluation pass keeps about an object (execution.cpp).
+struct EvalRecord;
+struct EvalRecordDelete {
+  void operator()(EvalRecord* record) const;
+};
+}  // namespace detail
+
 class BaseObject : public BaseList2D {
  public:
   ~BaseObject() override;
@@ -42,6 +50,12 @@ class BaseObject : public BaseList2D {
   Matrix GetUpMg() const;
   Matrix GetFrozenMatrix() const { return frozen_; }
   void SetFrozenMatrix(const Matrix& m);
+  // The local matrix below the frozen one, as stored: what a scene file keeps.
+  Matrix GetRelMl() const { return rel_; }
+  void SetRelMl(const Matrix& m) {
+    rel_ = m;
+    SetDirty(DIRTYFLAGS_MATRIX);
+  }
   // Lengths of the local axes.
   Vector GetScale() const { return GetMl().GetScale(); }
 
@@ -83,6 +97,10 @@ class BaseObject : public BaseList2D {
 
   BaseDocument* GetDocument() const override { return FindDocument(); }
 
+  // The evaluation pass's record of this object; null until the pass needs one.
+  detail::EvalRecord* GetEvalRecord() const { return eval_.get(); }
+  detail::EvalRecord& MakeEvalRecord();
+
  protected:
   explicit BaseObject(Int32 type);
   std::unique_ptr<BaseList2D> AllocSame() const override;
@@ -107,12 +125,15 @@ class BaseObject : public BaseList2D {
   std::unique_ptr<BaseObject> cache_;
   std::unique_ptr<BaseObject> deformCache_;
   BaseObject* cacheParent_ = nullptr;
+  std::unique_ptr<detail::EvalRecord, detail::EvalRecordDelete> eval_;
 };
 
 // The objects that a host build knows by type (polygon, spline, null,
 // primitives, particles, fields). Null for a type it does not know.
 std::unique_ptr<BaseObject> AllocHostObject(Int32 type);
 std::unique_ptr<BaseTag> AllocHostTag(Int32 type);
+// The description resource of a host type ("Osphere", "Tphong", ...), or null.
+const char* HostDescriptionName(Int32 type);
 
 // BaseObject::Alloc under the name the scene code uses.
 inline std::unique_ptr<BaseObject> AllocObject(Int32 type) { return BaseObject::Alloc(type); }

@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 
 #include "host/scene/baseobject.h"
+#include "host/scene/opaquenodedata.h"
 #include "host/scene/plugins.h"
 
 namespace zta {
@@ -16,6 +17,7 @@ std::unique_ptr<BaseTag> AllocPluginTag(Int32 type) {
   const PluginInfo* info = FindPlugin(type);
   if (!info || info->type != PLUGINTYPE::TAG || !info->alloc) return nullptr;
   std::unique_ptr<BaseTag> tag(new BaseTag(type));
+  tag->info_ = info->info;
   if (!tag->AttachNodeData(info->alloc())) return nullptr;
   return tag;
 }
@@ -25,7 +27,19 @@ std::unique_ptr<BaseTag> BaseTag::Alloc(Int32 type) {
   return AllocPluginTag(type);
 }
 
-std::unique_ptr<BaseList2D> BaseTag::AllocSame() const { return Alloc(GetType()); }
+std::unique_ptr<BaseTag> BaseTag::AllocWithData(Int32 type, std::unique_ptr<NodeData> data) {
+  std::unique_ptr<BaseTag> tag(new (std::nothrow) BaseTag(type));
+  if (!tag) return nullptr;
+  if (data && !tag->AttachNodeData(std::move(data))) return nullptr;
+  return tag;
+}
+
+std::unique_ptr<BaseList2D> BaseTag::AllocSame() const {
+  if (auto tag = Alloc(GetType())) return tag;
+  // A tag of a type nobody registers keeps the plug-in data a scene file kept.
+  if (dynamic_cast<const OpaqueNodeData*>(GetNodeData())) return AllocWithData(GetType(), std::make_unique<OpaqueNodeData>());
+  return nullptr;
+}
 
 BaseObject* BaseTag::GetObject() const {
   GeListHead* head = GetListHead();

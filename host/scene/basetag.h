@@ -14,10 +14,14 @@ class BaseTag : public BaseList2D {
   // A tag of a host type (UVW, vertex map, Phong, ...) or of a registered
   // plug-in; null for an unknown type or when the plug-in refuses to start.
   static std::unique_ptr<BaseTag> Alloc(Int32 type);
+  // A tag of `type` run by `data` (which may be null); null when InitNode fails.
+  static std::unique_ptr<BaseTag> AllocWithData(Int32 type, std::unique_ptr<NodeData> data);
 
   bool IsInstanceOf(Int32 type) const override { return type == HOST_TYPE_TAG || BaseList2D::IsInstanceOf(type); }
   // The object whose tag list holds this tag, or null.
   BaseObject* GetObject() const;
+  // The info bits of the tag's class (TAG_* in hosttypes.h).
+  virtual Int32 GetInfo() const { return info_; }
   BaseTag* GetNext() const { return static_cast<BaseTag*>(GeListNode::GetNext()); }
   BaseTag* GetPrev() const { return static_cast<BaseTag*>(GeListNode::GetPrev()); }
 
@@ -27,6 +31,7 @@ class BaseTag : public BaseList2D {
 
  private:
   friend std::unique_ptr<BaseTag> AllocPluginTag(Int32 type);
+  Int32 info_ = 0;
 };
 
 // Frees a record block the way it was allocated, which depends on its size.
@@ -45,6 +50,9 @@ class VariableTag : public BaseTag {
   bool Resize(Int32 count);
   // Exchanges the records of two tags of one record size; false otherwise.
   bool SwapData(VariableTag& other);
+  // The records as bytes, GetDataCount() * GetDataSize() of them.
+  const void* GetLowlevelDataAddressR() const { return Address(); }
+  void* GetLowlevelDataAddressW() { return Address(); }
 
  protected:
   VariableTag(Int32 type, Int32 elementSize, Int32 count);

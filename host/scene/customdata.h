@@ -1,7 +1,9 @@
 #pragma once
 // Custom data: typed values that a container holds by a registered type id
 // (field lists, spline curves, item trees, ...). Containers share them
-// immutably; a writer clones, edits and stores the clone.
+// immutably; a writer clones, edits and stores the clone. A value that its
+// owner edits in place (an item tree, whose items others point at) is copied
+// with every copy of its container instead, so that no two share it.
 #include <memory>
 
 #include "host/core/types.h"
@@ -19,6 +21,7 @@ class CustomDataType {
   // A counter that changes whenever what the value depends on changes (the
   // objects a field list links to, for one); `level` selects what is counted.
   virtual UInt32 GetDirty(const BaseDocument* doc, Int32 level) const { return 0; }
+  virtual bool IsEditedInPlace() const { return false; }
 };
 
 }  // namespace zta

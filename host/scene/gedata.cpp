@@ -21,6 +21,28 @@ bool ContainerBox::operator==(const ContainerBox& o) const { return *p_ == *o.p_
 
 GeData::GeData(const BaseContainer& v) : v_(detail::ContainerBox(v)) {}
 
+GeData::GeData(const GeData& o) : v_(o.v_) { CloneEditedInPlace(); }
+
+GeData& GeData::operator=(const GeData& o) {
+  if (this != &o) {
+    v_ = o.v_;
+    CloneEditedInPlace();
+  }
+  return *this;
+}
+
+void GeData::CloneEditedInPlace() {
+  auto* c = std::get_if<std::shared_ptr<const CustomDataType>>(&v_);
+  if (c && *c && (*c)->IsEditedInPlace()) *c = std::shared_ptr<const CustomDataType>((*c)->Clone());
+}
+
+CustomDataType* GeData::GetCustomDataWritable(Int32 customTypeId) {
+  auto* c = std::get_if<std::shared_ptr<const CustomDataType>>(&v_);
+  if (!c || !*c || (*c)->GetCustomTypeId() != customTypeId || !(*c)->IsEditedInPlace()) return nullptr;
+  // Never shared (see the copies above), so writing does not reach another container.
+  return const_cast<CustomDataType*>(c->get());
+}
+
 Int32 GeData::GetCustomTypeId() const {
   const auto* c = std::get_if<std::shared_ptr<const CustomDataType>>(&v_);
   return c && *c ? (*c)->GetCustomTypeId() : 0;

@@ -63,6 +63,11 @@ class GeData {
   GeData(const BaseLink& v) : v_(v) {}
   GeData(const BaseContainer& v);
   GeData(std::shared_ptr<const CustomDataType> v) : v_(std::move(v)) {}
+  // Copies share custom data, except values edited in place, which are cloned.
+  GeData(const GeData& o);
+  GeData& operator=(const GeData& o);
+  GeData(GeData&&) noexcept = default;
+  GeData& operator=(GeData&&) noexcept = default;
 
   DATATYPE GetType() const { return DATATYPE(v_.index()); }
   bool IsEmpty() const { return v_.index() == 0; }
@@ -88,12 +93,16 @@ class GeData {
   // The custom value when it is of `customTypeId` (any, for 0), else null.
   const CustomDataType* GetCustomData(Int32 customTypeId = 0) const;
   std::shared_ptr<const CustomDataType> GetCustomDataShared(Int32 customTypeId = 0) const;
+  // The custom value for editing in place: only for a value of
+  // `customTypeId` that is edited in place (never shared), else null.
+  CustomDataType* GetCustomDataWritable(Int32 customTypeId);
 
   // Same type and value; custom values compare with IsEqual.
   bool operator==(const GeData& o) const;
   bool operator!=(const GeData& o) const { return !(*this == o); }
 
  private:
+  void CloneEditedInPlace();
   std::variant<std::monostate, Int32, Int64, bool, Float, Vector, Matrix, String, BaseTime, BaseLink,
                detail::ContainerBox, std::shared_ptr<const CustomDataType>>
       v_;

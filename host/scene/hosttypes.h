@@ -17,6 +17,7 @@ enum : Int32 {
   HOST_TYPE_POINT = 5168,
   HOST_TYPE_PARTICLE_GROUP = 1001381,
   HOST_TYPE_CLONER = 1018544,
+  HOST_TYPE_SUBDIVISION = 1007455,
   HOST_TYPE_MATRIX = 1018545,
   HOST_TYPE_FIELD_CARRIER = 1019677,
   HOST_TYPE_FIELD_OBJECT = 1040449,
@@ -63,11 +64,21 @@ enum : Int32 {
   OBJECT_FIELDCARRIER = 0x20000,
 };
 
+// Tag info bits of a plug-in registration.
+enum : Int32 {
+  TAG_VISIBLE = 1,     // listed with the object's tags
+  TAG_MULTIPLE = 2,    // an object may carry several
+  TAG_EXPRESSION = 8,  // runs in the priority list without asking to
+};
+
 // Node bits.
 enum : UInt32 {
   BIT_ACTIVE = 2,
-  BIT_CONTROLOBJECT = 4,
+  BIT_CONTROLOBJECT = 4,  // a generator's input, set by the evaluation pass
 };
+
+// How ChangeNBit changes a numbered node bit.
+enum class NBITCONTROL : Int32 { SET = 1, CLEAR = 2, TOGGLE = 3 };
 
 // Editor and render state of an object.
 enum : Int32 { MODE_ON = 0, MODE_OFF = 1, MODE_UNDEF = 2 };

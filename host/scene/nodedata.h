@@ -34,19 +34,23 @@ enum class DRAWPASS : Int32 { OBJECT = 0, HANDLES = 1, HIGHLIGHTS = 2 };
 enum class DRAWRESULT : Int32 { ERROR_ = 0, OK = 1, SKIP = 2 };
 enum class EXECUTIONRESULT : Int32 { OK = 0, USERBREAK = 1, OUTOFMEMORY = 2 };
 
-// The host's argument to a generator build.
+// The host's argument to a generator build: the document, the thread to
+// poll, what the build is for, and the generator being built, whose
+// dependence list GetHierarchyClone fills.
 class HierarchyHelp {
  public:
-  HierarchyHelp(BaseDocument* doc, ThreadRef thread, Int32 buildFlags)
-      : doc_(doc), thread_(std::move(thread)), buildFlags_(buildFlags) {}
+  HierarchyHelp(BaseDocument* doc, ThreadRef thread, Int32 buildFlags, BaseObject* generator = nullptr)
+      : doc_(doc), thread_(std::move(thread)), buildFlags_(buildFlags), generator_(generator) {}
   BaseDocument* GetDocument() const { return doc_; }
   const ThreadRef& GetThread() const { return thread_; }
   Int32 GetBuildFlags() const { return buildFlags_; }
+  BaseObject* GetGenerator() const { return generator_; }
 
  private:
   BaseDocument* doc_;
   ThreadRef thread_;
   Int32 buildFlags_;
+  BaseObject* generator_;
 };
 
 class NodeData {
@@ -96,8 +100,9 @@ class ObjectData : public NodeData {
     return EXECUTIONRESULT::OK;
   }
   // 25: the cache object, or null on failure (the host then keeps the last
-  // cache). Returning op->GetCache() keeps the cache as it is; any other
-  // object passes to the host, which makes it the new cache.
+  // cache and asks again at the next pass). Returning op->GetCache() keeps
+  // the cache as it is; any other object passes to the host, which makes it
+  // the new cache and frees the old one.
   virtual BaseObject* BuildVirtualObjects(BaseObject* op, const HierarchyHelp* hh) { return nullptr; }
   virtual bool ModifyObject(BaseObject* mod, BaseDocument* doc, BaseObject* op, const Matrix& op_mg,  // 26
                             const Matrix& mod_mg, Float lod, Int32 flags, ZTAThread* thread) {
@@ -118,8 +123,8 @@ class TagData : public NodeData {
   virtual bool AddTagToExecution(BaseTag* tag, PriorityList* list) { return false; }  // 19
 };
 
-// The base of a scene hook: one instance per document, asked before and
-// after the document's passes.
+// The base of a scene hook: one node per document (FindSceneHook), which
+// hears the document's events and is written with it.
 class SceneHookData : public NodeData {};
 
 }  // namespace zta

@@ -12,6 +12,8 @@ DIALOGPOLICY g_policy = DIALOGPOLICY::ALWAYS_NO;
 std::function<bool(const String&)> g_callback;
 String g_lastQuestion;
 Int64 g_questions = 0;
+String g_saveAnswer;
+std::function<String(const String&, const String&)> g_fileCallback;
 }  // namespace
 
 void SetDialogPolicy(DIALOGPOLICY policy) {
@@ -56,5 +58,35 @@ Int64 GetQuestionCount() {
 }
 
 void MessageDialog(const String& text) { DiagnosticLine(text); }
+
+void SetSaveFileAnswer(const String& path) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_saveAnswer = path;
+}
+
+void SetFileDialogCallback(std::function<String(const String&, const String&)> answer) {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_fileCallback = std::move(answer);
+}
+
+bool SaveFileDialog(String& path, const String& title, const String& extension) {
+  DIALOGPOLICY policy;
+  String answer;
+  std::function<String(const String&, const String&)> callback;
+  {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    policy = g_policy;
+    answer = g_saveAnswer;
+    callback = g_fileCallback;
+  }
+  if (policy == DIALOGPOLICY::ALWAYS_NO) return false;
+  if (policy == DIALOGPOLICY::CALLBACK) answer = callback ? callback(title, extension) : String();
+  if (answer.empty()) return false;
+  const String suffix = "." + extension;
+  if (!extension.empty() && (answer.size() < suffix.size() || answer.compare(answer.size() - suffix.size(), suffix.size(), suffix) != 0))
+    answer += suffix;
+  path = answer;
+  return true;
+}
 
 }  // namespace zta

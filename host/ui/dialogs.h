@@ -26,4 +26,12 @@ Int64 GetQuestionCount();
 // A message for the user; goes to the diagnostic output.
 void MessageDialog(const String& text);
 
+// Asks for a file to save to; true with `path` set when answered. By the
+// policy: ALWAYS_NO cancels; ALWAYS_YES answers the path set with
+// SetSaveFileAnswer (and cancels without one); CALLBACK asks the file
+// callback, whose empty answer cancels. An answer without the extension gets it.
+bool SaveFileDialog(String& path, const String& title, const String& extension);
+void SetSaveFileAnswer(const String& path);
+void SetFileDialogCallback(std::function<String(const String& title, const String& extension)> answer);
+
 }  // namespace zta

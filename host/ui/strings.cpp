@@ -2,13 +2,19 @@
 
 #include <atomic>
 
+#include "host/scene/description.h"
+
 namespace zta {
 
 namespace {
 std::atomic<const StringResource*> g_strings{nullptr};
 }  // namespace
 
-void SetModuleStrings(const StringResource* strings) { g_strings.store(strings); }
+void SetModuleStrings(const StringResource* strings) {
+  g_strings.store(strings);
+  // The module's descriptions lie beside its strings.
+  SetModuleResourceFolder(strings ? strings->GetFolder() : String());
+}
 
 String LoadString(Int32 id) {
   const StringResource* s = g_strings.load();

@@ -140,4 +140,5 @@ TEST(InfoVerb, PlatonicSolidsAndVersion) {
   auto v = Zvol({"version"});
   EXPECT_EQ(v.status, 0);
   EXPECT_NE(v.out.find("OpenVDB"), std::string::npos);
+  EXPECT_NE(v.out.find("Assimp 5."), std::string::npos) << v.out;
 }

@@ -7,8 +7,10 @@
 #include "host/fields/fieldlist.h"
 #include "host/objects/fieldobjects.h"
 #include "host/scene/basedocument.h"
+#include "support/expect.h"
 
 using namespace zta;
+using zvtest::ExpectNear;
 
 namespace {
 struct Sample {
@@ -33,12 +35,6 @@ Vector NumericGradient(const FieldList& list, const Vector& p, double h = 1e-3) 
     g[k] = (double(SampleAt(list, b).value) - double(SampleAt(list, a).value)) / (2 * h);
   }
   return g;
-}
-
-void ExpectNear(const Vector& a, const Vector& b, double eps) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
 }
 
 FieldList One(std::unique_ptr<FieldLayer> layer) {

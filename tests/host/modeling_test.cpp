@@ -201,24 +201,52 @@ TEST(Modeling, ClosePolygonHoleTool) {
     }
 }
 
+TEST(Modeling, FillHoleWorksFromTheTableItIsGiven) {
+  auto op = HoledCube(2, {0, 5});
+  Neighbor nb;
+  ASSERT_TRUE(nb.Init(*op).IsOk());
+  const Int32 before = op->GetPolygonCount();
+  const OpenEdge first = nb.FindOpenEdge();
+  ASSERT_TRUE(FillHole(*op, nb, first.edge, false).IsOk());
+  EXPECT_EQ(op->GetPolygonCount(), before + 1);
+  EXPECT_EQ(OpenEdgeCount(*op), 4);  // the other hole
+
+  // An edge that borders no hole is refused and changes nothing.
+  ASSERT_TRUE(nb.Init(*op).IsOk());
+  Int32 closedEdge = NOTOK;
+  for (Int32 side = 0; side < 4 && closedEdge == NOTOK; ++side)
+    if (nb.GetNeighbor(before, side) != NOTOK) closedEdge = before * 4 + side;  // a side of the new quad
+  ASSERT_NE(closedEdge, NOTOK);
+  auto refused = FillHole(*op, nb, closedEdge, false);
+  ASSERT_TRUE(refused.IsError());
+  EXPECT_EQ(refused.GetError().GetKind(), ErrorKind::IllegalArgument);
+  EXPECT_EQ(op->GetPolygonCount(), before + 1);
+
+  // The loop over holes takes a table the caller built, and closes the rest.
+  auto closed = CloseHoles(*op, nb, true);
+  ASSERT_TRUE(closed.IsOk());
+  EXPECT_EQ(*closed, 1);
+  EXPECT_EQ(OpenEdgeCount(*op), 0);
+}
+
 TEST(Modeling, CloseHolesOneTwoManyAndTheLimit) {
   for (Int32 holes : {1, 2, 10}) {
     auto op = HoledCube(20, ApartPolygons(holes));
     EXPECT_EQ(OpenEdgeCount(*op), 4 * holes);
-    auto closed = CloseHoles(*op, nullptr, true);
+    auto closed = CloseHoles(*op, true);
     ASSERT_TRUE(closed.IsOk());
     EXPECT_EQ(*closed, holes);
     EXPECT_EQ(OpenEdgeCount(*op), 0);
   }
   // 401 holes: the first 400 close, the last stays open.
   auto op = HoledCube(20, ApartPolygons(kMaxHoleClosings + 1));
-  auto closed = CloseHoles(*op, nullptr, true);
+  auto closed = CloseHoles(*op, true);
   ASSERT_TRUE(closed.IsOk());
   EXPECT_EQ(*closed, kMaxHoleClosings);
   EXPECT_EQ(OpenEdgeCount(*op), 4);
   // A closed object has nothing to close.
   auto cube = MakeCubePolygons(Vector(10), 1, 1, 1);
-  EXPECT_EQ(*CloseHoles(*cube, nullptr, false), 0);
+  EXPECT_EQ(*CloseHoles(*cube, false), 0);
 }
 
 TEST(Modeling, JoinAndCurrentState) {

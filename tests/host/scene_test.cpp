@@ -7,8 +7,10 @@
 #include "host/objects/uvwtag.h"
 #include "host/scene/basedocument.h"
 #include "host/scene/plugins.h"
+#include "support/expect.h"
 
 using namespace zta;
+using zvtest::ExpectNear;
 
 namespace {
 BaseObject* NewNull(const char* name) {
@@ -17,11 +19,6 @@ BaseObject* NewNull(const char* name) {
   return op;
 }
 
-void ExpectNear(const Vector& a, const Vector& b, double eps = 1e-9) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
-}
 }  // namespace
 
 TEST(Scene, TreeEditing) {
@@ -44,6 +41,11 @@ TEST(Scene, TreeEditing) {
   EXPECT_EQ(d->GetDocument(), doc.get());
   EXPECT_EQ(doc->SearchObject("d"), d);
   EXPECT_EQ(doc->SearchObject("zz"), nullptr);
+  BaseObject* e = NewNull("e");
+  EXPECT_TRUE(e->InsertBefore(d));
+  EXPECT_EQ(c->GetNext(), e);
+  EXPECT_FALSE(NewNull("loose")->InsertBefore(doc->GetObjectListHead()));  // a head has no place
+  GeListNode::Free(e);
 
   // A node cannot go under itself or its own descendant, nor be inserted twice.
   auto owned = a->Remove();
@@ -153,6 +155,15 @@ TEST(Scene, DirtyCounters) {
   const UInt32 c0 = child->GetDirty(DIRTYFLAGS_CACHE);
   child->SetCache(PolygonObject::Alloc(0, 0));
   EXPECT_EQ(child->GetDirty(DIRTYFLAGS_CACHE), c0 + 1);
+  // Children coming and going move the parent's children counter, the
+  // document's for the top level.
+  const UInt32 kids = parent->GetDirty(DIRTYFLAGS_CHILDREN), top = doc->GetDirty(DIRTYFLAGS_CHILDREN);
+  auto taken = child->Remove();
+  EXPECT_EQ(parent->GetDirty(DIRTYFLAGS_CHILDREN), kids + 1);
+  static_cast<BaseObject*>(taken.release())->InsertUnder(parent);
+  EXPECT_EQ(parent->GetDirty(DIRTYFLAGS_CHILDREN), kids + 2);
+  doc->InsertObject(NewNull("late"));
+  EXPECT_GT(doc->GetDirty(DIRTYFLAGS_CHILDREN), top);
 }
 
 TEST(Scene, PolygonObjectAndTags) {
@@ -221,6 +232,7 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_FALSE(doc->SetTimeRange(BaseTime(2, 1), BaseTime(1, 1)));
   EXPECT_TRUE(doc->SetTimeRange(BaseTime(0, 1), BaseTime(4, 1)));
   EXPECT_EQ(doc->GetMaxTime(), BaseTime(4, 1));
+  EXPECT_EQ(doc->GetMinTime(), BaseTime(0, 1));
   doc->SetDocumentPath("/scenes");
   doc->SetDocumentName("a.zta");
 
@@ -234,6 +246,32 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_TRUE(b->GetBit(BIT_ACTIVE));
   doc->SetActiveObject(a);
   EXPECT_FALSE(b->GetBit(BIT_ACTIVE));
+  // Several selected: the last one is the active object; a selected child of
+  // a selected object counts only when asked for.
+  doc->SetActiveObject(b, SELECTION_ADD);
+  EXPECT_EQ(doc->GetActiveObject(), b);
+  EXPECT_EQ(doc->GetActiveObjects(), (std::vector<BaseObject*>{a}));
+  EXPECT_EQ(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN), (std::vector<BaseObject*>{a, b}));
+  doc->SetActiveObject(b, SELECTION_SUB);
+  EXPECT_EQ(doc->GetActiveObject(), a);
+  EXPECT_EQ(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN), (std::vector<BaseObject*>{a}));
+  doc->SetActiveObject(b, SELECTION_ADD);
+  doc->SetActiveObject(nullptr);
+  EXPECT_TRUE(doc->GetActiveObjects(GETACTIVEOBJECTFLAGS_CHILDREN).empty());
+  EXPECT_EQ(doc->GetActiveObject(), nullptr);
+  doc->SetActiveObject(a);
+  // Numbered node bits, beyond the first word; copies keep them.
+  EXPECT_FALSE(b->ChangeNBit(92, NBITCONTROL::SET));
+  EXPECT_TRUE(b->GetNBit(92));
+  EXPECT_TRUE(b->ChangeNBit(92, NBITCONTROL::TOGGLE));
+  EXPECT_FALSE(b->GetNBit(92));
+  b->ChangeNBit(14, NBITCONTROL::SET);
+  b->ChangeNBit(63, NBITCONTROL::SET);
+  b->ChangeNBit(63, NBITCONTROL::CLEAR);
+  EXPECT_FALSE(b->GetNBit(63));
+  EXPECT_FALSE(b->ChangeNBit(128, NBITCONTROL::SET));
+  EXPECT_FALSE(b->GetNBit(-1));
+  EXPECT_TRUE(b->GetClone()->GetNBit(14));
 
   // A cloned document has its own objects, and links inside it reach them.
   auto cloneBase = doc->GetClone();
@@ -255,6 +293,22 @@ TEST(Scene, DocumentTimeActiveObjectAndClone) {
   EXPECT_EQ(sa->GetDown()->GetDataInstance()->GetLink(1, nullptr), sa);
   auto flat = a->GetClone(COPYFLAGS_NO_HIERARCHY);
   EXPECT_EQ(static_cast<BaseObject*>(flat.get())->GetDown(), nullptr);
+
+  // Siblings from one on, cloned in order under another parent, each with its children.
+  BaseObject* c = NewNull("c");
+  doc->InsertObject(c, nullptr, a);
+  auto holder = NewNull("holder");
+  ASSERT_TRUE(CloneSiblingsUnder(a, holder, COPYFLAGS_NONE, nullptr));
+  ASSERT_NE(holder->GetDown(), nullptr);
+  const auto* first = static_cast<BaseObject*>(holder->GetDown());
+  EXPECT_EQ(first->GetName(), "a");
+  ASSERT_NE(first->GetDown(), nullptr);
+  EXPECT_EQ(static_cast<BaseObject*>(first->GetDown())->GetName(), "b");
+  ASSERT_NE(first->GetNext(), nullptr);
+  EXPECT_EQ(static_cast<BaseObject*>(first->GetNext())->GetName(), "c");
+  EXPECT_EQ(first->GetNext()->GetNext(), nullptr);
+  EXPECT_EQ(a->GetNext(), c);  // the originals stay where they were
+  GeListNode::Free(holder);
 }
 
 TEST(Scene, Undo) {
@@ -345,10 +399,6 @@ TEST(Scene, PluginRegistryAndNodeData) {
   ASSERT_NE(FindPlugin(kId), nullptr);
   EXPECT_EQ(FindPlugin(kId)->diskLevel, 1);
   EXPECT_EQ(FindPlugin(kId)->description, "orecorder");
-  Description desc;
-  EXPECT_TRUE(desc.LoadDescription(kId));
-  EXPECT_TRUE(desc.LoadDescription(HOST_TYPE_SPHERE));
-  EXPECT_FALSE(desc.LoadDescription(1999999));
 
   g_calls = {};
   {
@@ -385,7 +435,9 @@ TEST(Scene, PluginRegistryAndNodeData) {
   EXPECT_NE(tag->GetNodeData<TagData>(), nullptr);
   EXPECT_EQ(BaseObject::Alloc(kTag), nullptr);  // a tag id is not an object
 
-  EXPECT_EQ(GetPlugins(PLUGINTYPE::TAG).size(), 1u);
+  const auto tags = GetPlugins(PLUGINTYPE::TAG);
+  EXPECT_EQ(std::count_if(tags.begin(), tags.end(), [&](const PluginInfo& p) { return p.id == kTag; }), 1);
+  EXPECT_TRUE(std::none_of(tags.begin(), tags.end(), [&](const PluginInfo& p) { return p.id == kId; }));
   EXPECT_TRUE(UnregisterPlugin(kId));
   EXPECT_FALSE(UnregisterPlugin(kId));
   EXPECT_EQ(BaseObject::Alloc(kId), nullptr);

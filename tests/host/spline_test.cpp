@@ -4,8 +4,10 @@
 
 #include "host/fields/splinedata.h"
 #include "host/objects/splineobject.h"
+#include "support/expect.h"
 
 using namespace zta;
+using zvtest::ExpectNear;
 
 namespace {
 std::unique_ptr<SplineObject> Square(SPLINETYPE type, bool closed) {
@@ -19,11 +21,6 @@ std::unique_ptr<SplineObject> Square(SPLINETYPE type, bool closed) {
   return s;
 }
 
-void ExpectNear(const Vector& a, const Vector& b, double eps = 1e-9) {
-  EXPECT_NEAR(a.x, b.x, eps);
-  EXPECT_NEAR(a.y, b.y, eps);
-  EXPECT_NEAR(a.z, b.z, eps);
-}
 }  // namespace
 
 TEST(SplineObject, EvaluatesByParameterAndLength) {

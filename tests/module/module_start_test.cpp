@@ -14,11 +14,11 @@ using namespace zelmar;
 
 namespace {
 
-int32_t Load(int32_t version, const char* folder) { return zta_main(ZTA_ACTION_LOAD, &version, nullptr, const_cast<char*>(folder)); }
+int32_t Load(int32_t version, const char* folder) { return zta_main(zta::MODULE_LOAD, &version, nullptr, const_cast<char*>(folder)); }
 int32_t Message(int32_t id, void* data = nullptr) {
-  return zta_main(ZTA_ACTION_MESSAGE, reinterpret_cast<void*>(intptr_t(id)), data, nullptr);
+  return zta_main(zta::MODULE_MESSAGE, reinterpret_cast<void*>(intptr_t(id)), data, nullptr);
 }
-int32_t End() { return zta_main(ZTA_ACTION_END, nullptr, nullptr, nullptr); }
+int32_t End() { return zta_main(zta::MODULE_END, nullptr, nullptr, nullptr); }
 
 }  // namespace
 
@@ -32,7 +32,7 @@ TEST(ModuleEntry, LoadCountsAndOnlyTheLastEndReleases) {
   EXPECT_EQ(Load(kMinimumHostVersion, "/elsewhere"), 1);  // a second load changes nothing
   EXPECT_EQ(GetLoadCount(), 2);
   EXPECT_EQ(GetModuleFolder(), ZV_BIN_DIR);
-  EXPECT_EQ(zta_main(ZTA_ACTION_QUERY, nullptr, nullptr, nullptr), 5);
+  EXPECT_EQ(zta_main(zta::MODULE_QUERY, nullptr, nullptr, nullptr), 5);
   EXPECT_EQ(zta_main(99, nullptr, nullptr, nullptr), -1);
 
   EXPECT_EQ(End(), 1);
@@ -45,20 +45,20 @@ TEST(ModuleEntry, LoadCountsAndOnlyTheLastEndReleases) {
 TEST(ModuleEntry, StartNeedsTheResourceAndLogsFailedRegistrations) {
   const std::string empty = zvtest::TempDir();
   ASSERT_EQ(Load(kMinimumHostVersion, empty.c_str()), 1);
-  EXPECT_EQ(zta_main(ZTA_ACTION_START, nullptr, nullptr, nullptr), 0);  // no res/strings.txt
+  EXPECT_EQ(zta_main(zta::MODULE_START, nullptr, nullptr, nullptr), 0);  // no res/strings.txt
   End();
 
   ASSERT_EQ(Load(kMinimumHostVersion, ZV_BIN_DIR), 1);
   std::vector<std::string> log;
   auto old = zta::SetDiagnosticSink([&](const std::string& l) { log.push_back(l); });
-  EXPECT_EQ(zta_main(ZTA_ACTION_START, nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(zta_main(zta::MODULE_START, nullptr, nullptr, nullptr), 1);
   zta::SetDiagnosticSink(old);
   EXPECT_TRUE(GetModuleResource().IsLoaded());
   EXPECT_EQ(GetModuleResource().Get(10006), "Volume Builder");
   EXPECT_TRUE(log.empty());  // every registration of the table succeeded
 
   int32_t field = 42;
-  EXPECT_EQ(Message(ZTA_MSG_RELOAD_RESOURCES, &field), 1);
+  EXPECT_EQ(Message(zta::MSG_RELOAD_RESOURCES, &field), 1);
   EXPECT_EQ(field, 0);
   EXPECT_EQ(Message(4242), -1);
   End();
@@ -92,14 +92,14 @@ TEST(ModuleEntry, RenderingSwitchIsReadFromEnvironment) {
 
 TEST(ModuleEntry, OpenVdbComesUpOnlyAtSystemReadyAndGoesAtSystemEnd) {
   ASSERT_EQ(Load(kMinimumHostVersion, ZV_BIN_DIR), 1);
-  ASSERT_EQ(zta_main(ZTA_ACTION_START, nullptr, nullptr, nullptr), 1);
+  ASSERT_EQ(zta_main(zta::MODULE_START, nullptr, nullptr, nullptr), 1);
   EXPECT_FALSE(IsOpenVDBReady());
   EXPECT_FALSE(openvdb::FloatGrid::isRegistered());
 
-  EXPECT_EQ(Message(ZTA_MSG_SYSTEM_END), 1);  // without system-ready: nothing to undo
+  EXPECT_EQ(Message(zta::MSG_SYSTEM_END), 1);  // without system-ready: nothing to undo
   EXPECT_FALSE(IsOpenVDBReady());
 
-  EXPECT_EQ(Message(ZTA_MSG_SYSTEM_READY), 1);
+  EXPECT_EQ(Message(zta::MSG_SYSTEM_READY), 1);
   EXPECT_TRUE(IsOpenVDBReady());
   EXPECT_TRUE(openvdb::BoolGrid::isRegistered());
   EXPECT_TRUE(openvdb::MaskGrid::isRegistered());
@@ -107,7 +107,7 @@ TEST(ModuleEntry, OpenVdbComesUpOnlyAtSystemReadyAndGoesAtSystemEnd) {
   EXPECT_TRUE(openvdb::Vec3DGrid::isRegistered());
   EXPECT_TRUE(openvdb::points::PointDataGrid::isRegistered());
 
-  EXPECT_EQ(Message(ZTA_MSG_SYSTEM_END), 1);
+  EXPECT_EQ(Message(zta::MSG_SYSTEM_END), 1);
   EXPECT_FALSE(IsOpenVDBReady());
   EXPECT_FALSE(openvdb::FloatGrid::isRegistered());
   End();

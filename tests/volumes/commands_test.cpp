@@ -261,6 +261,15 @@ TEST(VolumeCommands, GiveTheSameResultAsTheOperatorTheyCall) {
     EXPECT_NEAR(sample(1.5), 0.0f, 0.02f);
     EXPECT_NEAR(sample(0.8), -0.3f, 0.02f);
     EXPECT_NEAR(sample(0.3), 0.2f, 0.02f);  // outside, at the band's edge
+
+    // An object that is no polygon object has no polygons: MeshToVolume's empty level set.
+    auto spline = zta::SplineObject::Alloc(2, zta::SPLINETYPE::LINEAR);
+    auto data2 = NewData();
+    data2->AddInput(spline.get());
+    ASSERT_EQ(Invoke(kMeshToVolumeCommand, *data2), "ok");
+    std::vector<Vector> none;
+    ExpectSameVolume(OnlyResult(*data2), *VolumeToolsInterface::MeshToVolume(none, {}, Matrix(), 0.1, 3, 3, nullptr,
+                                                                             POLYGONCONVERSIONFLAGS::NONE, nullptr));
   }
   {  // volumetomesh gives polygon objects, and a record naming the volume meshed
     auto data = NewData();
@@ -328,7 +337,7 @@ TEST(BooleCommand, FoldsAllInputsAndMapsItsTypes) {
     EXPECT_EQ(data->GetResultState(), COMMANDRESULT::BREAK);
     EXPECT_EQ(OnlyResult(*data), a);
   }
-  {  // the base needs a grid; every input must be a volume object
+  {  // the base needs a grid; what the others lack is BoolVolumes' to say
     Inputs bad;
     bad.AddVolume(*Volume::Create());
     bad.AddVolume(a);
@@ -339,11 +348,15 @@ TEST(BooleCommand, FoldsAllInputsAndMapsItsTypes) {
     auto data2 = NewData();
     data2->AddInput(in.objects[0].get());
     data2->AddInput(polygon.get());
-    EXPECT_EQ(Invoke(kBooleCommand, *data2), "object needs to be a volume object");
+    EXPECT_EQ(Invoke(kBooleCommand, *data2),
+              VolumeToolsInterface::BoolVolumes(a, Volume(), BOOLTYPE::DIFFERENCE).GetError().GetMessage());
+    EXPECT_EQ(Invoke(kBooleCommand, *data2), "passed volumes were not initialized");
+    data2->GetSettings().SetInt32(BOOLE_BASE, 1);  // a polygon object as the base has no grid
+    EXPECT_EQ(Invoke(kBooleCommand, *data2), "base grid has no grid attached");
     auto data3 = NewData();
     in.Fill(*data3);
-    data3->GetSettings().SetInt32(BOOLE_BASE, 3);
-    EXPECT_EQ(Invoke(kBooleCommand, *data3), "the base 3 is not one of the 3 inputs");
+    data3->GetSettings().SetInt32(BOOLE_BASE, 3);  // no input is the base
+    EXPECT_EQ(Invoke(kBooleCommand, *data3), "base grid has no grid attached");
     auto data4 = NewData();
     EXPECT_EQ(Invoke(kBooleCommand, *data4), "skip");  // no inputs
   }
@@ -376,11 +389,27 @@ TEST(VolumeCommands, FailWithTheirWordsAndLeaveNothingHalfMade) {
   EXPECT_EQ(data->GetLegacyDataCount(), 0);
   EXPECT_EQ(data->GetResultState(), COMMANDRESULT::BREAK);
 
+  // What an input lacks is the operator's to say, in its words.
   Inputs empty;
   empty.AddVolume(*Volume::Create());
+  auto polygon = zta::PolygonObject::Alloc(0, 0);
   auto data2 = NewData();
   empty.Fill(*data2);
-  EXPECT_EQ(Invoke(kSdfFilterCommand, *data2), "volume object needs to have a grid attached");
+  data2->AddInput(polygon.get());
+  SDFFilterSettings gaussian;
+  gaussian.filterType = SDFFILTERTYPE::GAUSSIAN;
+  const std::string sdfWords =
+      VolumeToolsInterface::ApplySDFFilterToVolume(*Volume::Create(), gaussian, nullptr, Volume(), nullptr)
+          .GetError()
+          .GetMessage();
+  EXPECT_EQ(Invoke(kSdfFilterCommand, *data2), sdfWords);
+  auto data2b = NewData();
+  data2b->AddInput(polygon.get());
+  EXPECT_EQ(Invoke(kSdfFilterCommand, *data2b), sdfWords);
+  EXPECT_EQ(Invoke(kResampleCommand, *data2b), "volume is not initialized");
+  EXPECT_EQ(Invoke(kVolumeToMeshCommand, *data2b), "volume is not initialized");
+  EXPECT_EQ(Invoke(kVolumeToMeshCommand, *data2), "volume has no grid attached");
+  EXPECT_EQ(Invoke(kFilterCommand, *data2b), "result has no grid attached");  // it hands back its input
 
   auto vectors = *VolumeToolsInterface::CreateNewVector32Volume(zta::Vector32(1, 0, 0));
   Inputs vec;
@@ -471,6 +500,14 @@ TEST(SplineToVolumeCommand, WalksTheSplineWithItsRail) {
   auto data2 = NewData();
   data2->AddInput(polygon.get());
   EXPECT_EQ(Invoke(kSplineToVolumeCommand, *data2), "spline or line is not initialized");
+  // A voxel of no size is PointsToVolume's to refuse, and the walk ends.
+  data->GetSettings().RemoveData(SPLINETOVOLUME_RAIL);
+  data->GetSettings().SetFloat(SPLINETOVOLUME_GRIDSIZE, 0.0);
+  EXPECT_EQ(Invoke(kSplineToVolumeCommand, *data), "could not create transformation");
+  // With a creation transform its voxel is the one that counts, whatever the voxel size.
+  data->GetSettings().SetMatrix(SPLINETOVOLUME_TRANSFORM, zta::MatrixScale(Vector(voxel)));
+  ASSERT_EQ(Invoke(kSplineToVolumeCommand, *data), "ok");
+  EXPECT_NEAR(distance(OnlyResult(*data), Vector(1, 0.3, 5)), 0.0, tol);
 }
 
 TEST(ParticlesToVolumeCommand, TakesTheRadiusOfItsMode) {
@@ -494,10 +531,13 @@ TEST(ParticlesToVolumeCommand, TakesTheRadiusOfItsMode) {
   ExpectSameVolume(build(0), direct(0.4, 0.4));  // every particle takes the radius
   ExpectSameVolume(build(1), direct(0.2, 0.1));  // their own radii times the radius
 
+  // An object that holds no particles gives PointsToVolume no particles: its empty level set.
   auto data = NewData();
   auto polygon = zta::PolygonObject::Alloc(0, 0);
   data->AddInput(polygon.get());
-  EXPECT_EQ(Invoke(kParticlesToVolumeCommand, *data), "object needs to be a particle object");
+  EXPECT_EQ(Invoke(kParticlesToVolumeCommand, *data), "ok");
+  ExpectSameVolume(OnlyResult(*data), *VolumeToolsInterface::PointsToVolume({}, 0.1, 3, nullptr, nullptr, 0.0));
+  EXPECT_EQ(OnlyResult(*data).GetActiveVoxelCount(), 0);
 }
 
 TEST(FieldToVolumeCommand, SamplesFieldObjectsOrTheListItIsGiven) {
@@ -529,9 +569,12 @@ TEST(FieldToVolumeCommand, SamplesFieldObjectsOrTheListItIsGiven) {
 
   auto data3 = NewData();
   EXPECT_EQ(Invoke(kFieldToVolumeCommand, *data3), "skip");
+  // An object without a field list samples as an empty list: the box, all 0.
   auto polygon = zta::PolygonObject::Alloc(0, 0);
   data3->AddInput(polygon.get());
-  EXPECT_EQ(Invoke(kFieldToVolumeCommand, *data3), "input 0 carries no field list");
+  ASSERT_EQ(Invoke(kFieldToVolumeCommand, *data3), "ok");
+  ExpectSameVolume(OnlyResult(*data3), *VolumeToolsInterface::ConvertFieldsToVolume(FieldSampleData(), 0.1, box,
+                                                                                    nullptr, Volume(), nullptr));
 }
 
 TEST(VolumeObject, HoldsItsVolumeWhereTheGridStands) {

@@ -4,6 +4,7 @@
 
 #include "host/core/diagnostics.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "support/expect.h"
 #include "zelmar/volumetools.h"
 
 namespace {
@@ -12,6 +13,7 @@ using namespace zelmar;
 using openvdb::Coord;
 using openvdb::Vec3s;
 using openvdb::Vec3SGrid;
+using zvtest::ExpectNear;
 
 Volume Sphere(double radius) {
   return *VolumeToolsInterface::CreateSphereVolume(radius, Vector(0.0), 0.05, 3, nullptr, nullptr);
@@ -31,10 +33,6 @@ Volume VectorField(F f) {
 
 Vec3s VecAt(const Volume& v, const Coord& c) {
   return openvdb::gridPtrCast<Vec3SGrid>(VolumeImpl::GetGrid(v))->getConstAccessor().getValue(c);
-}
-
-void ExpectNear(const Vec3s& a, const Vec3s& b, float tol) {
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(a[i], b[i], tol) << a << " vs " << b;
 }
 
 TEST(Derive, GradientAndCurvatureOfALevelSet) {

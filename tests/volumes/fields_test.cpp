@@ -72,9 +72,15 @@ TEST(FieldsToVolume, SamplesEveryVoxelOfTheBox) {
   EXPECT_NEAR(d.x(), 0.0f, 1e-5f);
   EXPECT_NEAR(d.y(), -2.0f, 1e-4f);
 
-  EXPECT_FALSE(VolumeToolsInterface::ConvertFieldsToVolume(ball, 0.0, box, nullptr, Volume(), nullptr).IsOk());
-  EXPECT_FALSE(VolumeToolsInterface::ConvertFieldsToVolume(FieldSampleData(), 0.1, box, nullptr, Volume(), nullptr)
-                   .IsOk());
+  // A voxel of no size is OpenVDB's to refuse, in its own words.
+  auto flat = VolumeToolsInterface::ConvertFieldsToVolume(ball, 0.0, box, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(flat.IsOk());
+  EXPECT_NE(flat.GetError().GetMessage().find("scale"), std::string::npos) << flat.GetError().GetMessage();
+  // No field list samples as an empty one: the box, all 0.
+  auto unset = VolumeToolsInterface::ConvertFieldsToVolume(FieldSampleData(), 0.1, box, nullptr, Volume(), nullptr);
+  ASSERT_TRUE(unset.IsOk()) << unset.GetError().GetMessage();
+  EXPECT_EQ(unset->GetActiveVoxelCount(), 22 * 22 * 22);
+  EXPECT_EQ(unset->GetMinMaxValues(false).max, 0.0);
 }
 
 TEST(FieldMask, IsActiveWhereTheReferenceIs) {
@@ -102,6 +108,16 @@ TEST(FieldMask, IsActiveWhereTheReferenceIs) {
                                                          nullptr);
   ASSERT_TRUE(empty.IsOk());
   EXPECT_EQ(empty->GetActiveVoxelCount(), 0);
+  // Without a field list: nothing to sample on an empty reference, and 0 on the voxels of another.
+  auto emptyUnset = VolumeToolsInterface::CreateMaskFromField(
+      FieldSampleData(), *VolumeToolsInterface::CreateNewFloat32Volume(0.0f), 0.5, nullptr);
+  ASSERT_TRUE(emptyUnset.IsOk()) << emptyUnset.GetError().GetMessage();
+  EXPECT_EQ(emptyUnset->GetActiveVoxelCount(), 0);
+  EXPECT_FLOAT_EQ(Grid(*emptyUnset)->background(), 0.5f);
+  auto unset = VolumeToolsInterface::CreateMaskFromField(FieldSampleData(), reference, 0.25, nullptr);
+  ASSERT_TRUE(unset.IsOk()) << unset.GetError().GetMessage();
+  EXPECT_EQ(unset->GetActiveVoxelCount(), reference.GetActiveVoxelCount());
+  EXPECT_FLOAT_EQ(Grid(*unset)->tree().getValue(Coord(7, 0, 0)), 0.0f);
 
   auto noRef = VolumeToolsInterface::CreateMaskFromField(Ball({0, 0, 0}, 1, 0.5), Volume(), 0.0, nullptr);
   ASSERT_FALSE(noRef.IsOk());
@@ -139,6 +155,14 @@ TEST(FieldMask, LimitsFilters) {
   auto everywhere = VolumeToolsInterface::ApplySDFFilterToVolume(sphere, dilate, nullptr, Volume(), &none);
   EXPECT_NEAR(WorldValue(*everywhere, {-1.1, 0, 0}), 0.0, 0.005);
 
+  // Stopped, a filter whose masks sample fields hands back its input: the
+  // passes end before a mask is sampled on a stopped thread.
+  auto stopped = std::make_shared<zta::ZTAThread>();
+  stopped->End();
+  auto cancelled = VolumeToolsInterface::ApplySDFFilterToVolume(sphere, dilate, stopped, Volume(), &half);
+  ASSERT_TRUE(cancelled.IsOk()) << cancelled.GetError().GetMessage();
+  EXPECT_TRUE(*cancelled == sphere);
+
   // A value filter, and a rotation of vectors.
   FloatGrid::Ptr fog = FloatGrid::create(0.0f);
   fog->setTransform(openvdb::math::Transform::createLinearTransform(0.5));
@@ -151,6 +175,14 @@ TEST(FieldMask, LimitsFilters) {
   ASSERT_TRUE(tripled.IsOk());
   EXPECT_FLOAT_EQ(Grid(*tripled)->tree().getValue(Coord(2, 0, 0)), 3.0f);
   EXPECT_FLOAT_EQ(Grid(*tripled)->tree().getValue(Coord(-2, 0, 0)), 1.0f);
+  FilterSettings add;
+  add.filterType = FILTERTYPE::ADD;
+  add.offset = 1.0f;
+  add.iterations = 2;
+  const Volume fogVolume = *MakeVolume(fog);
+  auto added = VolumeToolsInterface::ApplyFilterToVolume(fogVolume, add, stopped, Volume(), &half);
+  ASSERT_TRUE(added.IsOk()) << added.GetError().GetMessage();
+  EXPECT_TRUE(*added == fogVolume);
 
   openvdb::Vec3SGrid::Ptr vec = openvdb::Vec3SGrid::create(openvdb::Vec3s(0.0f));
   vec->setTransform(openvdb::math::Transform::createLinearTransform(0.5));

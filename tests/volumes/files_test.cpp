@@ -2,13 +2,19 @@
 // selection, point data grids and bad input.
 #include <gtest/gtest.h>
 
-#include <random>
 #include <openvdb/io/File.h>
 #include <openvdb/points/PointConversion.h>
 #include <openvdb/tools/LevelSetSphere.h>
 
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <fstream>
+#include <random>
 
 #include "modules/volumes/source/helper/vdbgridtransformer.h"
 #include "modules/volumes/source/helper/vdbmirror.h"
@@ -218,6 +224,37 @@ TEST(Files, PointDataGridsAreListedButNotLoaded) {
   EXPECT_EQ((*picked)[0].GetGridName(), "third");
   const std::vector<Int> none;
   EXPECT_TRUE(Tools::LoadVDBFile(Url(path), 1.0, nullptr, &none, nullptr)->empty());
+
+  // Chosen grids and their names come from one open file: as many opens as
+  // loading a single grid takes.
+  const auto opens = [&](const std::function<void()>& load) {
+    const int fd = inotify_init1(IN_NONBLOCK);
+    EXPECT_GE(fd, 0);
+    EXPECT_GE(inotify_add_watch(fd, path.c_str(), IN_OPEN), 0);
+    load();
+    int count = 0;
+    alignas(inotify_event) char buffer[4096];
+    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;)
+      for (char* p = buffer; p < buffer + n; p += sizeof(inotify_event) + reinterpret_cast<inotify_event*>(p)->len)
+        ++count;
+    ::close(fd);
+    return count;
+  };
+  const int single = opens([&] {
+    Volume one = *Volume::Create();
+    EXPECT_TRUE(Tools::LoadGridIntoVolume(Url(path), 1.0, 2, one, nullptr));
+  });
+  EXPECT_GE(single, 1);
+  const std::vector<Int> both{2, 0};
+  EXPECT_EQ(opens([&] {
+              std::vector<std::string> listed2;
+              MetaDataArray meta;
+              auto two = Tools::LoadVDBFile(Url(path), 1.0, &listed2, &both, &meta);
+              ASSERT_TRUE(two);
+              EXPECT_EQ(two->size(), 2u);
+              EXPECT_EQ(listed2, *names);
+            }),
+            single);
 }
 
 TEST(Files, BadFilesAndBadVolumesGiveErrorsAndNoFile) {
@@ -234,6 +271,19 @@ TEST(Files, BadFilesAndBadVolumesGiveErrorsAndNoFile) {
     auto r = Tools::LoadGridIntoVolume(Url(dir + name), 1.0, 0, v, nullptr);
     ASSERT_FALSE(r) << name;
     EXPECT_NE(r.GetError().GetMessage().find("could not be loaded and an error occured"), std::string::npos);
+    EXPECT_FALSE(v.HasGrid());
+  }
+  // An index past the end finds no grid; the text is that of errno as the
+  // reading left it, not one the loader sets itself.
+  {
+    Volume v = *Volume::Create();
+    errno = EDOM;
+    auto r = Tools::LoadGridIntoVolume(Url(good), 1.0, 7, v, nullptr);
+    const int after = errno;
+    ASSERT_FALSE(r);
+    EXPECT_EQ(after, EDOM);
+    EXPECT_EQ(r.GetError().GetMessage(),
+              "File " + Url(good).ToString() + " could not be loaded and an error occured: " + std::strerror(after));
     EXPECT_FALSE(v.HasGrid());
   }
   EXPECT_EQ(Volume::CreateFromFile(Url(dir + "/missing.vdb"), 1.0, 0).GetError().GetMessage(), "File could not be found");

@@ -144,8 +144,23 @@ TEST(SdfFilter, ResizeSetsTheBandAndRunsWhateverTheIterations) {
   const Volume wide = Filter(sphere, s);
   EXPECT_NEAR(Grid(wide)->background(), 6 * kVoxel, 1e-5);
   EXPECT_GT(wide.GetActiveVoxelCount(), sphere.GetActiveVoxelCount());
+  // A band of no voxels goes to the library, whose refusal is the filter's exception.
   s.halfWidth = 0;
-  EXPECT_FALSE(VolumeToolsInterface::ApplySDFFilterToVolume(sphere, s, nullptr, Volume(), nullptr).IsOk());
+  auto none = VolumeToolsInterface::ApplySDFFilterToVolume(sphere, s, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(none.IsOk());
+  EXPECT_EQ(none.GetError().GetMessage(), "An exception was thrown while filtering a sdf volume");
+  // Only a negative half width is refused before it, and the grid type is tested first.
+  s.halfWidth = -1;
+  auto negative = VolumeToolsInterface::ApplySDFFilterToVolume(sphere, s, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(negative.IsOk());
+  EXPECT_EQ(negative.GetError().GetMessage(), "the half width of a resized band must not be negative");
+  auto vec = VolumeToolsInterface::CreateNewVector32Volume(zta::Vector32(1.0f));
+  for (int32_t w : {-1, 0}) {
+    s.halfWidth = w;
+    auto wrongType = VolumeToolsInterface::ApplySDFFilterToVolume(*vec, s, nullptr, Volume(), nullptr);
+    ASSERT_FALSE(wrongType.IsOk());
+    EXPECT_EQ(wrongType.GetError().GetMessage(), "") << w;  // its location only
+  }
 }
 
 TEST(SdfFilter, InputsAndCopies) {

@@ -6,7 +6,6 @@
 #include "host/modeling/neighbor.h"
 #include "host/objects/polygonobject.h"
 #include "host/scene/basedocument.h"
-#include "modules/volumes/source/helper/closepolygonobject.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
 

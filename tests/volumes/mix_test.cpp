@@ -246,6 +246,53 @@ TEST(MixVectorVolumes, ChecksAndSilentWayOut) {
   EXPECT_EQ(bad.GetError().GetMessage(), "passed volumes have the wrong grid class, only GRIDCLASS Fog and Unknown are valid");
 }
 
+namespace {
+// Metadata whose copies fail once armed: the only way the empty grid of the
+// scale pass (a copy of a grid's metadata and transform) can fail to be made.
+class UncopyableMetadata : public openvdb::Metadata {
+ public:
+  static inline bool armed = false;
+  openvdb::Name typeName() const override { return "uncopyable"; }
+  openvdb::Metadata::Ptr copy() const override {
+    if (armed) throw openvdb::RuntimeError("metadata cannot be copied");
+    return std::make_shared<UncopyableMetadata>();
+  }
+  void copy(const openvdb::Metadata&) override {}
+  std::string str() const override { return "uncopyable"; }
+  bool asBool() const override { return true; }
+  openvdb::Index32 size() const override { return 0; }
+
+ protected:
+  void readValue(std::istream&, openvdb::Index32) override {}
+  void writeValue(std::ostream&) const override {}
+};
+}  // namespace
+
+TEST(MixVectorVolumes, AFailedEmptyGridOfTheScalePassHasItsWords) {
+  // Subtract scales the second input by -1 into a new grid, which cannot be made here.
+  auto a = zvtest::MakeGrid<openvdb::Vec3SGrid>(openvdb::Vec3s(0.0f), {{Coord(0), openvdb::Vec3s(1.0f)}});
+  auto b = zvtest::MakeGrid<openvdb::Vec3SGrid>(openvdb::Vec3s(0.0f), {{Coord(0), openvdb::Vec3s(2.0f)}});
+  b->insertMeta("guard", UncopyableMetadata());
+  auto fa = zvtest::MakeGrid<openvdb::FloatGrid>(0.0f, {{Coord(0), 1.0f}});
+  auto fb = zvtest::MakeGrid<openvdb::FloatGrid>(0.0f, {{Coord(0), 2.0f}});
+  fb->insertMeta("guard", UncopyableMetadata());
+  const Volume va = Wrap(a), vb = Wrap(b), sa = Wrap(fa), sb = Wrap(fb);
+
+  UncopyableMetadata::armed = true;
+  auto vector = Tools::MixVectorVolumes(va, vb, MIXVECTORTYPE::SUBTRACT);
+  auto scalar = Tools::MixVolumes(sa, sb, MIXTYPE::SUBTRACT);
+  auto added = Tools::MixVectorVolumes(va, vb, MIXVECTORTYPE::ADD);  // no scale pass, no new grid
+  UncopyableMetadata::armed = false;
+
+  ASSERT_FALSE(vector);
+  EXPECT_EQ(vector.GetError().GetMessage(), "could not create a grid");
+  ASSERT_FALSE(scalar);
+  EXPECT_EQ(scalar.GetError().GetMessage(), "");  // its location only
+  EXPECT_EQ(scalar.GetError().GetKind(), zta::ErrorKind::OutOfMemory);
+  ASSERT_TRUE(added) << added.GetError().GetMessage();
+  EXPECT_EQ(At<openvdb::Vec3SGrid>(*added, 0), openvdb::Vec3s(3.0f));
+}
+
 TEST(BlendVolumes, WeightOnTheFirstVolumeAndPrecisionPerType) {
   auto [i32a, i32b] = Pairs<openvdb::Int32Grid>({{3, 4}, {-3, -4}, {10, 0}});
   auto blended = Tools::BlendVolumes(i32a, i32b, 0.5, nullptr);

@@ -96,6 +96,14 @@ TEST(PointsToVolume, FramesOfTheGrid) {
   EXPECT_EQ(empty.GetGridClass(), GRIDCLASS::SDF);
   EXPECT_FLOAT_EQ(openvdb::gridPtrCast<FloatGrid>(VolumeImpl::GetGrid(empty))->background(), float(3 * kVoxel));
   EXPECT_EQ(Rasterize({PointsToVolumeListInterface()}).GetActiveVoxelCount(), 0);
+  // A band of no voxels too: a level set whose background is 0.
+  auto thin = VolumeToolsInterface::PointsToVolume({}, kVoxel, 0, nullptr, nullptr, 0.0);
+  ASSERT_TRUE(thin.IsOk()) << thin.GetError().GetMessage();
+  EXPECT_EQ(thin->GetGridClass(), GRIDCLASS::SDF);
+  EXPECT_EQ(thin->GetActiveVoxelCount(), 0);
+  EXPECT_FLOAT_EQ(openvdb::gridPtrCast<FloatGrid>(VolumeImpl::GetGrid(*thin))->background(), 0.0f);
+  EXPECT_TRUE(VolumeToolsInterface::PointsToVolume({list}, kVoxel, 0, nullptr, nullptr, 0.0).IsOk());
+  EXPECT_FALSE(VolumeToolsInterface::PointsToVolume({list}, kVoxel, -1, nullptr, nullptr, 0.0).IsOk());
 
   // A non-uniform transform gives way to uniform voxels of its largest axis,
   // with its rotation and offset; the particle stays where it is.
@@ -108,6 +116,15 @@ TEST(PointsToVolume, FramesOfTheGrid) {
   EXPECT_NEAR(v.GetGridTransform().off.x, 0.3, 1e-12);
   EXPECT_NEAR(At(v, {1.5, 0, 0}), 0.0, 0.01);
   EXPECT_NEAR(At(v, {1, 0, -0.5}), 0.0, 0.01);
+  // Positions multiplied by a residual (the inverse of the uniform matrix
+  // times the creation transform) would move the particle from (1, 0, 0) to
+  // (0.5, 0, 0), and its surface with it: such a residual is not applied.
+  const Matrix uniform = zta::MatrixMove({0.3, 0, 0}) * zta::MatrixRotZ(0.4) * zta::MatrixScale(Vector(0.04));
+  const Vector moved = (uniform.GetInverse() * skewed) * Vector(1, 0, 0);
+  EXPECT_NEAR(moved.x, 0.5, 1e-9);
+  EXPECT_NEAR(moved.y, 0.0, 1e-9);
+  EXPECT_LT(At(v, moved + Vector(0.5, 0, 0)), -0.1);  // the particle's centre, not a surface
+  EXPECT_GT(At(v, moved - Vector(0.5, 0, 0)), 0.1);   // outside, not a surface
 
   // Without a creation transform the grid takes the matrix of the list's object.
   auto group = zta::ParticleGroupObject::Alloc();

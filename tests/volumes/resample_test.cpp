@@ -2,6 +2,7 @@
 // are not sampled, cancelling and bad input.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 
 #include "combine_fixtures.h"
@@ -168,6 +169,29 @@ TEST(ResampleVolume, CancelledThreadGivesNoGrid) {
   auto out = Tools::ResampleVolume(in, Uniform(0.5, {0.0, 0.0, 0.0}), RESAMPLEINTERPOLATIONTYPE::LINEAR, thread);
   ASSERT_TRUE(out);
   EXPECT_GT(out->GetActiveVoxelCount(), 0);
+}
+
+// A thread whose first stop query throws, as a failing sampler would.
+class ThrowingThread : public zta::ZTAThread {
+ public:
+  bool TestBreak() const override {
+    if (!thrown_.exchange(true)) throw openvdb::RuntimeError("sampling broke down");
+    return false;
+  }
+
+ private:
+  mutable std::atomic<bool> thrown_{false};
+};
+
+TEST(ResampleVolume, AFailedSamplingSaysWhatFailed) {
+  const Volume in = Wrap(LinearField<openvdb::FloatGrid>());
+  const auto before = TakeFingerprint(in);
+  auto out = Tools::ResampleVolume(in, Uniform(0.5, {0.0, 0.0, 0.0}), RESAMPLEINTERPOLATIONTYPE::LINEAR,
+                                   std::make_shared<ThrowingThread>());
+  ASSERT_FALSE(out);
+  // No tree was copied: the words are the sampler's, not "Could not copy a tree".
+  EXPECT_EQ(out.GetError().GetMessage(), "RuntimeError: sampling broke down");
+  EXPECT_EQ(TakeFingerprint(in), before);
 }
 
 TEST(ResampleVolume, BadInputIsAnErrorAndChangesNothing) {

@@ -1,6 +1,8 @@
 // ApplyFilterToVolume: neighbourhood and per-voxel filters of float and vector volumes.
 #include <gtest/gtest.h>
 
+#include <limits>
+
 #include "host/fields/splinedata.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
@@ -156,6 +158,30 @@ TEST(ValueFilter, NeighbourhoodFiltersSpreadAndOffset) {
   EXPECT_FLOAT_EQ(At(Apply(spike, s), 2, 2, 2), 0.25f);
   s.strength = 0.0;
   EXPECT_FLOAT_EQ(At(Apply(spike, s), 2, 2, 2), 0.0f);
+}
+
+TEST(ValueFilter, NeighbourhoodFiltersKeepTheTopologyOfAFog) {
+  // The inside of a fog made from a level set is tiles, which the
+  // neighbourhood filters leave as they are: only the leaves are filtered.
+  auto sphere = VolumeToolsInterface::CreateSphereVolume(2.0, Vector(0.0), 0.05, 3, nullptr, nullptr);
+  ASSERT_TRUE(sphere.IsOk());
+  auto fog = VolumeToolsInterface::ConvertSDFToFog(*sphere, std::numeric_limits<double>::max());
+  ASSERT_TRUE(fog.IsOk());
+  const FloatGrid::Ptr in = Grid(*fog);
+  ASSERT_GT(in->tree().activeTileCount(), 0u);
+  for (FILTERTYPE type : {FILTERTYPE::GAUSSIAN, FILTERTYPE::MEANVALUE, FILTERTYPE::MEDIANVALUE, FILTERTYPE::ADD}) {
+    FilterSettings s = Settings(type);
+    s.offset = 0.5f;
+    s.iterations = 2;
+    const FloatGrid::Ptr out = Grid(Apply(*fog, s));
+    ASSERT_TRUE(out) << int(type);
+    EXPECT_EQ(out->tree().activeTileCount(), in->tree().activeTileCount()) << int(type);
+    EXPECT_EQ(out->tree().leafCount(), in->tree().leafCount()) << int(type);
+    EXPECT_EQ(out->activeVoxelCount(), in->activeVoxelCount()) << int(type);
+    EXPECT_TRUE(out->tree().hasSameTopology(in->tree())) << int(type);
+    // A tile deep inside keeps its value.
+    EXPECT_FLOAT_EQ(out->tree().getValue(Coord(0)), 1.0f) << int(type);
+  }
 }
 
 TEST(ValueFilter, VectorVolumesFilterPerComponent) {

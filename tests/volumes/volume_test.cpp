@@ -177,6 +177,35 @@ TEST(Volume, TransformRoundTripsAndRescalesDistances) {
   EXPECT_EQ(ValueAt(fog, openvdb::Coord(2, 0, 0)), f);
 }
 
+TEST(Volume, ARescaleByTransformKeepsCopiesApart) {
+  Volume src = SdfSphere(0.1);
+  const float before = ValueAt(src, openvdb::Coord(10, 0, 0));
+  const float bg = src.GetBackground().Get<float>();
+  const ValueRange range = src.GetMinMaxValues(false);
+  Volume copy = *src.Clone();
+  EXPECT_EQ(copy.GetMinMaxValues(false), range);  // fills the copy's cache
+
+  copy.SetGridTransform(zta::MatrixScale(Vector(0.2)));
+  // The copy's distances doubled, and so did its range; the source kept both.
+  EXPECT_NEAR(ValueAt(copy, openvdb::Coord(10, 0, 0)), 2 * before, 1e-6);
+  EXPECT_NEAR(copy.GetMinMaxValues(false).min, 2 * range.min, 1e-6);
+  EXPECT_NEAR(copy.GetMinMaxValues(false).max, 2 * range.max, 1e-6);
+  EXPECT_EQ(ValueAt(src, openvdb::Coord(10, 0, 0)), before);
+  EXPECT_EQ(src.GetBackground().Get<float>(), bg);
+  EXPECT_EQ(src.GetMinMaxValues(false), range);
+  EXPECT_NEAR(src.GetGridTransform().v1.x, 0.1, 1e-9);
+  EXPECT_NE(VolumeImpl::GetGrid(copy)->baseTreePtr(), VolumeImpl::GetGrid(src)->baseTreePtr());
+
+  // A volume holding the very grid object of another moves alone too.
+  Volume fog = SdfSphere(0.1);
+  fog.SetGridClass(GRIDCLASS::FOG);
+  Volume shared = *ShareGrid(fog);
+  shared.SetGridTransform(zta::MatrixScale(Vector(0.3)));
+  EXPECT_NEAR(shared.GetGridTransform().v1.x, 0.3, 1e-9);
+  EXPECT_NEAR(fog.GetGridTransform().v1.x, 0.1, 1e-9);
+  EXPECT_EQ(VolumeImpl::GetGrid(shared)->baseTreePtr(), VolumeImpl::GetGrid(fog)->baseTreePtr());
+}
+
 TEST(Volume, SingularTransformIsRepairedNotRefused) {
   Volume v = *VolumeToolsInterface::CreateNewFloat32Volume(0.0f);
   zta::Matrix flat;

@@ -294,7 +294,7 @@ void WriteOutputs(const zvol::Context& ctx, const VolumeCommandInfo& info, zta::
   }
   if (!meshes.empty()) {
     if (!zvol::IsWritableMeshPath(output))
-      throw zvol::Failure(std::string(info.shortName) + " makes meshes: write them to .obj, .ply or .stl");
+      throw zvol::Failure(std::string(info.shortName) + " makes meshes: write them to .obj, .ply, .stl or .glb");
     auto joined = zvol::Take(zta::JoinPolygonObjects(meshes));
     zvol::Step step(ctx, "write " + output);
     zvol::WriteMesh(*joined, output);

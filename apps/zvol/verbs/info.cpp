@@ -1,10 +1,14 @@
-// zvol info: what a .vdb file holds, for people or as JSON.
+// zvol info: what a .vdb file or a mesh file holds, for people or as JSON.
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <sstream>
 
+#include "host/modeling/meshio.h"
+#include "host/objects/polygonobject.h"
+#include "meshio.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
 
@@ -101,6 +105,60 @@ json FileJson(const std::string& path) {
   return out;
 }
 
+// A mesh file as zvol reads it: in metres when the file states its unit, in
+// the file's right-handed frame.
+json MeshJson(const std::string& path, const zvol::Context& ctx) {
+  zta::MeshFileInfo info;
+  auto op = zvol::Take(zta::ReadMeshFile(path, ctx.thread, {}, &info));
+  json out;
+  out["format"] = info.format;
+  out["unit_meters"] = info.unitMeters > 0.0 ? json(info.unitMeters) : json(nullptr);
+  out["up_axis"] = info.upAxis.empty() ? json(nullptr) : json(info.upAxis);
+  out["scale"] = info.scale;
+  out["points"] = op->GetPointCount();
+  int64_t triangles = 0;
+  for (zta::Int32 i = 0; i < op->GetPolygonCount(); ++i) triangles += op->GetPolygonR()[i].IsTriangle() ? 1 : 0;
+  out["polygons"] = op->GetPolygonCount();
+  out["triangles"] = triangles;
+  out["quads"] = op->GetPolygonCount() - triangles;
+  // The enclosed volume by the divergence theorem: positive when the faces
+  // point outward, negative when the file winds them inward.
+  double volume = 0.0;
+  const zta::Vector* p = op->GetPointR();
+  for (zta::Int32 i = 0; i < op->GetPolygonCount(); ++i) {
+    const zta::CPolygon& q = op->GetPolygonR()[i];
+    volume += zta::Dot(p[q.a], zta::Cross(p[q.b], p[q.c]));
+    if (!q.IsTriangle()) volume += zta::Dot(p[q.a], zta::Cross(p[q.c], p[q.d]));
+  }
+  out["volume"] = volume / 6.0;
+  zta::Vector lo, hi;
+  if (op->GetPointCount() > 0) {
+    lo = hi = op->GetPointR()[0];
+    for (zta::Int32 i = 1; i < op->GetPointCount(); ++i)
+      for (int k = 0; k < 3; ++k) {
+        lo[k] = std::min(lo[k], op->GetPointR()[i][k]);
+        hi[k] = std::max(hi[k], op->GetPointR()[i][k]);
+      }
+    out["bbox"] = {Vec({lo.x, lo.y, -hi.z}), Vec({hi.x, hi.y, -lo.z})};
+  } else {
+    out["bbox"] = nullptr;
+  }
+  return out;
+}
+
+std::string PlainMesh(const json& j) {
+  std::ostringstream o;
+  o << "format          " << j["format"].get<std::string>() << "\n";
+  o << "unit            " << (j["unit_meters"].is_null() ? "not stated" : j["unit_meters"].dump() + " m") << "\n";
+  o << "up axis         " << (j["up_axis"].is_null() ? "not stated" : j["up_axis"].get<std::string>()) << "\n";
+  o << "points          " << j["points"].dump() << "\n";
+  o << "polygons        " << j["polygons"].dump() << " (" << j["triangles"].dump() << " triangles, "
+    << j["quads"].dump() << " quads)\n";
+  o << "volume          " << j["volume"].dump() << "\n";
+  o << "bbox            " << (j["bbox"].is_null() ? "none" : j["bbox"][0].dump() + " .. " + j["bbox"][1].dump()) << "\n";
+  return o.str();
+}
+
 std::string Plain(const json& j) {
   auto fmt = [](const json& v) {
     if (v.is_array() && !v.empty() && v[0].is_array()) {
@@ -137,11 +195,12 @@ std::string Plain(const json& j) {
 zvol::VerbRun Setup(CLI::App& app) {
   auto file = std::make_shared<std::string>();
   auto asJson = std::make_shared<bool>(false);
-  app.add_option("file", *file, "the .vdb file")->required();
+  app.add_option("file", *file, "the .vdb file, or a mesh file")->required();
   app.add_flag("--json", *asJson, "print one JSON object");
   return [file, asJson](const zvol::Context& ctx) {
-    const json j = FileJson(*file);
-    const std::string text = *asJson ? j.dump(2) + "\n" : Plain(j);
+    const bool mesh = !file->ends_with(".vdb") && zvol::IsReadableMeshPath(*file);
+    const json j = mesh ? MeshJson(*file, ctx) : FileJson(*file);
+    const std::string text = *asJson ? j.dump(2) + "\n" : mesh ? PlainMesh(j) : Plain(j);
     std::fputs(text.c_str(), stdout);
     return 0;
   };
@@ -149,4 +208,4 @@ zvol::VerbRun Setup(CLI::App& app) {
 
 }  // namespace
 
-ZVOL_VERB("info", "describe the grids and metadata of a .vdb file", Setup);
+ZVOL_VERB("info", "describe the grids and metadata of a .vdb file, or what a mesh file holds", Setup);

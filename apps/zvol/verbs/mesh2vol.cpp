@@ -3,7 +3,6 @@
 
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
-#include "modules/volumes/source/helper/closepolygonobject.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
 

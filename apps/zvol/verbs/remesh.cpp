@@ -73,7 +73,7 @@ std::string Remesh(const Options& o, const zvol::Context& ctx) {
 zvol::VerbRun Setup(CLI::App& app) {
   auto o = std::make_shared<Options>();
   app.add_option("input", o->input, "mesh file: OBJ, PLY, STL, glTF")->required();
-  app.add_option("-o,--output", o->output, "the mesh file to write: .obj, .ply or .stl")
+  app.add_option("-o,--output", o->output, "the mesh file to write: .obj, .ply, .stl or .glb")
       ->required()
       ->check(zvol::MeshOutputValidator());
   zvol::AddResolutionOptions(app, o->voxelSize, o->dim);

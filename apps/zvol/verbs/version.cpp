@@ -1,3 +1,5 @@
+#include <assimp/version.h>
+
 #include <cstdio>
 
 #include "host/core/registry.h"
@@ -12,6 +14,8 @@ zvol::VerbRun Setup(CLI::App& app) {
       std::printf("%s %s\n", info.Get("net.zelmar.moduleversioninfo.description").Get<std::string>().c_str(),
                   info.Get("net.zelmar.moduleversioninfo.versionnumberstring").Get<std::string>().c_str());
     }
+    // The mesh files of the host are read through Assimp.
+    std::printf("Assimp %u.%u.%u\n", aiGetVersionMajor(), aiGetVersionMinor(), aiGetVersionPatch());
     return 0;
   };
 }

@@ -52,7 +52,7 @@ std::string Vol2Mesh(const Options& o, const zvol::Context& ctx) {
 zvol::VerbRun Setup(CLI::App& app) {
   auto o = std::make_shared<Options>();
   app.add_option("input", o->input, "the .vdb file")->required();
-  app.add_option("-o,--output", o->output, "the mesh file to write: .obj, .ply or .stl")
+  app.add_option("-o,--output", o->output, "the mesh file to write: .obj, .ply, .stl or .glb")
       ->required()
       ->check(zvol::MeshOutputValidator());
   app.add_option("--iso", o->iso, "the value whose surface is meshed")->capture_default_str();

@@ -110,21 +110,21 @@ std::string RunRegistrations(const std::vector<RegistrationRow>& rows, bool gate
 
 bool HandleModuleMessage(int32_t id, void* data) {
   switch (id) {
-    case ZTA_MSG_SYSTEM_READY:
+    case zta::MSG_SYSTEM_READY:
       openvdb::initialize();
       openvdb::GridBase::clearRegistry();
       ForEachModuleGridType([]<typename GridT>() { GridT::registerGrid(); });
       g_hostLibrary = zta::FindLibrary(kHostLibraryId);
       g_openvdbReady = true;
       return true;
-    case ZTA_MSG_SYSTEM_END:
+    case zta::MSG_SYSTEM_END:
       if (g_openvdbReady) {
         ForEachModuleGridType([]<typename GridT>() { GridT::unregisterGrid(); });
         openvdb::uninitialize();
         g_openvdbReady = false;
       }
       return true;
-    case ZTA_MSG_RELOAD_RESOURCES:
+    case zta::MSG_RELOAD_RESOURCES:
       if (!LoadModuleResource()) return false;
       if (data) *static_cast<int32_t*>(data) = 0;
       return true;
@@ -144,26 +144,29 @@ const std::string& GetModuleFolder() {
 zta::Result<void> StartModuleStandalone(const std::string& moduleFolder) {
   const bool first = g_loadCount == 0;
   int32_t version = kMinimumHostVersion;
-  if (zta_main(ZTA_ACTION_LOAD, &version, nullptr, const_cast<char*>(moduleFolder.c_str())) != 1)
+  if (zta_main(zta::MODULE_LOAD, &version, nullptr, const_cast<char*>(moduleFolder.c_str())) != 1)
     return zta::IllegalStateError("the module refused to load");
   if (!first) return zta::OK();
-  if (zta_main(ZTA_ACTION_START, nullptr, nullptr, nullptr) != 1) {
-    zta_main(ZTA_ACTION_END, nullptr, nullptr, nullptr);
+  if (zta_main(zta::MODULE_START, nullptr, nullptr, nullptr) != 1) {
+    zta_main(zta::MODULE_END, nullptr, nullptr, nullptr);
     return zta::IllegalStateError("module resource could not be loaded from " + moduleFolder + "/res");
   }
-  int32_t msg = ZTA_MSG_SYSTEM_READY;
-  zta_main(ZTA_ACTION_MESSAGE, reinterpret_cast<void*>(intptr_t(msg)), nullptr, nullptr);
+  int32_t msg = zta::MSG_SYSTEM_READY;
+  zta_main(zta::MODULE_MESSAGE, reinterpret_cast<void*>(intptr_t(msg)), nullptr, nullptr);
   return zta::OK();
 }
 
 void StopModuleStandalone() {
   if (g_loadCount == 1) {
-    zta_main(ZTA_ACTION_MESSAGE, reinterpret_cast<void*>(intptr_t(ZTA_MSG_SYSTEM_END)), nullptr, nullptr);
+    zta_main(zta::MODULE_MESSAGE, reinterpret_cast<void*>(intptr_t(zta::MSG_SYSTEM_END)), nullptr, nullptr);
   }
-  zta_main(ZTA_ACTION_END, nullptr, nullptr, nullptr);
+  zta_main(zta::MODULE_END, nullptr, nullptr, nullptr);
 }
 
 }  // namespace zelmar
+
+extern "C" const zta::ModuleRecord g_zelmar = {"net.zelmar.zta.volumes", zelmar::kMinimumHostVersion};
+extern "C" zta::CpuYieldDelegate g_CpuYieldDelegate = nullptr;
 
 // The host entry. Action 1 reads the host's interface version through
 // `firstArgument` (a pointer to an int32) and the module's folder from
@@ -172,15 +175,15 @@ void StopModuleStandalone() {
 extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArgument, void* thirdArgument) {
   using namespace zelmar;
   switch (action) {
-    case ZTA_ACTION_LOAD: {
+    case zta::MODULE_LOAD: {
       const int32_t version = firstArgument ? *static_cast<const int32_t*>(firstArgument) : 0;
       if (version < kMinimumHostVersion || !thirdArgument) return -3;
       if (g_loadCount++ == 0) g_fileContext = std::make_unique<std::string>(static_cast<const char*>(thirdArgument));
       return 1;
     }
-    case ZTA_ACTION_START:
+    case zta::MODULE_START:
       return ModuleStart() ? 1 : 0;
-    case ZTA_ACTION_END:
+    case zta::MODULE_END:
       if (g_loadCount > 0 && --g_loadCount == 0) {
         zta::SetModuleStrings(nullptr);
         g_resource = zta::StringResource();
@@ -188,9 +191,9 @@ extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArg
         g_fileContext.reset();
       }
       return 1;
-    case ZTA_ACTION_QUERY:
+    case zta::MODULE_QUERY:
       return 5;
-    case ZTA_ACTION_MESSAGE:
+    case zta::MODULE_MESSAGE:
       return HandleModuleMessage(int32_t(reinterpret_cast<intptr_t>(firstArgument)), secondArgument) ? 1 : -1;
     default:
       return -1;

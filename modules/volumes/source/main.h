@@ -3,25 +3,36 @@
 // host uses to start the module the way the host would.
 #include <cstdint>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/core/config.h"
+#include "host/core/moduleloader.h"
 #include "host/core/resource.h"
 #include "host/core/result.h"
+#include "zelmar/api.h"
 
-extern "C" int32_t zta_main(int32_t action, void* firstArgument, void* secondArgument, void* thirdArgument);
+// The module's three exports: its entry, its record and the host's yield slot.
+extern "C" ZELMAR_API int32_t zta_main(int32_t action, void* firstArgument, void* secondArgument, void* thirdArgument);
+extern "C" ZELMAR_API const zta::ModuleRecord g_zelmar;
+extern "C" ZELMAR_API zta::CpuYieldDelegate g_CpuYieldDelegate;
 
 namespace zelmar {
 
-// Host entry actions and messages.
-enum : int32_t { ZTA_ACTION_LOAD = 1, ZTA_ACTION_START = 2, ZTA_ACTION_END = 3, ZTA_ACTION_QUERY = 4, ZTA_ACTION_MESSAGE = 6 };
-enum : int32_t { ZTA_MSG_RELOAD_RESOURCES = 1, ZTA_MSG_SYSTEM_READY = 1000, ZTA_MSG_SYSTEM_END = 1001 };
 // The lowest host interface version the module accepts.
 constexpr int32_t kMinimumHostVersion = 21100;
 // The host library kept at system-ready.
 constexpr int32_t kHostLibraryId = 1001428;
 
 extern zta::ConfigBool g_rprEnableVolumeRendering;
+
+// Busy waits of the module hand their core back through the host's delegate.
+inline void YieldCpu() {
+  if (g_CpuYieldDelegate)
+    g_CpuYieldDelegate();
+  else
+    std::this_thread::yield();
+}
 
 // One row of the start table: a label for the failure log, whether the row
 // depends on g_rprEnableVolumeRendering, and the registration itself.

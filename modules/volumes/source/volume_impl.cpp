@@ -156,13 +156,21 @@ void VolumeImpl::SetGridTransform(const Matrix& requested) {
         const double oldScale = oldLen.x == 0.0 ? 0.0001 : oldLen.x;
         if (std::abs(newScale - oldScale) >= 1e-8) {
           const double ratio = newScale / oldScale;
-          if (ratio != 1.0) ScaleDistanceValues(*grid, ratio);
+          if (ratio != 1.0) {
+            // A write: the tree may be shared with copies, which keep their values.
+            if (!MakeUnique()) return;
+            ScaleDistanceValues(*grid, ratio);
+            valueRangeValid = false;
+          }
         }
       }
     }
 
     auto xform = openvdb::math::Transform::createLinearTransform(1.0);
     xform->postMult(mat);
+    // A grid object that other volumes hold too (an operator's result may
+    // share its input's) gets a shallow copy of its own: the tree stays shared.
+    if (grid.use_count() > 1) grid = grid->copyGrid();
     grid->setTransform(xform);
   } catch (...) {
     zta::DiagnosticOutput("too smal transform set");

@@ -2,6 +2,7 @@
 // PointsToVolumeListInterface: the particles that a caller gathers for
 // PointsToVolume, one list per source object. Points are stored in blocks of
 // 1024, so appending never moves what is stored.
+#include "zelmar/api.h"
 #include <memory>
 
 #include "zelmar/volumetools.h"
@@ -20,7 +21,7 @@ struct PointsToVolumePoint {
 
 class PointsToVolumeListImpl;
 
-class PointsToVolumeListInterface {
+class ZELMAR_API PointsToVolumeListInterface {
  public:
   // A list that is not set up: AppendPoint fails on it.
   PointsToVolumeListInterface() = default;

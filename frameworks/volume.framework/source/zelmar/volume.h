@@ -2,6 +2,7 @@
 // Volume: the reference through which the system handles one sparse voxel
 // grid, or none. Copies of a Volume share one VolumeImpl; Clone() gives a new
 // VolumeImpl that shares the grid's tree until a writer calls MakeUnique().
+#include "zelmar/api.h"
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -61,7 +62,7 @@ struct ValueRange {
 
 class VolumeImpl;
 
-class Volume {
+class ZELMAR_API Volume {
  public:
   // An uninitialised reference; operations on it answer as for a volume without grid.
   Volume() = default;
@@ -105,7 +106,7 @@ class Volume {
   std::shared_ptr<VolumeImpl> impl_;
 };
 
-const char* GridTypeName(GRIDTYPE type);
-const char* GridClassName(GRIDCLASS gridClass);
+ZELMAR_API const char* GridTypeName(GRIDTYPE type);
+ZELMAR_API const char* GridClassName(GRIDCLASS gridClass);
 
 }  // namespace zelmar

@@ -7,6 +7,7 @@
 // An accessor caches tree nodes between calls, so it belongs to one thread:
 // a parallel reader makes one accessor per worker. Writers must be alone on a
 // grid.
+#include "zelmar/api.h"
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -38,7 +39,7 @@ inline constexpr GRIDTYPE kGridTypeOf = GridValueTraits<T>::type;
 
 // What every accessor does whatever its value type; the base reference
 // (data type "net.zelmar.volume.datatype.gridaccessorbaseref").
-class GridAccessorBase {
+class ZELMAR_API GridAccessorBase {
  public:
   virtual ~GridAccessorBase() = default;
 
@@ -68,7 +69,7 @@ class GridAccessorBase {
 using GridAccessorBaseRef = std::shared_ptr<GridAccessorBase>;
 
 template <typename T>
-class GridAccessorInterface : public GridAccessorBase {
+class ZELMAR_API GridAccessorInterface : public GridAccessorBase {
  public:
   using ValueType = T;
 
@@ -87,7 +88,7 @@ template <typename T>
 using GridAccessorRef = std::shared_ptr<GridAccessorInterface<T>>;
 
 // "net.zelmar.volume.interface.gridaccessorcreation"
-class GridAccessorCreationImpl {
+class ZELMAR_API GridAccessorCreationImpl {
  public:
   GridAccessorCreationImpl() = delete;
 

@@ -13,6 +13,7 @@
 // commands by id should call RegisterVolumeCommands() once (it is cheap and
 // harmless to repeat): with a static link, that reference is what keeps the
 // commands in the program.
+#include "zelmar/api.h"
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -152,14 +153,14 @@ enum : Int32 {
 
 // One result of a run: its Volume (for volumetomesh, the volume that was
 // meshed), the output object that carries it, and the inputs it was made from.
-struct VolumeCommandRecord {
+struct ZELMAR_API VolumeCommandRecord {
   Volume volume;
   Int32 outputIndex = -1;
   std::vector<Int32> inputs;
 };
 
 // "net.zelmar.legacycommanddata.volumes": the records are VolumeCommandRecord.
-class VolumeCommandData final : public zta::LegacyCommandDataInterface {
+class ZELMAR_API VolumeCommandData final : public zta::LegacyCommandDataInterface {
  public:
   static Result<std::unique_ptr<zta::LegacyCommandDataInterface>> Create();
 
@@ -178,7 +179,7 @@ class VolumeCommandData final : public zta::LegacyCommandDataInterface {
 // What the help texts and the generic runners need to know of a setting.
 enum class COMMANDVALUETYPE : int32_t { BOOL, INT32, FLOAT, VECTOR, MATRIX, LINK, FIELDLIST, SPLINEDATA };
 
-struct VolumeCommandSetting {
+struct ZELMAR_API VolumeCommandSetting {
   Int32 key;
   const char* name;
   COMMANDVALUETYPE type;
@@ -186,7 +187,7 @@ struct VolumeCommandSetting {
   const char* help;
 };
 
-struct VolumeCommandInfo {
+struct ZELMAR_API VolumeCommandInfo {
   const char* id;
   const char* shortName;  // the id's last part
   const char* inputs;     // what the inputs are, for help texts
@@ -196,18 +197,18 @@ struct VolumeCommandInfo {
 };
 
 // The commands of this build, in table order.
-const std::vector<VolumeCommandInfo>& GetVolumeCommandInfos();
+ZELMAR_API const std::vector<VolumeCommandInfo>& GetVolumeCommandInfos();
 // By full id or by short name; null for neither.
-const VolumeCommandInfo* FindVolumeCommandInfo(const std::string& idOrShortName);
+ZELMAR_API const VolumeCommandInfo* FindVolumeCommandInfo(const std::string& idOrShortName);
 
 // Volume objects (1039858), the inputs and outputs of most commands: a new
 // one holding `volume`, standing where the grid's transform puts it.
-Result<std::unique_ptr<zta::BaseObject>> CreateVolumeObject(const Volume& volume);
+ZELMAR_API Result<std::unique_ptr<zta::BaseObject>> CreateVolumeObject(const Volume& volume);
 // The Volume a volume object holds; an uninitialised reference for a null or any other object.
-Volume GetObjectVolume(const zta::BaseObject* op);
+ZELMAR_API Volume GetObjectVolume(const zta::BaseObject* op);
 
 // Registers the data class and the commands with the host's registries;
 // those already registered stay as they are. The first failure is returned.
-Result<void> RegisterVolumeCommands();
+ZELMAR_API Result<void> RegisterVolumeCommands();
 
 }  // namespace zelmar

@@ -5,6 +5,7 @@
 //
 // An iterator belongs to one thread, and the Volume must not be written
 // during a walk.
+#include "zelmar/api.h"
 #include <memory>
 #include <string>
 
@@ -22,7 +23,7 @@ enum class GRIDITERATORTYPE : int32_t {
   ALL = 3,
 };
 
-class GridIteratorBase {
+class ZELMAR_API GridIteratorBase {
  public:
   virtual ~GridIteratorBase() = default;
 
@@ -53,7 +54,7 @@ class GridIteratorBase {
 using GridIteratorBaseRef = std::shared_ptr<GridIteratorBase>;
 
 template <typename T>
-class GridIteratorInterface : public GridIteratorBase {
+class ZELMAR_API GridIteratorInterface : public GridIteratorBase {
  public:
   using ValueType = T;
   // The current value; the zero value when the walk stands on nothing.
@@ -64,7 +65,7 @@ template <typename T>
 using GridIteratorRef = std::shared_ptr<GridIteratorInterface<T>>;
 
 // "net.zelmar.volume.interface.griditeratorcreation"
-class GridIteratorCreationImpl {
+class ZELMAR_API GridIteratorCreationImpl {
  public:
   GridIteratorCreationImpl() = delete;
 

@@ -1,6 +1,7 @@
 #pragma once
 // VolumeToolsInterface: the static entry to everything the system does with
 // volumes. Every operation returns a Result and leaves its inputs unchanged.
+#include "zelmar/api.h"
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,6 +11,7 @@
 #include "zelmar/volume.h"
 
 namespace zta {
+class BaseDocument;
 class SplineData;
 class FieldList;
 class PolygonObject;
@@ -129,7 +131,7 @@ struct VolumeConversionPolygon {
 // One metadata record of a file per dictionary, under the record's name.
 using MetaDataArray = std::vector<DataDictionary>;
 
-class VolumeToolsInterface {
+class ZELMAR_API VolumeToolsInterface {
  public:
   VolumeToolsInterface() = delete;
 
@@ -234,5 +236,13 @@ class VolumeToolsInterface {
   static Result<Volume> RotateVectorVolume(const Volume& volume, const Vector& rotationAxis, double angle,
                                            const ThreadRef& thread, const FieldSampleData* maskField);
 };
+
+// Closes the holes of a polygon object before it becomes a volume: merges
+// points closer than a thousandth of its size (at most 0.02), then fills holes
+// one after another, at most 400. True when holes were found and closing ran;
+// false for an object without polygons or without an open edge. With
+// `addUndo` and a document, one undo step covers the closing. Changes the
+// object: not for concurrent use on one object.
+ZELMAR_API Result<bool> ClosePolygonObject(zta::PolygonObject* polygonObject, zta::BaseDocument* document, bool addUndo);
 
 }  // namespace zelmar

@@ -25,4 +25,20 @@ Result<Volume> BuildFilterMask(const FilterMaskSource& source);
 // The float grid of a mask; null for no mask, or one of another value type.
 openvdb::FloatGrid::ConstPtr MaskGrid(const Volume& mask);
 
+// `passes` runs of `pass(mask)`, each with a mask built for the volume as the
+// passes before left it (`mask` null for none). A mask that cannot be built
+// ends the loop and is the result; a stop request ends it quietly, since a
+// stopped filter hands back its input.
+template <typename Pass>
+Result<void> RunMaskedPasses(const FilterMaskSource& source, int64_t passes, Pass&& pass) {
+  for (int64_t i = 0; i < passes; ++i) {
+    if (source.thread && source.thread->TestBreak()) break;
+    Result<Volume> mask = BuildFilterMask(source);
+    if (!mask) return mask.GetError();
+    const openvdb::FloatGrid::ConstPtr maskGrid = MaskGrid(*mask);
+    pass(maskGrid.get());
+  }
+  return zta::OK();
+}
+
 }  // namespace zelmar

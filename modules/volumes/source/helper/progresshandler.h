@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/core/result.h"
+#include "modules/volumes/source/main.h"
 
 namespace zelmar {
 
@@ -41,8 +42,7 @@ class ProgressHandler : public std::enable_shared_from_this<ProgressHandler> {
   class SpinLock {
    public:
     void lock() {
-      while (flag_.test_and_set(std::memory_order_acquire)) {
-      }
+      while (flag_.test_and_set(std::memory_order_acquire)) YieldCpu();
     }
     void unlock() { flag_.clear(std::memory_order_release); }
 

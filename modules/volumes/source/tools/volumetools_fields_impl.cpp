@@ -5,7 +5,6 @@
 
 #include <numeric>
 
-#include "host/core/format.h"
 #include "host/fields/fieldlist.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/volume_impl.h"
@@ -68,7 +67,9 @@ Result<void> WriteFieldValues(GridT& target, const FieldSampleData& fieldData, c
                               fieldData.extraTransform * fieldData.targetRelativeSpace);
   zta::FieldOutput output;
   const zta::Int32 flags = fieldData.flags | (kVector ? zta::FIELDSAMPLE_FLAG_DIRECTION : zta::FIELDSAMPLE_FLAG_VALUE);
-  Result<void> sampled = zta::SampleField(*fieldData.fields, input, output, flags, thread);
+  // No field list samples as an empty one: every value 0.
+  static const zta::FieldList kNoFields;
+  Result<void> sampled = zta::SampleField(fieldData.fields ? *fieldData.fields : kNoFields, input, output, flags, thread);
   if (!sampled) return sampled;
 
   try {
@@ -93,13 +94,7 @@ template <typename GridT>
 Result<Volume> FieldsToVolume(const FieldSampleData& fieldData, double gridSize, const BoundingBox& sampleBox,
                               const ThreadRef& thread, const Volume& volumeReference, const Matrix* creationTransform,
                               openvdb::GridClass gridClass) {
-  if (!fieldData.fields) return zta::IllegalArgumentError("no field list to sample");
   const openvdb::GridBase::Ptr reference = VolumeImpl::GetGrid(volumeReference);
-  if (!reference && !creationTransform && !(gridSize > 0.0))
-    return zta::IllegalArgumentError("the voxel size must be greater than 0");
-  for (int i = 0; i < 3; ++i)
-    if (!(sampleBox.min[i] <= sampleBox.max[i])) return zta::IllegalArgumentError("the sample box is empty");
-
   try {
     openvdb::math::Transform::Ptr xform;
     if (reference) xform = reference->transform().copy();
@@ -114,6 +109,7 @@ Result<Volume> FieldsToVolume(const FieldSampleData& fieldData, double gridSize,
 
     const openvdb::Vec3d a = xform->worldToIndex(ToVec3d(sampleBox.min));
     const openvdb::Vec3d b = xform->worldToIndex(ToVec3d(sampleBox.max)) + openvdb::Vec3d(1.0);
+    // The box between the two corners, whichever way the transform turns them.
     openvdb::Coord lo, hi;
     for (int i = 0; i < 3; ++i) {
       const int32_t p = int32_t(a[i]), q = int32_t(b[i]);
@@ -127,7 +123,10 @@ Result<Volume> FieldsToVolume(const FieldSampleData& fieldData, double gridSize,
   } catch (const std::bad_alloc&) {
     return zta::OutOfMemoryError();
   } catch (const std::exception& e) {
-    return zta::UnexpectedError(zta::FormatString("sampling fields into a volume failed: @", e.what()));
+    // OpenVDB's refusals (a transform of no scale, say) in its own words.
+    return zta::UnexpectedError(e.what());
+  } catch (...) {
+    return zta::UnexpectedError({});
   }
 }
 
@@ -139,7 +138,6 @@ Result<Volume> VolumeToolsInterface::CreateMaskFromField(const FieldSampleData& 
   if (!volumeReference.IsInitialized()) return zta::IllegalStateError("volumeref not initialized");
   const openvdb::GridBase::Ptr reference = VolumeImpl::GetGrid(volumeReference);
   if (!reference) return zta::IllegalStateError("volume has no grid attached");
-  if (!fieldData.fields) return zta::IllegalArgumentError("no field list to sample");
 
   try {
     openvdb::FloatGrid::Ptr mask = openvdb::FloatGrid::create(float(background));
@@ -158,7 +156,9 @@ Result<Volume> VolumeToolsInterface::CreateMaskFromField(const FieldSampleData& 
   } catch (const std::bad_alloc&) {
     return zta::OutOfMemoryError();
   } catch (const std::exception& e) {
-    return zta::UnexpectedError(zta::FormatString("creating a mask from fields failed: @", e.what()));
+    return zta::UnexpectedError(e.what());
+  } catch (...) {
+    return zta::UnexpectedError({});
   }
 }
 

@@ -22,19 +22,6 @@ openvdb::math::BiasedGradientScheme SpatialScheme(FILTERACCURACY accuracy) {
   }
 }
 
-// `iterations` passes of `pass(mask)`, each with a mask built for the volume as
-// it stands after the passes before.
-template <typename Pass>
-Result<void> MaskedLoop(const FilterMaskSource& source, int64_t iterations, Pass&& pass) {
-  for (int64_t i = 0; i < iterations; ++i) {
-    Result<Volume> mask = BuildFilterMask(source);
-    if (!mask) return mask.GetError();
-    const openvdb::FloatGrid::ConstPtr maskGrid = MaskGrid(*mask);
-    pass(maskGrid.get());
-  }
-  return zta::OK();
-}
-
 Result<void> RunSdfFilter(SdfFilter& filter, const SDFFilterSettings& s, const FilterMaskSource& source) {
   const int64_t n = s.iterations;
   const float offset = s.offset;
@@ -43,17 +30,17 @@ Result<void> RunSdfFilter(SdfFilter& filter, const SDFFilterSettings& s, const F
   auto shrink = [&](const openvdb::FloatGrid* m) { filter.offset(offset, m); };
   switch (s.filterType) {
     case SDFFILTERTYPE::GAUSSIAN:
-      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.gaussian(s.stencilWidth, m); });
-    case SDFFILTERTYPE::DILATE: return MaskedLoop(source, n, grow);
-    case SDFFILTERTYPE::ERODE: return MaskedLoop(source, n, shrink);
+      return RunMaskedPasses(source, n, [&](const openvdb::FloatGrid* m) { filter.gaussian(s.stencilWidth, m); });
+    case SDFFILTERTYPE::DILATE: return RunMaskedPasses(source, n, grow);
+    case SDFFILTERTYPE::ERODE: return RunMaskedPasses(source, n, shrink);
     case SDFFILTERTYPE::MEANVALUE:
-      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.mean(s.stencilWidth, m); });
+      return RunMaskedPasses(source, n, [&](const openvdb::FloatGrid* m) { filter.mean(s.stencilWidth, m); });
     case SDFFILTERTYPE::MEDIANVALUE:
-      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.median(s.stencilWidth, m); });
+      return RunMaskedPasses(source, n, [&](const openvdb::FloatGrid* m) { filter.median(s.stencilWidth, m); });
     case SDFFILTERTYPE::MEANCURVATURE:
-      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.meanCurvature(m); });
+      return RunMaskedPasses(source, n, [&](const openvdb::FloatGrid* m) { filter.meanCurvature(m); });
     case SDFFILTERTYPE::LAPLACIANFLOW:
-      return MaskedLoop(source, n, [&](const openvdb::FloatGrid* m) { filter.laplacian(m); });
+      return RunMaskedPasses(source, n, [&](const openvdb::FloatGrid* m) { filter.laplacian(m); });
     case SDFFILTERTYPE::RENORMALIZE: {
       const int count = filter.getNormCount();
       filter.setNormCount(1);
@@ -63,14 +50,14 @@ Result<void> RunSdfFilter(SdfFilter& filter, const SDFFilterSettings& s, const F
     }
     case SDFFILTERTYPE::OPEN: {
       // All shrinks first, then all grows: thin parts vanish and stay gone.
-      Result<void> r = MaskedLoop(source, n, shrink);
+      Result<void> r = RunMaskedPasses(source, n, shrink);
       if (!r) return r;
-      return MaskedLoop(source, n, grow);
+      return RunMaskedPasses(source, n, grow);
     }
     case SDFFILTERTYPE::CLOSE: {
-      Result<void> r = MaskedLoop(source, n, grow);
+      Result<void> r = RunMaskedPasses(source, n, grow);
       if (!r) return r;
-      return MaskedLoop(source, n, shrink);
+      return RunMaskedPasses(source, n, shrink);
     }
     case SDFFILTERTYPE::TRACK:
       for (int64_t i = 0; i < n; ++i) filter.track();
@@ -91,10 +78,11 @@ Result<Volume> VolumeToolsInterface::ApplySDFFilterToVolume(const Volume& volume
   const openvdb::GridBase::Ptr grid = VolumeImpl::GetGrid(volume);
   if (!grid) return zta::IllegalArgumentError({});
   if (settings.filterType == SDFFILTERTYPE::NONE) return MakeVolume(grid);
-  // A resize to a band of no voxels would never end in the library.
-  if (settings.filterType == SDFFILTERTYPE::RESIZE && settings.halfWidth < 1)
-    return zta::IllegalArgumentError("the half width of a resized band must be at least 1 voxel");
   if (!grid->isType<openvdb::FloatGrid>()) return zta::IllegalArgumentError({});
+  // The library takes the half width unsigned: a negative one would dilate
+  // for billions of passes, or erode past the surface.
+  if (settings.filterType == SDFFILTERTYPE::RESIZE && settings.halfWidth < 0)
+    return zta::IllegalArgumentError("the half width of a resized band must not be negative");
 
   openvdb::FloatGrid::Ptr copy;
   try {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <optional>
 #include <sstream>
 
 #include "host/core/format.h"
@@ -38,6 +39,46 @@ std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
   return names;
 }
 
+// One open .vdb file and the names of its grids, read once.
+class OpenVdbFile {
+ public:
+  explicit OpenVdbFile(const Url& url, bool delayLoad = false) : file_(url.GetSystemPath()) {
+    file_.open(delayLoad);
+    descriptors_ = file_.readAllGridMetadata();
+    names_ = ReadableNames(*descriptors_);
+  }
+  ~OpenVdbFile() {
+    try {
+      if (file_.isOpen()) file_.close();
+    } catch (...) {
+    }
+  }
+
+  size_t GetCount() const { return names_.size(); }
+  // The names as GetGridNamesFromFile lists them: point data grids marked.
+  std::vector<std::string> ListedNames() const {
+    std::vector<std::string> names = names_;
+    for (size_t i = 0; i < names.size(); ++i)
+      if ((*descriptors_)[i] && IsPointDataGrid(*(*descriptors_)[i])) names[i] += "~NotSupported";
+    return names;
+  }
+  MetaDataArray Metadata() {
+    openvdb::MetaMap::Ptr meta = file_.getMetadata();
+    return meta ? MetaMapToArray(*meta) : MetaDataArray();
+  }
+  // The grid at `index`; null past the end and for a point data grid.
+  openvdb::GridBase::Ptr Read(Int index) {
+    if (index < 0 || size_t(index) >= names_.size()) return nullptr;
+    openvdb::GridBase::Ptr grid = file_.readGrid(names_[size_t(index)]);
+    return grid && IsPointDataGrid(*grid) ? nullptr : grid;
+  }
+
+ private:
+  openvdb::io::File file_;
+  openvdb::GridPtrVecPtr descriptors_;
+  std::vector<std::string> names_;
+};
+
 std::string LoadFailure(const Url& url, const std::string& why) {
   return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
 }
@@ -65,12 +106,22 @@ Result<openvdb::GridPtrVecPtr> ReadStreamGrids(const Url& url) {
   return stream.getGrids();
 }
 
+// A grid read from `url` into `volume`, brought into the scene's frame.
+Result<void> SetLoadedGrid(const Url& url, double scale, const openvdb::GridBase::Ptr& grid, Volume& volume,
+                           bool fileFrame = false) {
+  // The system's own word for the last failure, whatever it was.
+  if (!grid) return zta::IoError(LoadFailure(url, std::strerror(errno)));
+  auto converted = ConvertIn(grid, url, scale, fileFrame);
+  if (!converted) return converted.GetError();
+  return VolumeImpl::SetGrid(volume, *converted);
+}
+
 template <typename Body>
 Result<void> GuardedLoad(const Url& url, Body&& body) {
   try {
     return body();
   } catch (const std::bad_alloc&) {
-    return zta::IoError(LoadFailure(url, std::strerror(ENOMEM)));
+    return zta::IoError(LoadFailure(url, std::strerror(errno)));
   } catch (const openvdb::Exception& e) {
     return zta::IoError(LoadFailure(url, e.what()));
   } catch (...) {
@@ -126,29 +177,14 @@ Result<void> LoadGrid(const Url& filename, double scale, Int gridIndex, Volume& 
       if (!grids) return grids.GetError();
       if (gridIndex >= 0 && size_t(gridIndex) < (*grids)->size()) grid = (**grids)[size_t(gridIndex)];
     } else {
-      openvdb::io::File file(filename.GetSystemPath());
       // A grid kept in the file's frame is read as it is needed, the way
       // OpenVDB's own tools read: its leaves load when first touched, on the
       // threads that touch them, and a copy of it copies no values.
-      file.open(/*delayLoad=*/fileFrame);
-      if (metaData) {
-        openvdb::MetaMap::Ptr meta = file.getMetadata();
-        *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
-      }
-      const std::vector<std::string> names = ReadableNames(*file.readAllGridMetadata());
-      if (gridIndex >= 0 && size_t(gridIndex) < names.size()) {
-        grid = file.readGrid(names[size_t(gridIndex)]);
-        if (grid && IsPointDataGrid(*grid)) grid.reset();
-      }
-      file.close();
+      OpenVdbFile file(filename, /*delayLoad=*/fileFrame);
+      if (metaData) *metaData = file.Metadata();
+      grid = file.Read(gridIndex);
     }
-    if (!grid) {
-      errno = ENOENT;
-      return zta::IoError(LoadFailure(filename, std::strerror(errno)));
-    }
-    auto converted = ConvertIn(grid, filename, scale, fileFrame);
-    if (!converted) return converted.GetError();
-    return VolumeImpl::SetGrid(volume, *converted);
+    return SetLoadedGrid(filename, scale, grid, volume, fileFrame);
   });
 }
 
@@ -199,14 +235,9 @@ Result<void> VolumeToolsInterface::LoadAllGridsIntoVolumes(const Url& filename, 
       if (!read) return read.GetError();
       grids = std::move(**read);
     } else {
-      openvdb::io::File file(filename.GetSystemPath());
-      file.open(/*delayLoad=*/false);
-      if (metaData) {
-        openvdb::MetaMap::Ptr meta = file.getMetadata();
-        *metaData = meta ? MetaMapToArray(*meta) : MetaDataArray();
-      }
-      for (const auto& name : ReadableNames(*file.readAllGridMetadata())) grids.push_back(file.readGrid(name));
-      file.close();
+      OpenVdbFile file(filename);
+      if (metaData) *metaData = file.Metadata();
+      for (size_t i = 0; i < file.GetCount(); ++i) grids.push_back(file.Read(Int(i)));
     }
     for (const auto& grid : grids) {
       if (!grid || IsPointDataGrid(*grid)) continue;
@@ -226,24 +257,34 @@ Result<std::vector<Volume>> VolumeToolsInterface::LoadVDBFile(const Url& filenam
                                                               MetaDataArray* metaData) {
   std::vector<Volume> volumes;
   if (filename.IsEmpty() || zta::IoDetect(filename) != zta::IODETECT::FILE) return volumes;
-  std::vector<std::string> names;
-  if (gridNames || gridIndices) {
-    auto read = GetGridNamesFromFile(filename);
-    if (!read) return read.GetError();
-    names = std::move(*read);
-  }
   if (!gridIndices) {
-    if (gridNames) *gridNames = names;
+    if (gridNames) {
+      auto read = GetGridNamesFromFile(filename);
+      if (!read) return read.GetError();
+      *gridNames = std::move(*read);
+    }
     auto loaded = LoadAllGridsIntoVolumes(filename, scale, volumes, metaData);
     if (!loaded) return loaded.GetError();
     return volumes;
   }
-  if (gridNames) *gridNames = names;
+  // The names and the chosen grids come from one open file.
+  std::optional<OpenVdbFile> file;
+  try {
+    file.emplace(filename);
+  } catch (const openvdb::Exception& e) {
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+  } catch (...) {
+    return zta::IoError("Grids names could not be loaded");
+  }
+  if (gridNames) *gridNames = file->ListedNames();
   for (const Int index : *gridIndices) {
-    if (index < 0 || size_t(index) >= names.size()) break;
+    if (index < 0 || size_t(index) >= file->GetCount()) break;
     auto volume = Volume::Create();
     if (!volume) return volume.GetError();
-    auto loaded = LoadGridIntoVolume(filename, scale, index, *volume, metaData);
+    auto loaded = GuardedLoad(filename, [&]() -> Result<void> {
+      if (metaData) *metaData = file->Metadata();
+      return SetLoadedGrid(filename, scale, file->Read(index), *volume);
+    });
     if (!loaded) return loaded.GetError();
     volumes.push_back(*volume);
   }

@@ -24,19 +24,30 @@ namespace {
 template <typename GridT>
 using ValueOf = typename GridT::ValueType;
 
-// `source` itself for an identity (read-only from here on), else a new grid of in * scale + offset.
+// `source` itself for an identity (read-only from here on), else a new grid of
+// in * scale + offset. The empty grid that receives the values may fail to be
+// made: for vectors that is "could not create a grid", for scalars an error
+// with only its location.
 template <typename GridT>
-typename GridT::ConstPtr ApplyScaleOffset(const typename GridT::ConstPtr& source,
-                                          const ScaleOffsetOp<ValueOf<GridT>>& op) {
+Result<typename GridT::ConstPtr> ApplyScaleOffset(const typename GridT::ConstPtr& source,
+                                                  const ScaleOffsetOp<ValueOf<GridT>>& op) {
   if (op.IsIdentity()) return source;
-  typename GridT::Ptr out = source->copyWithNewTree();
-  if (!out) return nullptr;
+  typename GridT::Ptr out;
+  try {
+    out = source->copyWithNewTree();
+  } catch (...) {
+    // Copying the metadata and transform is all that can fail here.
+  }
+  if (!out) {
+    if constexpr (openvdb::VecTraits<ValueOf<GridT>>::IsVec) return zta::OutOfMemoryError("could not create a grid");
+    else return zta::OutOfMemoryError();
+  }
   openvdb::tools::changeBackground(out->tree(), op(source->background()), /*threaded=*/true, 128);
   out->tree().combine2(
       source->tree(), source->tree(),
       [&op](const ValueOf<GridT>& a, const ValueOf<GridT>&, ValueOf<GridT>& result) { result = op(a); },
       /*prune=*/false);
-  return out;
+  return typename GridT::ConstPtr(out);
 }
 
 // A new grid on a's transform and metadata holding fn(a, b) at every value of
@@ -170,12 +181,20 @@ Result<Volume> MixFrame(const Volume& volumeOne, const Volume& volumeTwo, bool n
         ScaleOffsetOp<ValueT> opTwo;
         if (negateSecond) opTwo.scale = ValueT(-1);
         const auto first = ApplyScaleOffset<GridT>(typedOne, ScaleOffsetOp<ValueT>());
+        if (!first) {
+          outcome.error = first.GetError();
+          return;
+        }
         const auto second = ApplyScaleOffset<GridT>(typedTwo, opTwo);
-        if (!first || !second) {
+        if (!second) {
+          outcome.error = second.GetError();
+          return;
+        }
+        if (!*first || !*second) {
           outcome.error = zta::IllegalStateError("could not prepare two volumes for mixing");
           return;
         }
-        outcome.grid = mix(*first, *second);
+        outcome.grid = mix(**first, **second);
       }
     });
   } catch (const std::bad_alloc&) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 
 #include "host/scene/baseobject.h"
 #include "modules/volumes/source/helper/gridtypes.h"
@@ -106,9 +107,32 @@ class ParticleListAdapter {
   size_t size_ = 0;
 };
 
+// The creation transform itself when its axes have one length (to 1e-10);
+// otherwise its rotation and offset with the largest of its axis lengths.
+Matrix UniformCreationMatrix(const Matrix& m) {
+  const Vector len = m.GetScale();
+  if (std::abs(len.x - len.y) <= 1e-10 && std::abs(len.x - len.z) <= 1e-10 && std::abs(len.y - len.z) <= 1e-10)
+    return m;
+  const double s = std::max({len.x, len.y, len.z});
+  Matrix u = zta::GetRotation(m);
+  u.v1 *= s;
+  u.v2 *= s;
+  u.v3 *= s;
+  u.off = m.off;
+  return u;
+}
+
 // The grid's frame. ParticlesToLevelSet needs uniform voxels, so a non-uniform
 // creation transform gives way to one with its rotation and offset and the
-// largest of its axis lengths; the particles keep their world positions.
+// largest of its axis lengths.
+//
+// No residual matrix (the inverse of that uniform matrix times the creation
+// transform) is applied to the positions. ParticlesToLevelSet takes positions
+// in world space and maps them through the grid's own transform, so the
+// residual would move every particle: it scales positions about the world
+// origin by the ratio of each axis to the largest, and a particle at (1, 0, 0)
+// under axis lengths (0.02, 0.02, 0.04) would be stamped at (0.5, 0, 0). The
+// particles keep their world positions only when they go in as they are.
 openvdb::math::Transform::Ptr GridTransform(const std::vector<PointsToVolumeListInterface>& lists, double gridSize,
                                             const Matrix* creationTransform) {
   if (!creationTransform) {
@@ -117,17 +141,7 @@ openvdb::math::Transform::Ptr GridTransform(const std::vector<PointsToVolumeList
       xform->postMult(ToMat4d(lists.front().GetObject()->GetMg()));
     return xform;
   }
-  const Vector len = creationTransform->GetScale();
-  const bool uniform =
-      std::abs(len.x - len.y) <= 1e-10 && std::abs(len.x - len.z) <= 1e-10 && std::abs(len.y - len.z) <= 1e-10;
-  if (uniform) return openvdb::math::Transform::createLinearTransform(ToMat4d(*creationTransform));
-  const double s = std::max({len.x, len.y, len.z});
-  Matrix u = zta::GetRotation(*creationTransform);
-  u.v1 *= s;
-  u.v2 *= s;
-  u.v3 *= s;
-  u.off = creationTransform->off;
-  return openvdb::math::Transform::createLinearTransform(ToMat4d(u));
+  return openvdb::math::Transform::createLinearTransform(ToMat4d(UniformCreationMatrix(*creationTransform)));
 }
 
 }  // namespace
@@ -135,7 +149,8 @@ openvdb::math::Transform::Ptr GridTransform(const std::vector<PointsToVolumeList
 Result<Volume> VolumeToolsInterface::PointsToVolume(const std::vector<PointsToVolumeListInterface>& pointObjects,
                                                     double gridSize, int32_t bandWidth, const ThreadRef& thread,
                                                     const Matrix* creationTransform, double velocityScale) {
-  if (bandWidth < 1) return zta::IllegalArgumentError("the band must be at least one voxel wide");
+  // A band of 0 is a level set of background 0; a negative one has no meaning.
+  if (bandWidth < 0) return zta::IllegalArgumentError("the band of a level set must not be negative");
 
   openvdb::math::Transform::Ptr xform;
   try {

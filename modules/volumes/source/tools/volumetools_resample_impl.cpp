@@ -72,13 +72,17 @@ Result<Volume> VolumeToolsInterface::ResampleVolume(const Volume& volume, const 
     } catch (...) {
       return zta::UnexpectedError("");
     }
+    // The only tree copy inside resampleToMatch is for equal transforms, which
+    // never get here: what fails is the sampling, and it says so itself.
     try {
       ThreadInterrupter interrupter(thread);
       SampleInto(grid, result, interpolationType, interrupter);
     } catch (const std::bad_alloc&) {
       return zta::OutOfMemoryError();
+    } catch (const std::exception& e) {
+      return zta::UnexpectedError(e.what());
     } catch (...) {
-      return zta::UnexpectedError("Could not copy a tree");
+      return zta::UnexpectedError({});
     }
   }
 

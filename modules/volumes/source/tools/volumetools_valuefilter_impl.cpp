@@ -114,21 +114,15 @@ Result<void> RunNeighbourhoodFilter(GridT& grid, const FilterSettings& s, const 
   using ValueT = typename GridT::ValueType;
   openvdb::tools::Filter<GridT, openvdb::FloatGrid, ThreadInterrupter> filter(grid, &interrupter);
   filter.setGrainSize(128);
-  // Active tiles are values too: a fog's inside is mostly tiles.
-  filter.setProcessTiles(true);
+  // Tiles stay as they are: processing them would voxelize a fog's inside
+  // and change its topology. Only the per-voxel filters voxelize first.
   const int radius = std::max(1, int(s.radius));
   const int iterations = int(std::clamp<int64_t>(s.iterations, 0, std::numeric_limits<int>::max()));
 
   if (s.filterType == FILTERTYPE::ADD) {
     // The field is sampled again after each step, on the values as they have become.
-    for (int64_t i = 0; i < s.iterations; ++i) {
-      Result<Volume> mask = BuildFilterMask(source);
-      if (!mask) return mask.GetError();
-      const openvdb::FloatGrid::ConstPtr m = MaskGrid(*mask);
-      filter.offset(ValueT(s.offset), m.get());
-      if (interrupter.wasInterrupted()) break;
-    }
-    return zta::OK();
+    return RunMaskedPasses(source, s.iterations,
+                           [&](const openvdb::FloatGrid* m) { filter.offset(ValueT(s.offset), m); });
   }
   Result<Volume> mask = BuildFilterMask(source);
   if (!mask) return mask.GetError();

@@ -1,6 +1,5 @@
 // net.zelmar.command.volumes.fieldtovolume: fields sampled over a box, by
 // ConvertFieldsToVolume or ConvertFieldsToVectorVolume.
-#include "host/core/format.h"
 #include "host/fields/fieldlist.h"
 #include "host/objects/fieldobjects.h"
 #include "modules/volumes/source/objects/volumeobject.h"
@@ -27,9 +26,10 @@ class FieldToVolumeCommand final : public VolumeCommand {
     }
     for (size_t i = 0; i < inputs.size(); ++i) {
       if (IsStopped(thread)) return zta::COMMANDRESULT::BREAK;
+      // An input that carries no field list samples as an empty list does.
       std::shared_ptr<const zta::FieldList> fields = zta::GetObjectFieldList(inputs[i]);
-      if (!fields) return zta::IllegalArgumentError(zta::FormatString("input @ carries no field list", i));
-      auto volume = Convert(settings, *fields, inputs[i]->GetDocument(), thread);
+      if (!fields) fields = std::make_shared<const zta::FieldList>();
+      auto volume = Convert(settings, *fields, inputs[i] ? inputs[i]->GetDocument() : nullptr, thread);
       auto added = volume ? AddVolumeResult(data, *volume, {Int32(i)}) : Result<void>(volume.GetError());
       if (!added) return IsStopped(thread) ? Result<zta::COMMANDRESULT>(zta::COMMANDRESULT::BREAK) : added.GetError();
     }

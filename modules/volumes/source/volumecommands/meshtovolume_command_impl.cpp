@@ -14,14 +14,16 @@ class MeshToVolumeCommand final : public PerInputCommand {
 
  protected:
   Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    if (input.GetType() != zta::HOST_TYPE_POLYGON) return zta::IllegalArgumentError("object needs to be a polygon object");
-    const auto& mesh = static_cast<const zta::PolygonObject&>(input);
-
+                      const zta::BaseObject* input, Int32 index) const override {
+    // An input that is no polygon object has no polygons: MeshToVolume makes
+    // its empty level set of it.
     std::vector<Vector> vertices;
     std::vector<VolumeConversionPolygon> polygons;
-    if (auto converted = VolumeToolsInterface::GetConversionMesh(mesh, vertices, polygons); !converted)
-      return converted.GetError();
+    if (input && input->GetType() == zta::HOST_TYPE_POLYGON) {
+      const auto& mesh = static_cast<const zta::PolygonObject&>(*input);
+      if (auto converted = VolumeToolsInterface::GetConversionMesh(mesh, vertices, polygons); !converted)
+        return converted.GetError();
+    }
 
     const double gridSize = settings.GetFloat(MESHTOVOLUME_GRIDSIZE);
     int32_t interior = settings.GetInt32(MESHTOVOLUME_INTERIORBAND);
@@ -33,7 +35,7 @@ class MeshToVolumeCommand final : public PerInputCommand {
     }
     const std::optional<Matrix> transform = settings.GetMatrix(MESHTOVOLUME_TRANSFORM);
     auto volume = VolumeToolsInterface::MeshToVolume(
-        vertices, polygons, mesh.GetMg(), gridSize, interior, settings.GetInt32(MESHTOVOLUME_EXTERIORBAND), thread,
+        vertices, polygons, input ? input->GetMg() : Matrix(), gridSize, interior, settings.GetInt32(MESHTOVOLUME_EXTERIORBAND), thread,
         POLYGONCONVERSIONFLAGS(settings.GetInt32(MESHTOVOLUME_FLAGS)), transform ? &*transform : nullptr);
     if (!volume) return volume.GetError();
     return AddVolumeResult(data, *volume, {index});

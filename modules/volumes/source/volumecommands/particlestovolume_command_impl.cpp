@@ -7,15 +7,31 @@ namespace zelmar {
 
 namespace {
 
+// The particles into `list`: each with `radius`, or with its own radius times
+// `radius`; velocities times `velocityScale`.
+Result<void> Fill(PointsToVolumeListInterface& list, const zta::ParticleObject& particles, bool ownRadius,
+                  double radius, double velocityScale, const ThreadRef& thread) {
+  const auto& positions = particles.GetPositions();
+  const auto& radii = particles.GetRadii();
+  const auto& velocities = particles.GetVelocities();
+  for (size_t i = 0; i < positions.size(); ++i) {
+    if ((i & 0xffff) == 0 && IsStopped(thread)) return zta::UnexpectedError("particles to volume was stopped");
+    const double r = ownRadius ? radii[i] * radius : radius;
+    if (auto added = list.AppendPoint(positions[i], r, velocities[i] * velocityScale); !added) return added;
+  }
+  return zta::OK();
+}
+
 class ParticlesToVolumeCommand final : public PerInputCommand {
  public:
   using PerInputCommand::PerInputCommand;
 
  protected:
   Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
-    const auto* particles = dynamic_cast<const zta::ParticleObject*>(&input);
-    if (!particles) return zta::IllegalArgumentError("object needs to be a particle object");
+                      const zta::BaseObject* input, Int32 index) const override {
+    // An input that is no particle object has no particles: PointsToVolume
+    // makes its empty level set of it.
+    const auto* particles = dynamic_cast<const zta::ParticleObject*>(input);
     const double radius = settings.GetFloat(PARTICLESTOVOLUME_RADIUS);
     const bool ownRadius = settings.GetInt32(PARTICLESTOVOLUME_MODE) == 1;
     const double velocityScale = settings.GetFloat(PARTICLESTOVOLUME_VELOCITYSCALE);
@@ -24,13 +40,9 @@ class ParticlesToVolumeCommand final : public PerInputCommand {
     // matrix would turn the grid.
     auto list = PointsToVolumeListInterface::Create(nullptr, 1.0, velocityScale);
     if (!list) return list.GetError();
-    const auto& positions = particles->GetPositions();
-    const auto& radii = particles->GetRadii();
-    const auto& velocities = particles->GetVelocities();
-    for (size_t i = 0; i < positions.size(); ++i) {
-      if ((i & 0xffff) == 0 && IsStopped(thread)) return zta::UnexpectedError("particles to volume was stopped");
-      const double r = ownRadius ? radii[i] * radius : radius;
-      if (auto added = list->AppendPoint(positions[i], r, velocities[i] * velocityScale); !added) return added;
+    if (particles) {
+      if (auto filled = Fill(*list, *particles, ownRadius, radius, velocityScale, thread); !filled)
+        return filled;
     }
     const std::optional<Matrix> transform = settings.GetMatrix(PARTICLESTOVOLUME_TRANSFORM);
     auto volume = VolumeToolsInterface::PointsToVolume({*list}, settings.GetFloat(PARTICLESTOVOLUME_GRIDSIZE),

@@ -67,9 +67,9 @@ class SplineToVolumeCommand final : public PerInputCommand {
 
  protected:
   Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const override {
+                      const zta::BaseObject* input, Int32 index) const override {
     std::unique_ptr<zta::LineObject> madeLine, madeRail;
-    const zta::SegmentedPoints* line = LineOf(&input, madeLine);
+    const zta::SegmentedPoints* line = LineOf(input, madeLine);
     const zta::BaseObject* railObject = settings.GetObject(SPLINETOVOLUME_RAIL);
     const zta::SegmentedPoints* railLine = LineOf(railObject, madeRail);
     if (!line || (railObject && !railLine)) return zta::IllegalArgumentError("spline or line is not initialized");
@@ -82,16 +82,26 @@ class SplineToVolumeCommand final : public PerInputCommand {
 
     const double gridSize = settings.GetFloat(SPLINETOVOLUME_GRIDSIZE);
     const double density = settings.GetFloat(SPLINETOVOLUME_DENSITY);
-    if (!(gridSize > 0.0)) return zta::IllegalArgumentError("the voxel size must be greater than 0");
-    // At least one point a voxel, so that the spheres join into a tube.
-    const double step = density > 0.0 ? std::min(1.0 / density, gridSize) : gridSize;
+    const std::optional<Matrix> transform = settings.GetMatrix(SPLINETOVOLUME_TRANSFORM);
+    // At least one point a voxel, so that the spheres join into a tube. The
+    // voxel is the creation transform's when there is one (PointsToVolume
+    // takes its largest axis).
+    double voxel = gridSize;
+    if (transform) {
+      const Vector len = transform->GetScale();
+      voxel = std::max({len.x, len.y, len.z});
+    }
+    const double step = density > 0.0 ? std::min(1.0 / density, voxel) : voxel;
     const double radius = settings.GetFloat(SPLINETOVOLUME_RADIUS);
     const std::shared_ptr<const zta::SplineData> curve = settings.GetSplineData(SPLINETOVOLUME_RADIUSCURVE);
 
     auto list = PointsToVolumeListInterface::Create(nullptr);
     if (!list) return list.GetError();
-    const Matrix mg = input.GetMg();
-    for (Int32 s = 0; s < line->GetSegmentCount(); ++s) {
+    const Matrix mg = input->GetMg();
+    // A voxel of no size is for PointsToVolume to refuse, without a walk
+    // that would never end.
+    const Int32 segments = step > 0.0 ? line->GetSegmentCount() : 0;
+    for (Int32 s = 0; s < segments; ++s) {
       PolylineWalk walk(line->GetSegmentPoints(s), line->GetSegment(s).closed, mg);
       if (walk.GetPointCount() == 0) continue;
       const int64_t samples = std::max<int64_t>(1, int64_t(std::ceil(walk.GetLength() / step)));
@@ -106,7 +116,6 @@ class SplineToVolumeCommand final : public PerInputCommand {
         if (auto added = list->AppendPoint(p, r, Vector()); !added) return added;
       }
     }
-    const std::optional<Matrix> transform = settings.GetMatrix(SPLINETOVOLUME_TRANSFORM);
     auto volume = VolumeToolsInterface::PointsToVolume({*list}, gridSize, settings.GetInt32(SPLINETOVOLUME_BANDWIDTH),
                                                        thread, transform ? &*transform : nullptr, 0.0);
     if (!volume) return volume.GetError();

@@ -76,8 +76,7 @@ Result<zta::COMMANDRESULT> PerInputCommand::Run(VolumeCommandData& data, const C
   if (inputs.empty()) return zta::COMMANDRESULT::SKIP;
   for (size_t i = 0; i < inputs.size(); ++i) {
     if (IsStopped(thread)) return zta::COMMANDRESULT::BREAK;
-    if (!inputs[i]) return zta::NullptrError(zta::FormatString("input @ is null", i));
-    auto one = RunOne(data, settings, thread, *inputs[i], Int32(i));
+    auto one = RunOne(data, settings, thread, inputs[i], Int32(i));
     // A tool that was stopped may answer with an empty volume: that is a
     // break, not a failure.
     if (!one) return IsStopped(thread) ? Result<zta::COMMANDRESULT>(zta::COMMANDRESULT::BREAK) : one.GetError();
@@ -90,11 +89,8 @@ Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const
   const auto& inputs = data.GetInputs();
   const Int32 count = Int32(inputs.size());
   if (count == 0) return zta::COMMANDRESULT::SKIP;
-  if (base < 0 || base >= count)
-    return zta::IllegalArgumentError(zta::FormatString("the base @ is not one of the @ inputs", base, count));
-  if (!inputs[size_t(base)] || inputs[size_t(base)]->GetType() != ID_VOLUMEOBJECT)
-    return zta::IllegalArgumentError("object needs to be a volume object");
-  Volume accumulated = VolumeObjectData::GetVolume(inputs[size_t(base)]);
+  // A base that is no input, or no volume object, has no grid either.
+  Volume accumulated = base >= 0 && base < count ? VolumeObjectData::GetVolume(inputs[size_t(base)]) : Volume();
   if (!accumulated.HasGrid()) return zta::IllegalStateError("base grid has no grid attached");
 
   std::vector<Int32> used{base};
@@ -105,10 +101,8 @@ Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const
       state = zta::COMMANDRESULT::BREAK;
       break;
     }
-    const zta::BaseObject* input = inputs[size_t(i)];
-    if (!input || input->GetType() != ID_VOLUMEOBJECT)
-      return zta::IllegalArgumentError("object needs to be a volume object");
-    auto combined = combine(accumulated, VolumeObjectData::GetVolume(input));
+    // Whatever the input holds goes to the operator, whose words stand.
+    auto combined = combine(accumulated, VolumeObjectData::GetVolume(inputs[size_t(i)]));
     if (!combined) {
       if (!IsStopped(thread)) return combined.GetError();
       state = zta::COMMANDRESULT::BREAK;
@@ -128,10 +122,8 @@ Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const
 }
 
 Result<void> VolumeToVolumeCommand::RunOne(VolumeCommandData& data, const CommandSettings& settings,
-                                           const ThreadRef& thread, const zta::BaseObject& input, Int32 index) const {
-  auto volume = InputVolume(&input);
-  if (!volume) return volume.GetError();
-  auto result = Apply(*volume, settings, thread);
+                                           const ThreadRef& thread, const zta::BaseObject* input, Int32 index) const {
+  auto result = Apply(VolumeObjectData::GetVolume(input), settings, thread);
   if (!result) return result.GetError();
   return AddVolumeResult(data, *result, {index});
 }
@@ -142,14 +134,6 @@ CommandMask ReadMask(const CommandSettings& settings, Int32 volumeKey, Int32 fie
   mask.field.fields = settings.GetFieldList(fieldsKey);
   mask.field.targetRelativeSpace = settings.GetMatrix(spaceKey).value_or(Matrix());
   return mask;
-}
-
-Result<Volume> InputVolume(const zta::BaseObject* input) {
-  Volume volume = VolumeObjectData::GetVolume(input);
-  if (!volume.IsInitialized() && (!input || input->GetType() != ID_VOLUMEOBJECT))
-    return zta::IllegalArgumentError("object needs to be a volume object");
-  if (!volume.HasGrid()) return zta::IllegalStateError("volume object needs to have a grid attached");
-  return volume;
 }
 
 Result<void> AddVolumeResult(VolumeCommandData& data, const Volume& result, std::vector<Int32> inputs) {

@@ -66,13 +66,16 @@ class PerInputCommand : public VolumeCommand {
  protected:
   Result<zta::COMMANDRESULT> Run(VolumeCommandData& data, const CommandSettings& settings,
                                  const ThreadRef& thread) const override;
-  // Converts the input at `index` and writes its result into `data`.
+  // Converts the input at `index` (null when the data holds none there) and
+  // writes its result into `data`. What an input lacks is for the operator to
+  // report: its words pass on as they stand.
   virtual Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                              const zta::BaseObject& input, Int32 index) const = 0;
+                              const zta::BaseObject* input, Int32 index) const = 0;
 };
 
 // Per-input commands whose operator makes one volume of each input volume;
-// the result goes into the data with its input's index.
+// the result goes into the data with its input's index. An input that is no
+// volume object gives the operator an uninitialised Volume.
 class VolumeToVolumeCommand : public PerInputCommand {
  public:
   using PerInputCommand::PerInputCommand;
@@ -83,13 +86,13 @@ class VolumeToVolumeCommand : public PerInputCommand {
 
  private:
   Result<void> RunOne(VolumeCommandData& data, const CommandSettings& settings, const ThreadRef& thread,
-                      const zta::BaseObject& input, Int32 index) const final;
+                      const zta::BaseObject* input, Int32 index) const final;
 };
 
 // Folds the inputs into one volume, left to right from the base input, with
 // `combine(accumulated, next)`: the commands of BoolVolumes and MixVolumes.
-// The base must have a grid ("base grid has no grid attached"); the others
-// go to `combine` as they are. A stop request between inputs ends the run,
+// The base must be a volume object with a grid ("base grid has no grid
+// attached"); the others go to `combine` as they are. A stop request between inputs ends the run,
 // BREAK, with what stands.
 Result<zta::COMMANDRESULT> FoldInputs(VolumeCommandData& data, Int32 base, const ThreadRef& thread,
                                       const std::function<Result<Volume>(const Volume&, const Volume&)>& combine);
@@ -103,9 +106,6 @@ struct CommandMask {
   const FieldSampleData* Fields() const { return field.fields ? &field : nullptr; }
 };
 CommandMask ReadMask(const CommandSettings& settings, Int32 volumeKey, Int32 fieldsKey, Int32 spaceKey);
-
-// The Volume of an input that must be a volume object with a grid.
-Result<Volume> InputVolume(const zta::BaseObject* input);
 
 // A result volume as a new volume object among the outputs, and its record.
 // A result without grid fails with "result has no grid attached".

@@ -1,0 +1,252 @@
+// zvol scene: scene files from the command line. "info" shows the tree of a
+// scene with types, names and the parameters that differ from their defaults;
+// "convert" reads a scene and writes it again.
+#include <nlohmann/json.hpp>
+
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+
+#include "host/scene/unitscale.h"
+#include "host/core/format.h"
+#include "host/scene/basedocument.h"
+#include "host/scene/customdataclass.h"
+#include "host/scene/plugins.h"
+#include "host/scene/scenefile.h"
+#include "zvol.h"
+
+namespace {
+
+using json = nlohmann::ordered_json;
+using zta::BaseList2D;
+using zta::Int32;
+
+bool IsNativeScene(const std::string& path) {
+  return std::filesystem::path(path).extension() == std::string(".") + zta::kSceneFileSuffix;
+}
+
+void RequireNativeScene(const std::string& path) {
+  if (IsNativeScene(path)) return;
+  if (std::filesystem::path(path).extension() == ".json")
+    throw zvol::Failure(path + ": the JSON form of scenes is not supported yet; use a ." + zta::kSceneFileSuffix + " file");
+  throw CLI::ValidationError("scene", "'" + path + "' is not a ." + zta::kSceneFileSuffix + " file");
+}
+
+// The host's own types by name; plug-ins name themselves at registration.
+std::string TypeName(Int32 type) {
+  switch (type) {
+    case zta::HOST_TYPE_POLYGON: return "Polygon";
+    case zta::HOST_TYPE_SPLINE: return "Spline";
+    case zta::HOST_TYPE_EMITTER: return "Emitter";
+    case zta::HOST_TYPE_LINE: return "Line";
+    case zta::HOST_TYPE_NULL: return "Null";
+    case zta::HOST_TYPE_SPHERE: return "Sphere";
+    case zta::HOST_TYPE_CUBE: return "Cube";
+    case zta::HOST_TYPE_PARTICLE_GROUP: return "Particle Group";
+    case zta::HOST_TYPE_MATRIX: return "Matrix";
+    case zta::HOST_TYPE_FIELD_CARRIER: return "Field Carrier";
+    case zta::HOST_TYPE_FIELD_OBJECT: return "Field Object";
+    case zta::HOST_TAG_POINT: return "Point";
+    case zta::HOST_TAG_POLYGON: return "Polygon";
+    case zta::HOST_TAG_PHONG: return "Phong";
+    case zta::HOST_TAG_UVW: return "UVW";
+    case zta::HOST_TAG_VERTEXMAP: return "Vertex Map";
+    default: break;
+  }
+  if (const zta::PluginInfo* info = zta::FindPlugin(type)) return info->name;
+  return zta::FormatString("unknown type @", type);
+}
+
+// "a/b/c": the names from the top of the tree down to the node.
+std::string ObjectPath(const BaseList2D* node) {
+  std::string path;
+  for (const zta::GeListNode* n = node; n; n = n->GetUp())
+    path = static_cast<const BaseList2D*>(n)->GetName() + (path.empty() ? "" : "/" + path);
+  return path;
+}
+
+json ValueJson(const zta::GeData& v, const zta::BaseDocument& doc) {
+  switch (v.GetType()) {
+    case zta::DATATYPE::NONE: return nullptr;
+    case zta::DATATYPE::INT32: return v.GetInt32();
+    case zta::DATATYPE::INT64: return v.GetInt64();
+    case zta::DATATYPE::BOOL: return v.GetBool();
+    case zta::DATATYPE::FLOAT: return v.GetFloat();
+    case zta::DATATYPE::VECTOR: {
+      const zta::Vector x = v.GetVector();
+      return {x.x, x.y, x.z};
+    }
+    case zta::DATATYPE::MATRIX: {
+      const zta::Matrix m = v.GetMatrix();
+      return {{"off", {m.off.x, m.off.y, m.off.z}}, {"v1", {m.v1.x, m.v1.y, m.v1.z}},
+              {"v2", {m.v2.x, m.v2.y, m.v2.z}}, {"v3", {m.v3.x, m.v3.y, m.v3.z}}};
+    }
+    case zta::DATATYPE::STRING: return v.GetString();
+    case zta::DATATYPE::TIME: return {{"seconds", v.GetTime().Get()}};
+    case zta::DATATYPE::LINK: {
+      const BaseList2D* target = v.GetLink(&doc);
+      return {{"link", target ? json(ObjectPath(target)) : json(nullptr)}};
+    }
+    case zta::DATATYPE::CONTAINER: {
+      json c = json::object();
+      for (const auto& [id, value] : *v.GetContainer()) c[std::to_string(id)] = ValueJson(value, doc);
+      return {{"container", c}};
+    }
+    case zta::DATATYPE::CUSTOM: {
+      const zta::CustomDataType* custom = v.GetCustomData();
+      const zta::CustomDataTypeClass* cls = custom ? zta::FindCustomDataTypeClass(custom->GetCustomTypeId()) : nullptr;
+      return {{"custom", cls ? json(cls->GetName()) : json(custom ? custom->GetCustomTypeId() : 0)}};
+    }
+  }
+  return nullptr;
+}
+
+// The parameters of `node` that a fresh node of its type does not hold alike.
+json ChangedParameters(const BaseList2D& node, const zta::BaseDocument& doc, bool isTag) {
+  std::unique_ptr<BaseList2D> blank;
+  if (isTag) blank = zta::BaseTag::Alloc(node.GetType());
+  else if (dynamic_cast<const zta::BaseObject*>(&node)) blank = zta::BaseObject::Alloc(node.GetType());
+  json out = json::object();
+  for (const auto& [id, value] : *node.GetDataInstance()) {
+    const zta::GeData* def = blank ? blank->GetDataInstance()->GetDataPointer(id) : nullptr;
+    if (def && *def == value) continue;
+    out[std::to_string(id)] = ValueJson(value, doc);
+  }
+  return out;
+}
+
+json NodeJson(BaseList2D& node, const zta::BaseDocument& doc, bool isTag) {
+  json j;
+  j["type"] = node.GetType();
+  j["type_name"] = TypeName(node.GetType());
+  j["name"] = node.GetName();
+  j["parameters"] = ChangedParameters(node, doc, isTag);
+  return j;
+}
+
+// Objects from `first` along its siblings, each with its tags, its children
+// and its plug-in branches. Trees deeper than a scene file allows do not
+// reach here.
+json SiblingsJson(zta::GeListNode* first, const zta::BaseDocument& doc) {
+  json list = json::array();
+  for (zta::GeListNode* n = first; n; n = n->GetNext()) {
+    auto& node = *static_cast<BaseList2D*>(n);
+    json j = NodeJson(node, doc, false);
+    if (auto* op = dynamic_cast<zta::BaseObject*>(&node)) {
+      json tags = json::array();
+      for (zta::BaseTag* t = op->GetFirstTag(); t; t = t->GetNext()) tags.push_back(NodeJson(*t, doc, true));
+      if (!tags.empty()) j["tags"] = std::move(tags);
+    }
+    zta::BranchInfo branches[8];
+    const Int32 count =
+        node.GetNodeData() ? std::min<Int32>(node.GetNodeData()->ListBranches(&node, branches, 8, 0), 8) : 0;
+    for (Int32 i = 0; i < count; ++i)
+      j["branches"].push_back({{"name", branches[i].name},
+                               {"objects", SiblingsJson(branches[i].head ? branches[i].head->GetFirst() : nullptr, doc)}});
+    if (n->GetDown()) j["children"] = SiblingsJson(n->GetDown(), doc);
+    list.push_back(std::move(j));
+  }
+  return list;
+}
+
+const char* UnitName(zta::DOCUMENTUNIT unit) {
+  static const char* names[] = {"", "km", "m", "cm", "mm", "um", "nm", "mi", "yd", "ft", "in"};
+  const Int32 u = Int32(unit);
+  return u >= 1 && u <= 10 ? names[u] : "?";
+}
+
+json SceneJson(const std::string& path, zta::BaseDocument& doc) {
+  json j;
+  j["file"] = path;
+  j["document"] = {{"fps", doc.GetFps()},
+                   {"time", doc.GetTime().Get()},
+                   {"min_time", doc.GetMinTime().Get()},
+                   {"max_time", doc.GetMaxTime().Get()},
+                   {"unit", UnitName(zta::GetDocumentUnit(&doc).GetUnit())},
+                   {"unit_scale", zta::GetDocumentUnit(&doc).GetScale()}};
+  j["objects"] = SiblingsJson(doc.GetFirstObject(), doc);
+  json hooks = json::array();
+  for (zta::GeListNode* h = doc.GetSceneHookListHead()->GetFirst(); h; h = h->GetNext())
+    hooks.push_back(NodeJson(*static_cast<BaseList2D*>(h), doc, false));
+  j["hooks"] = std::move(hooks);
+  return j;
+}
+
+void PlainNode(std::ostringstream& o, const json& j, int indent, const char* lead) {
+  o << std::string(size_t(indent), ' ') << lead << j["type_name"].get<std::string>() << " \""
+    << j["name"].get<std::string>() << "\" (" << j["type"].dump() << ")";
+  for (const auto& [id, value] : j["parameters"].items()) o << "  " << id << "=" << value.dump();
+  o << "\n";
+}
+
+void PlainObjects(std::ostringstream& o, const json& objects, int indent) {
+  for (const auto& j : objects) {
+    PlainNode(o, j, indent, "- ");
+    if (j.contains("tags"))
+      for (const auto& t : j["tags"]) PlainNode(o, t, indent + 4, "tag ");
+    if (j.contains("branches"))
+      for (const auto& b : j["branches"]) {
+        o << std::string(size_t(indent + 4), ' ') << "branch \"" << b["name"].get<std::string>() << "\"\n";
+        PlainObjects(o, b["objects"], indent + 6);
+      }
+    if (j.contains("children")) PlainObjects(o, j["children"], indent + 2);
+  }
+}
+
+std::string Plain(const json& j) {
+  std::ostringstream o;
+  const json& d = j["document"];
+  o << j["file"].get<std::string>() << "\n";
+  o << "  frame rate " << d["fps"].dump() << ", time " << d["time"].dump() << " s, range " << d["min_time"].dump()
+    << " s to " << d["max_time"].dump() << " s, unit " << d["unit"].get<std::string>() << " (scale "
+    << d["unit_scale"].dump() << ")\n";
+  PlainObjects(o, j["objects"], 0);
+  for (const auto& h : j["hooks"]) PlainNode(o, h, 0, "hook ");
+  return o.str();
+}
+
+std::unique_ptr<zta::BaseDocument> Load(const zvol::Context& ctx, const std::string& path) {
+  RequireNativeScene(path);
+  zvol::Step step(ctx, "read " + std::filesystem::path(path).filename().string());
+  return zvol::Take(zta::LoadDocument(path, ctx.thread));
+}
+
+zvol::VerbRun Setup(CLI::App& app) {
+  struct Options {
+    std::string scene;
+    bool json = false;
+    std::string input;
+    std::string output;
+  };
+  auto o = std::make_shared<Options>();
+  app.require_subcommand(1);
+  CLI::App* info = app.add_subcommand("info", "the tree of a scene: types, names, parameters that differ from their defaults");
+  info->add_option("scene", o->scene, "the scene file (.zscene)")->required();
+  info->add_flag("--json", o->json, "print one JSON object");
+  CLI::App* convert = app.add_subcommand("convert", "read a scene and write it again");
+  convert->add_option("input", o->input, "the scene file to read (.zscene)")->required();
+  convert->add_option("output", o->output, "the scene file to write (.zscene)")->required();
+
+  return [o, info, convert](const zvol::Context& ctx) {
+    if (info->parsed()) {
+      auto doc = Load(ctx, o->scene);
+      const json j = SceneJson(o->scene, *doc);
+      const std::string text = o->json ? j.dump(2) + "\n" : Plain(j);
+      std::fputs(text.c_str(), stdout);
+      return 0;
+    }
+    RequireNativeScene(o->output);
+    zvol::CheckOutputPath(o->output);
+    auto doc = Load(ctx, o->input);
+    {
+      zvol::Step step(ctx, "write " + std::filesystem::path(o->output).filename().string());
+      zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
+    }
+    ctx.Say("wrote " + o->output);
+    return 0;
+  };
+}
+
+}  // namespace
+
+ZVOL_VERB("scene", "read, describe and convert scene files", Setup);

@@ -1,0 +1,343 @@
+// Mesh files in through Assimp: every format it reads. The only translation
+// unit that includes Assimp, so that programs that only write meshes need not
+// link it.
+#include <assimp/Importer.hpp>
+#include <assimp/ProgressHandler.hpp>
+#include <assimp/scene.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+
+#include "host/core/format.h"
+#include "host/modeling/meshio.h"
+#include "host/objects/polygonobject.h"
+
+namespace zta {
+
+namespace {
+
+struct Failure : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+
+// Lets a stop request end a long import.
+class InterruptHandler : public Assimp::ProgressHandler {
+ public:
+  explicit InterruptHandler(ThreadRef thread) : thread_(std::move(thread)) {}
+  bool Update(float) override { return !(thread_ && thread_->TestBreak()); }
+
+ private:
+  ThreadRef thread_;
+};
+
+// ---- n-gons
+
+// Cuts a polygon of more than four corners into triangles by ear clipping in
+// the plane of its Newell normal, keeping the file's winding. A polygon too
+// twisted for that falls back to a fan.
+std::vector<std::array<uint32_t, 3>> Triangulate(const std::vector<uint32_t>& corners,
+                                                 const std::vector<Vector>& pos) {
+  const size_t n = corners.size();
+  Vector normal;
+  for (size_t i = 0; i < n; ++i) {
+    const Vector& a = pos[i];
+    const Vector& b = pos[(i + 1) % n];
+    normal += {(a.y - b.y) * (a.z + b.z), (a.z - b.z) * (a.x + b.x), (a.x - b.x) * (a.y + b.y)};
+  }
+  // Drop the dominant axis of the normal; flip so that the outline runs counter-clockwise.
+  int drop = 2;
+  if (std::abs(normal.x) >= std::abs(normal.y) && std::abs(normal.x) >= std::abs(normal.z)) drop = 0;
+  else if (std::abs(normal.y) >= std::abs(normal.z)) drop = 1;
+  const int u = drop == 0 ? 1 : 0, v = drop == 2 ? 1 : 2;
+  const double sign = normal[drop] >= 0.0 ? 1.0 : -1.0;
+  std::vector<std::array<double, 2>> p(n);
+  for (size_t i = 0; i < n; ++i) p[i] = {pos[i][u], pos[i][v] * (drop == 1 ? -sign : sign)};
+
+  auto cross = [&](size_t a, size_t b, size_t c) {
+    return (p[b][0] - p[a][0]) * (p[c][1] - p[a][1]) - (p[b][1] - p[a][1]) * (p[c][0] - p[a][0]);
+  };
+  std::vector<size_t> ring(n);
+  for (size_t i = 0; i < n; ++i) ring[i] = i;
+  std::vector<std::array<uint32_t, 3>> out;
+  out.reserve(n - 2);
+  while (ring.size() > 3) {
+    bool clipped = false;
+    for (size_t k = 0; k < ring.size() && !clipped; ++k) {
+      const size_t a = ring[(k + ring.size() - 1) % ring.size()], b = ring[k], c = ring[(k + 1) % ring.size()];
+      if (cross(a, b, c) <= 0.0) continue;  // reflex or flat corner
+      bool empty = true;
+      for (size_t o : ring) {
+        if (o == a || o == b || o == c) continue;
+        if (cross(a, b, o) >= 0.0 && cross(b, c, o) >= 0.0 && cross(c, a, o) >= 0.0) {
+          empty = false;
+          break;
+        }
+      }
+      if (!empty) continue;
+      out.push_back({corners[a], corners[b], corners[c]});
+      ring.erase(ring.begin() + std::ptrdiff_t(k));
+      clipped = true;
+    }
+    if (!clipped) break;
+  }
+  if (ring.size() == 3) {
+    out.push_back({corners[ring[0]], corners[ring[1]], corners[ring[2]]});
+    return out;
+  }
+  out.clear();
+  for (size_t i = 1; i + 1 < n; ++i) out.push_back({corners[0], corners[i], corners[i + 1]});
+  return out;
+}
+
+// ---- reading
+
+struct Instance {
+  const aiMesh* mesh;
+  aiMatrix4x4 transform;
+};
+
+std::vector<Instance> CollectInstances(const aiScene& scene) {
+  std::vector<Instance> out;
+  if (!scene.mRootNode) {
+    for (unsigned i = 0; i < scene.mNumMeshes; ++i) out.push_back({scene.mMeshes[i], aiMatrix4x4()});
+    return out;
+  }
+  std::vector<std::pair<const aiNode*, aiMatrix4x4>> stack{{scene.mRootNode, scene.mRootNode->mTransformation}};
+  while (!stack.empty()) {
+    auto [node, m] = stack.back();
+    stack.pop_back();
+    for (unsigned i = 0; i < node->mNumMeshes; ++i)
+      if (node->mMeshes[i] < scene.mNumMeshes) out.push_back({scene.mMeshes[node->mMeshes[i]], m});
+    for (unsigned i = node->mNumChildren; i-- > 0;)
+      stack.emplace_back(node->mChildren[i], m * node->mChildren[i]->mTransformation);
+  }
+  return out;
+}
+
+size_t PolygonCountOf(const aiFace& f) { return f.mNumIndices < 3 ? 0 : f.mNumIndices <= 4 ? 1 : f.mNumIndices - 2; }
+
+// Every corner of every polygon of one mesh must be one of its points; the
+// count of polygons of three or more corners names the culprit.
+void CheckFaces(const aiMesh& mesh, const std::string& where) {
+  size_t polygon = 0;
+  for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+    const aiFace& face = mesh.mFaces[f];
+    if (face.mNumIndices < 3) continue;
+    unsigned largest = 0;
+    bool bad = false;
+    for (unsigned k = 0; k < face.mNumIndices; ++k) {
+      largest = std::max(largest, face.mIndices[k]);
+      bad = bad || face.mIndices[k] >= mesh.mNumVertices;
+    }
+    if (bad) throw Failure(where + ": " + FormatString("Index @ of polygon @ is out of bounds", largest, polygon));
+    ++polygon;
+  }
+}
+
+// ---- the frame a file states
+
+const aiMetadataEntry* FindMeta(const aiMetadata* md, const char* key) {
+  if (!md) return nullptr;
+  for (unsigned i = 0; i < md->mNumProperties; ++i)
+    if (md->mKeys[i] == aiString(key)) return &md->mValues[i];
+  return nullptr;
+}
+
+bool MetaNumber(const aiMetadata* md, const char* key, double& out) {
+  const aiMetadataEntry* e = FindMeta(md, key);
+  if (!e || !e->mData) return false;
+  switch (e->mType) {
+    case AI_BOOL: out = *static_cast<const bool*>(e->mData) ? 1.0 : 0.0; return true;
+    case AI_INT32: out = *static_cast<const int32_t*>(e->mData); return true;
+    case AI_UINT64: out = double(*static_cast<const uint64_t*>(e->mData)); return true;
+    case AI_FLOAT: out = *static_cast<const float*>(e->mData); return true;
+    case AI_DOUBLE: out = *static_cast<const double*>(e->mData); return true;
+    default: return false;
+  }
+}
+
+std::string MetaString(const aiMetadata* md, const char* key) {
+  const aiMetadataEntry* e = FindMeta(md, key);
+  if (!e || !e->mData || e->mType != AI_AISTRING) return {};
+  return static_cast<const aiString*>(e->mData)->C_Str();
+}
+
+enum class SOURCE { OTHER, GLTF, FBX, COLLADA };
+
+SOURCE SourceOf(const aiScene& scene, const std::string& ext) {
+  const std::string format = MetaString(scene.mMetaData, "SourceAsset_Format");
+  if (format.find("glTF") != std::string::npos || ext == ".gltf" || ext == ".glb") return SOURCE::GLTF;
+  if (format.find("FBX") != std::string::npos || ext == ".fbx") return SOURCE::FBX;
+  if (format.find("Collada") != std::string::npos || ext == ".dae" || ext == ".zae") return SOURCE::COLLADA;
+  return SOURCE::OTHER;
+}
+
+// The map from the file's axes to upright ones (y up, z towards the viewer)
+// that an FBX file's axis system asks for; the identity when it names none or
+// names no permutation of the three axes. Assimp hands FBX axes on untouched,
+// while it turns Collada upright itself and glTF is upright by definition.
+aiMatrix4x4 FbxAxes(const aiMetadata* md, std::string& upAxis) {
+  double up, upSign, front, frontSign, coord, coordSign;
+  if (!MetaNumber(md, "UpAxis", up) || !MetaNumber(md, "UpAxisSign", upSign) || !MetaNumber(md, "FrontAxis", front) ||
+      !MetaNumber(md, "FrontAxisSign", frontSign) || !MetaNumber(md, "CoordAxis", coord) ||
+      !MetaNumber(md, "CoordAxisSign", coordSign))
+    return aiMatrix4x4();
+  const std::set<int> axes{int(up), int(front), int(coord)};
+  const bool valid = axes == std::set<int>{0, 1, 2} && std::abs(upSign) == 1.0 && std::abs(frontSign) == 1.0 &&
+                     std::abs(coordSign) == 1.0;
+  if (!valid) return aiMatrix4x4();
+  upAxis = std::string(upSign < 0 ? "-" : "+") + "XYZ"[int(up)];
+  aiMatrix4x4 m;
+  for (int c = 0; c < 3; ++c) m[0][c] = m[1][c] = m[2][c] = 0.0f;
+  m[0][int(coord)] = float(coordSign);
+  m[1][int(up)] = float(upSign);
+  m[2][int(front)] = float(frontSign);
+  return m;
+}
+
+// The transform from the importer's positions to upright ones in the unit the
+// caller asks for.
+aiMatrix4x4 StatedFrame(const aiScene& scene, const std::string& ext, const MeshReadOptions& options,
+                        MeshFileInfo& info) {
+  info.format = MetaString(scene.mMetaData, "SourceAsset_Format");
+  aiMatrix4x4 axes;
+  switch (SourceOf(scene, ext)) {
+    case SOURCE::GLTF:
+      info.unitMeters = 1.0;
+      info.upAxis = "+Y";
+      break;
+    case SOURCE::COLLADA:
+      // Assimp has applied the file's <unit> and <up_axis> already.
+      info.unitMeters = 1.0;
+      break;
+    case SOURCE::FBX: {
+      // FBX counts its unit in centimetres; a file without one is in centimetres.
+      double cm = 1.0;
+      if (!MetaNumber(scene.mMetaData, "UnitScaleFactor", cm) || !(cm > 0.0) || !std::isfinite(cm)) cm = 1.0;
+      info.unitMeters = cm * 0.01;
+      axes = FbxAxes(scene.mMetaData, info.upAxis);
+      break;
+    }
+    case SOURCE::OTHER: break;
+  }
+  info.scale = info.unitMeters > 0.0 ? info.unitMeters / options.unitMeters : 1.0;
+  aiMatrix4x4 scale;
+  aiMatrix4x4::Scaling(aiVector3D(ai_real(info.scale)), scale);
+  return scale * axes;
+}
+
+}  // namespace
+
+bool IsReadableMeshFile(const String& path) {
+  static const std::set<std::string> extensions = [] {
+    std::string list;
+    Assimp::Importer().GetExtensionList(list);
+    std::set<std::string> out;
+    // "*.3ds;*.fbx;..."
+    for (size_t at = 0; at < list.size();) {
+      size_t end = list.find(';', at);
+      if (end == std::string::npos) end = list.size();
+      std::string e = list.substr(at, end - at);
+      if (e.rfind("*", 0) == 0) e.erase(0, 1);
+      if (!e.empty()) out.insert(e);
+      at = end + 1;
+    }
+    return out;
+  }();
+  return extensions.count(MeshFileExtension(path)) > 0;
+}
+
+Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const ThreadRef& thread,
+                                                    const MeshReadOptions& options, MeshFileInfo* infoOut) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return IoError("File could not be found: " + path);
+  if (!IsReadableMeshFile(path)) return IllegalArgumentError(path + ": not a mesh format that can be read");
+  if (!(options.unitMeters > 0.0) || !std::isfinite(options.unitMeters))
+    return IllegalArgumentError(FormatString("@ metres is no unit", options.unitMeters));
+
+  try {
+    Assimp::Importer importer;
+    importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it
+    // No post-processing: quads stay quads, and points are taken as the file has them.
+    const aiScene* scene = importer.ReadFile(path, 0);
+    if (thread && thread->TestBreak()) return IllegalStateError("interrupted");
+    if (!scene) return IoError("could not read " + path + ": " + importer.GetErrorString());
+
+    MeshFileInfo info;
+    const aiMatrix4x4 frame = StatedFrame(*scene, MeshFileExtension(path), options, info);
+    std::vector<Instance> instances = CollectInstances(*scene);
+    size_t pointCount = 0, polygonCount = 0;
+    for (Instance& in : instances) {
+      const aiMesh& mesh = *in.mesh;
+      CheckFaces(mesh, instances.size() > 1 ? path + " (mesh \"" + std::string(mesh.mName.C_Str()) + "\")" : path);
+      pointCount += mesh.mNumVertices;
+      for (unsigned f = 0; f < mesh.mNumFaces; ++f) polygonCount += PolygonCountOf(mesh.mFaces[f]);
+      in.transform = frame * in.transform;
+    }
+    constexpr size_t kMax = size_t(std::numeric_limits<Int32>::max());
+    if (pointCount > kMax || polygonCount > kMax)
+      return IllegalArgumentError(path + ": too many points or polygons for one object");
+    auto op = PolygonObject::Alloc(Int32(pointCount), Int32(polygonCount));
+    if (!op) return OutOfMemoryError("out of memory reading " + path);
+
+    Vector* points = op->GetPointW();
+    CPolygon* polygons = op->GetPolygonW();
+    size_t base = 0, out = 0;
+    std::vector<uint32_t> corners;
+    std::vector<Vector> cornerPos;
+    for (const Instance& in : instances) {
+      const aiMesh& mesh = *in.mesh;
+      const bool identity = in.transform.IsIdentity();
+      for (unsigned i = 0; i < mesh.mNumVertices; ++i) {
+        const aiVector3D p = identity ? mesh.mVertices[i] : in.transform * mesh.mVertices[i];
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+          return IllegalArgumentError(FormatString("@: point @ is not a finite position", path, base + i));
+        // The scene mirrors the file's third axis.
+        points[base + i] = Vector(double(p.x), double(p.y), -double(p.z));
+      }
+      // The mirror turns the winding; a transform that mirrors by itself (a
+      // negative scale, a left-handed axis system) turns it back.
+      const bool reverse = in.transform.Determinant() >= 0.0f;
+      auto emit = [&](Int32 a, Int32 b, Int32 c) {
+        polygons[out++] = reverse ? CPolygon(a, c, b) : CPolygon(a, b, c);
+      };
+      const Int32 b = Int32(base);
+      for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        const unsigned* i = face.mIndices;
+        // A reversed quad keeps its first corner and so its diagonal.
+        if (face.mNumIndices == 3) {
+          emit(b + Int32(i[0]), b + Int32(i[1]), b + Int32(i[2]));
+        } else if (face.mNumIndices == 4) {
+          polygons[out++] = reverse ? CPolygon(b + Int32(i[0]), b + Int32(i[3]), b + Int32(i[2]), b + Int32(i[1]))
+                                    : CPolygon(b + Int32(i[0]), b + Int32(i[1]), b + Int32(i[2]), b + Int32(i[3]));
+        } else if (face.mNumIndices > 4) {
+          corners.assign(i, i + face.mNumIndices);
+          cornerPos.clear();
+          for (uint32_t c : corners) {
+            const aiVector3D& v = mesh.mVertices[c];
+            cornerPos.emplace_back(v.x, v.y, v.z);
+          }
+          for (const auto& t : Triangulate(corners, cornerPos)) emit(b + Int32(t[0]), b + Int32(t[1]), b + Int32(t[2]));
+        }
+      }
+      base += mesh.mNumVertices;
+    }
+    op->SetDirty(DIRTYFLAGS_DATA);
+    if (infoOut) *infoOut = info;
+    return op;
+  } catch (const Failure& f) {
+    return IllegalArgumentError(f.what());
+  } catch (const std::bad_alloc&) {
+    return OutOfMemoryError("out of memory reading " + path);
+  }
+}
+
+}  // namespace zta

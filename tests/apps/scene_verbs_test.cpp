@@ -1,0 +1,126 @@
+// zvol scene info and convert on native scene files, and the errors of
+// damaged ones.
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include <filesystem>
+#include <fstream>
+
+#include "host/objects/phongtag.h"
+#include "host/objects/primitives.h"
+#include "host/scene/basedocument.h"
+#include "host/scene/scenefile.h"
+#include "support/run.h"
+#include "support/verbs.h"
+
+using nlohmann::json;
+using zvtest::Zvol;
+
+namespace {
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+// A group with a sphere of radius 42 (one changed parameter) that links to a
+// cube, a Phong tag on the sphere, at 25 frames a second.
+void MakeScene(const std::string& path) {
+  auto doc = zta::BaseDocument::Alloc();
+  doc->SetFps(25);
+  auto group = zta::BaseObject::Alloc(zta::HOST_TYPE_NULL);
+  group->SetName("group");
+  auto sphere = zta::BaseObject::Alloc(zta::HOST_TYPE_SPHERE);
+  sphere->SetName("ball");
+  sphere->GetDataInstance()->SetFloat(zta::PRIM_SPHERE_RAD, 42.0);
+  sphere->InsertTag(zta::PhongTag::Alloc().release());
+  auto cube = zta::BaseObject::Alloc(zta::HOST_TYPE_CUBE);
+  cube->SetName("box");
+  sphere->GetDataInstance()->SetLink(5000, cube.get());
+  zta::BaseObject* g = group.release();
+  g->InsertUnderLast(doc->GetObjectListHead());
+  sphere.release()->InsertUnderLast(g);
+  cube.release()->InsertUnderLast(g);
+  auto saved = zta::SaveDocument(doc.get(), path);
+  ASSERT_TRUE(saved) << saved.GetError().GetMessage();
+}
+
+}  // namespace
+
+TEST(SceneVerb, InfoShowsTheTreeAndChangedParameters) {
+  zvtest::Files f;
+  MakeScene(f("s.zscene"));
+  auto r = Zvol({"scene", "info", f("s.zscene"), "--json"});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const json j = json::parse(r.out);
+  EXPECT_EQ(j["document"]["fps"], 25);
+  EXPECT_EQ(j["document"]["unit"], "cm");
+  ASSERT_EQ(j["objects"].size(), 1u);
+  const json& group = j["objects"][0];
+  EXPECT_EQ(group["type_name"], "Null");
+  EXPECT_EQ(group["name"], "group");
+  EXPECT_TRUE(group["parameters"].empty());
+  ASSERT_EQ(group["children"].size(), 2u);
+  const json& ball = group["children"][0];
+  EXPECT_EQ(ball["type"], zta::HOST_TYPE_SPHERE);
+  EXPECT_EQ(ball["name"], "ball");
+  // Only what differs from a new sphere: the radius, and the link by path.
+  EXPECT_EQ(ball["parameters"].size(), 2u) << ball.dump();
+  EXPECT_EQ(ball["parameters"]["1110"], 42.0);
+  EXPECT_EQ(ball["parameters"]["5000"]["link"], "group/box");
+  EXPECT_EQ(ball["tags"][0]["type_name"], "Phong");
+  EXPECT_EQ(group["children"][1]["name"], "box");
+
+  auto plain = Zvol({"scene", "info", f("s.zscene")});
+  ASSERT_EQ(plain.status, 0) << plain.err;
+  EXPECT_NE(plain.out.find("frame rate 25"), std::string::npos) << plain.out;
+  EXPECT_NE(plain.out.find("  - Sphere \"ball\" (5160)  1110=42.0"), std::string::npos) << plain.out;
+}
+
+TEST(SceneVerb, ConvertRewritesTheSameScene) {
+  zvtest::Files f;
+  MakeScene(f("a.zscene"));
+  zvtest::ExpectOk(Zvol({"scene", "convert", f("a.zscene"), f("b.zscene")}));
+  EXPECT_EQ(Slurp(f("b.zscene")), Slurp(f("a.zscene")));
+  // Over an existing file too.
+  zvtest::ExpectOk(Zvol({"scene", "convert", f("b.zscene"), f("a.zscene")}));
+  EXPECT_EQ(Slurp(f("b.zscene")), Slurp(f("a.zscene")));
+}
+
+TEST(SceneVerb, DamagedScenesGiveOneErrorAndLeaveTheOutput) {
+  zvtest::Files f;
+  MakeScene(f("good.zscene"));
+  const std::string good = Slurp(f("good.zscene"));
+  std::ofstream(f("cut.zscene"), std::ios::binary) << good.substr(0, good.size() / 2);
+  std::string newer = good;
+  newer[8] = 3;
+  std::ofstream(f("newer.zscene"), std::ios::binary) << newer;
+  std::ofstream(f("text.zscene")) << "not a scene\n";
+  std::ofstream(f("out.zscene")) << "keep";
+
+  auto cut = Zvol({"scene", "convert", f("cut.zscene"), f("out.zscene")});
+  EXPECT_EQ(cut.status, 1);
+  EXPECT_EQ(cut.err.rfind("error: " + f("cut.zscene") + ": byte ", 0), 0u) << cut.err;
+  EXPECT_NE(cut.err.find("truncated"), std::string::npos) << cut.err;
+  EXPECT_EQ(std::count(cut.err.begin(), cut.err.end(), '\n'), 1);
+  EXPECT_EQ(Slurp(f("out.zscene")), "keep");
+
+  auto version = Zvol({"scene", "info", f("newer.zscene")});
+  EXPECT_EQ(version.err, "error: " + f("newer.zscene") +
+                             ": byte 8: scene file format version 3 is newer than this program reads (1)\n");
+  EXPECT_EQ(version.status, 1);
+  auto text = Zvol({"scene", "info", f("text.zscene")});
+  EXPECT_EQ(text.status, 1);
+  EXPECT_NE(text.err.find("not a scene file"), std::string::npos) << text.err;
+  auto missing = Zvol({"scene", "info", f("none.zscene")});
+  EXPECT_EQ(missing.err, "error: File could not be found: " + f("none.zscene") + "\n");
+
+  // JSON scenes come later; other files are a usage error.
+  auto asJson = Zvol({"scene", "convert", f("good.zscene"), f("out.json")});
+  EXPECT_EQ(asJson.status, 1);
+  EXPECT_NE(asJson.err.find("JSON form of scenes is not supported yet"), std::string::npos) << asJson.err;
+  EXPECT_EQ(Zvol({"scene", "info", f("x.obj")}).status, 2);
+  auto folder = Zvol({"scene", "convert", f("good.zscene"), f("none/out.zscene")});
+  EXPECT_EQ(folder.status, 1);
+  EXPECT_NE(folder.err.find("does not exist"), std::string::npos) << folder.err;
+}
