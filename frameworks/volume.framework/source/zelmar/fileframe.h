@@ -12,7 +12,7 @@
 
 namespace zelmar {
 
-class FileFrameInterface {
+class ZELMAR_API FileFrameInterface {
  public:
   FileFrameInterface() = delete;
 

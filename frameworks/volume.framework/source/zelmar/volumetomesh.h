@@ -9,6 +9,6 @@
 
 namespace zelmar {
 
-Result<std::unique_ptr<zta::PolygonObject>> VolumeToMeshReleasing(Volume&& volume, double iso, double adaptiveValue);
+ZELMAR_API Result<std::unique_ptr<zta::PolygonObject>> VolumeToMeshReleasing(Volume&& volume, double iso, double adaptiveValue);
 
 }  // namespace zelmar
