@@ -208,7 +208,7 @@ BaseObject* Add(BaseDocument* doc, std::unique_ptr<BaseObject> op, const char* n
   BaseObject* p = op.release();
   p->SetName(name);
   if (parent) p->InsertUnderLast(parent);
-  else doc->InsertObject(p, nullptr, doc->GetFirstObject() ? static_cast<BaseObject*>(doc->GetObjectListHead()->GetLast()) : nullptr);
+  else doc->InsertObject(p, nullptr, doc->GetFirstObject() ? static_cast<BaseObject*>(doc->GetObjectListHead()->GetDownLast()) : nullptr);
   return p;
 }
 
@@ -324,7 +324,7 @@ std::unique_ptr<BaseDocument> MakeScene() {
   member->SetName("member");
   member->GetDataInstance()->SetLink(1, sphereOp);
   BaseObject* memberOp = member.get();
-  setData->Head()->InsertLast(member.release());
+  member.release()->InsertUnderLast(setData->Head());
   auto nested = BaseObject::Alloc(HOST_TYPE_CUBE);
   nested->SetName("nested");
   nested->InsertUnderLast(memberOp);
