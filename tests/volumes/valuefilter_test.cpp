@@ -127,6 +127,8 @@ TEST(ValueFilter, NeighbourhoodFiltersSpreadAndOffset) {
   // A spike of 1 in a block of active zeros.
   FloatGrid::Ptr g = FloatGrid::create(0.0f);
   g->tree().fill(openvdb::CoordBBox(Coord(-8), Coord(8)), 0.0f, true);
+  // Voxels throughout: tiles are left as they stand and would swallow what spreads into them.
+  g->tree().voxelizeActiveTiles();
   g->tree().setValue(Coord(0), 1.0f);
   const Volume spike = *MakeVolume(g);
 
