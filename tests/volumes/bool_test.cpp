@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "combine_fixtures.h"
+#include "zelmar/releasing.h"
 
 using namespace zelmar;
 using zvtest::TakeFingerprint;
@@ -106,6 +107,39 @@ TEST(BoolVolumes, EqualFramesLeaveBothInputsUnchanged) {
   ASSERT_TRUE(none);
   EXPECT_NE(VolumeImpl::GetGrid(*none), VolumeImpl::GetGrid(a));
   EXPECT_EQ(TakeFingerprint(*none).valueSum, beforeA.valueSum);
+}
+
+TEST(BoolVolumes, ReleasingGivesTheSameVoxelsAndUsesUpOnlyWhatNobodyShares) {
+  for (BOOLTYPE type : {BOOLTYPE::UNION, BOOLTYPE::DIFFERENCE, BOOLTYPE::INTERSECTION}) {
+    for (double voxelB : {0.05, 0.04}) {  // equal frames, then one to resample
+      const Volume a = Sphere(1.0, {0.0, 0.0, 0.0}, 0.05);
+      const Volume b = Sphere(0.8, {0.7, 0.0, 0.0}, voxelB);
+      auto plain = Tools::BoolVolumes(a, b, type);
+      ASSERT_TRUE(plain);
+      const auto expected = TakeFingerprint(*plain);
+
+      // Sole holders: the first grid itself becomes the result.
+      Volume ownA = Sphere(1.0, {0.0, 0.0, 0.0}, 0.05), ownB = Sphere(0.8, {0.7, 0.0, 0.0}, voxelB);
+      const void* gridA = VolumeImpl::GetGrid(ownA).get();
+      auto used = BoolVolumesReleasing(std::move(ownA), std::move(ownB), type, nullptr);
+      ASSERT_TRUE(used);
+      EXPECT_EQ(VolumeImpl::GetGrid(*used).get(), gridA);
+      auto got = TakeFingerprint(*used);
+      got.grid = expected.grid;
+      EXPECT_EQ(got, expected) << int(type) << " " << voxelB;
+
+      // Volumes someone else still holds are only read.
+      const auto beforeA = TakeFingerprint(a), beforeB = TakeFingerprint(b);
+      Volume keptA = a, keptB = b;
+      auto read = BoolVolumesReleasing(std::move(keptA), std::move(keptB), type, nullptr);
+      ASSERT_TRUE(read);
+      EXPECT_EQ(TakeFingerprint(a), beforeA);
+      EXPECT_EQ(TakeFingerprint(b), beforeB);
+      got = TakeFingerprint(*read);
+      got.grid = expected.grid;
+      EXPECT_EQ(got, expected);
+    }
+  }
 }
 
 TEST(BoolVolumes, EmptyInputShareAGridWithoutResampling) {

@@ -10,7 +10,7 @@
 #include "host/objects/polygonobject.h"
 #include "host/objects/uvwtag.h"
 #include "modules/volumes/source/volume_impl.h"
-#include "zelmar/volumetomesh.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <map>
 
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
 
@@ -32,7 +33,7 @@ zvol::VerbRun Setup(CLI::App& app) {
   return [o](const zvol::Context& ctx) {
     if (o->inputs.size() < 2) throw CLI::ValidationError("inputs", "bool needs at least two files");
     const zvol::Frame frame = zvol::PointwiseFrame(o->inputs, /*pairsByIndex=*/false);
-    const std::vector<zelmar::Volume> volumes = zvol::LoadVolumes(ctx, o->inputs, frame);
+    std::vector<zelmar::Volume> volumes = zvol::LoadVolumes(ctx, o->inputs, frame);
     for (size_t i = 0; i < volumes.size(); ++i) {
       const zelmar::Volume& v = volumes[i];
       // The operator gives nothing for these, silently; a person is told why.
@@ -42,10 +43,11 @@ zvol::VerbRun Setup(CLI::App& app) {
     }
     const BOOLTYPE type = kOperations.at(o->operation);
     zvol::Progress progress(ctx, o->operation);
-    zelmar::Volume result = volumes.front();
+    // Each input is read for this fold alone: the first grid becomes the result.
+    zelmar::Volume result = std::move(volumes.front());
     for (size_t i = 1; i < volumes.size(); ++i) {
       zvol::Step step(ctx, o->operation + " " + std::filesystem::path(o->inputs[i]).filename().string());
-      result = zvol::Take(zelmar::VolumeToolsInterface::BoolVolumes(result, volumes[i], type, ctx.thread));
+      result = zvol::Take(zelmar::BoolVolumesReleasing(std::move(result), std::move(volumes[i]), type, ctx.thread));
       ctx.CheckInterrupted();
       progress.Set(double(i) / double(volumes.size() - 1));
     }

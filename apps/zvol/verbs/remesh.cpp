@@ -4,7 +4,7 @@
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
-#include "zelmar/volumetomesh.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
 

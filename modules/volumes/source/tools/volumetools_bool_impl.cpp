@@ -9,6 +9,7 @@
 
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -56,10 +57,19 @@ void RunBool(BOOLTYPE type, openvdb::FloatTree& a, TreeB& b) {
   }
 }
 
-}  // namespace
+// Whether `volume` is all that holds its grid and the grid all that holds its
+// tree, so that the tree may be used up.
+bool SoleHolder(const Volume& volume) {
+  if (!volume.GetImpl() || volume.GetImplRef().use_count() != 1) return false;
+  const openvdb::GridBase::Ptr& grid = volume.GetImpl()->grid;
+  // baseTreePtr hands out one more reference of its own.
+  return grid && grid.use_count() == 1 && grid->baseTreePtr().use_count() == 2;
+}
 
-Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const Volume& volumeTwo, BOOLTYPE type,
-                                                 const ThreadRef& thread) {
+// BoolVolumes; `consumeOne` and `consumeTwo` say that the grids of those
+// volumes are nobody else's and may be used up.
+Result<Volume> Bool(const Volume& volumeOne, const Volume& volumeTwo, BOOLTYPE type, const ThreadRef& thread,
+                    bool consumeOne, bool consumeTwo) {
   if (!volumeOne.GetImpl() || !volumeTwo.GetImpl()) return zta::IllegalArgumentError("passed volumes were not initialized");
   if (volumeOne.GetGridType() != GRIDTYPE::FLOAT || volumeTwo.GetGridType() != GRIDTYPE::FLOAT ||
       volumeOne.GetGridClass() != GRIDCLASS::SDF || volumeTwo.GetGridClass() != GRIDCLASS::SDF)
@@ -91,12 +101,13 @@ Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const 
   const auto map = gridOne->transform().baseMap();
   const auto affine = map ? map->getAffineMap() : nullptr;
   if (!affine) return zta::IllegalStateError("volume has no grid attached or transform is illegal");
-  auto resampled = ResampleVolume(volumeTwo, FromMat4d(affine->getMat4()), RESAMPLEINTERPOLATIONTYPE::QUADRATIC, thread);
+  auto resampled = VolumeToolsInterface::ResampleVolume(volumeTwo, FromMat4d(affine->getMat4()), RESAMPLEINTERPOLATIONTYPE::QUADRATIC, thread);
   if (!resampled) return resampled.GetError();
 
   openvdb::FloatGrid::Ptr result;
   try {
-    result = floatOne->deepCopy();
+    if (consumeOne) result = openvdb::gridPtrCast<openvdb::FloatGrid>(gridOne);
+    else result = floatOne->deepCopy();
   } catch (const std::bad_alloc&) {
     return zta::OutOfMemoryError();
   } catch (...) {
@@ -113,7 +124,8 @@ Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const 
     if (!other) return zta::UnexpectedError("bool on two grids failed");
     // A resampled grid is ours to consume; one still shared with an input
     // (equal transforms) is only read.
-    if (resampledGrid == gridOne || resampledGrid == gridTwo)
+    const bool shared = resampledGrid == gridOne || (resampledGrid == gridTwo && !consumeTwo);
+    if (shared)
       RunBool<openvdb::DeepCopy>(type, result->tree(), std::as_const(other->tree()));
     else
       RunBool<openvdb::Steal>(type, result->tree(), other->tree());
@@ -123,6 +135,18 @@ Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const 
     return zta::UnexpectedError("bool on two grids failed");
   }
   return MakeVolume(result);
+}
+
+}  // namespace
+
+Result<Volume> VolumeToolsInterface::BoolVolumes(const Volume& volumeOne, const Volume& volumeTwo, BOOLTYPE type,
+                                                 const ThreadRef& thread) {
+  return Bool(volumeOne, volumeTwo, type, thread, false, false);
+}
+
+Result<Volume> BoolVolumesReleasing(Volume&& volumeOne, Volume&& volumeTwo, BOOLTYPE type, const ThreadRef& thread) {
+  const Volume one = std::move(volumeOne), two = std::move(volumeTwo);
+  return Bool(one, two, type, thread, SoleHolder(one), SoleHolder(two));
 }
 
 }  // namespace zelmar

@@ -18,7 +18,7 @@
 #include "host/ui/parallel.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/volume_impl.h"
-#include "zelmar/volumetomesh.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
