@@ -560,6 +560,11 @@ zta::Result<VolumeSaveHookInterface*> VolumeObjectData::GetSaveHook(zta::BaseObj
 }
 
 zta::Result<void> VolumeObjectData::RegisterWithHook(zta::BaseObject* op, zta::BaseDocument* doc, Url& url) {
+  // A document without the save hook (its plug-in is not there) takes the
+  // file as it stands, so that files can be set and saved by hand; the hook,
+  // once there, registers the file at the object's next execution, which
+  // alone insists on the connection.
+  if (!doc || !doc->FindSceneHook(ID_VOLUMESAVEHOOK)) return zta::OK();
   auto hook = GetSaveHook(op, doc);
   if (!hook) return hook.GetError();
   return (*hook)->RegisterVolumeFile(op, url);
