@@ -1,5 +1,6 @@
 #include "modules/volumes/source/objects/volumeobject.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <filesystem>
@@ -91,6 +92,23 @@ zta::Vector ReadScale(zta::BaseObject* op) {
   zta::GeData value;
   if (!zta::GetParameter(op, zta::DescID(zta::ID_BASEOBJECT_ABS_SCALE), value)) return op->GetScale();
   return value.GetVector();
+}
+
+// Scales and matrices read back from an object carry rounding from the matrix
+// they are kept in; what differs by less is taken as unchanged.
+bool Differs(double a, double b) { return std::abs(a - b) > 1e-9 * std::max({1.0, std::abs(a), std::abs(b)}); }
+
+bool Differs(const zta::Vector& a, const zta::Vector& b) {
+  return Differs(a.x, b.x) || Differs(a.y, b.y) || Differs(a.z, b.z);
+}
+
+bool MatrixDiffers(const zta::Matrix& a, const zta::Matrix& b) {
+  const zta::Vector* x[4] = {&a.off, &a.v1, &a.v2, &a.v3};
+  const zta::Vector* y[4] = {&b.off, &b.v1, &b.v2, &b.v3};
+  for (int i = 0; i < 4; ++i)
+    for (int k = 0; k < 3; ++k)
+      if (std::abs((*x[i])[k] - (*y[i])[k]) > 1e-10) return true;
+  return false;
 }
 
 bool IsScaleId(zta::Int32 id) { return id == zta::ID_BASEOBJECT_REL_SCALE || id == zta::ID_BASEOBJECT_ABS_SCALE; }
@@ -278,7 +296,7 @@ zta::EXECUTIONRESULT VolumeObjectData::ExecuteObject(zta::BaseObject* op, zta::B
 
   if (priority == kPriorityScale) {
     const zta::Vector scale = ReadScale(op);
-    if (scale != lastScale_) {
+    if (Differs(scale, lastScale_)) {
       if (lastScale_ != zta::Vector(0.0) && volume_.HasGrid() && volume_.GetGridClass() == GRIDCLASS::SDF)
         EnforceUniformScale(op);
       else
@@ -427,7 +445,8 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
             RefreshInfo(op);
           }
         }
-        SyncMatrixFromGrid(op);
+        // Without a grid there is nothing to stand by: the saved matrix stays.
+        if (volume_.HasGrid()) SyncMatrixFromGrid(op);
       } else if ((info->type == zta::DOCUMENTINFO_TYPE_SAVE_BEFORE ||
                   info->type == zta::DOCUMENTINFO_TYPE_SAVEAS_BEFORE) &&
                  info->subType == zta::DOCUMENTINFO_SUBTYPE_SCENEFILE && !inSet) {
@@ -597,7 +616,7 @@ void VolumeObjectData::RefreshInfo(zta::BaseObject* op) const {
 bool VolumeObjectData::ApplyMatrixToGrid(zta::BaseObject* op) {
   if (!op) return false;
   const zta::Matrix mg = op->GetMg();
-  const bool moved = mg != lastMatrix_;
+  const bool moved = MatrixDiffers(mg, lastMatrix_);
   lastMatrix_ = mg;
   if (!volume_.HasGrid()) return false;
   // Copies of the object hold the same volume: this one takes a volume of
@@ -613,15 +632,7 @@ bool VolumeObjectData::ApplyMatrixToGrid(zta::BaseObject* op) {
 }
 
 void VolumeObjectData::SyncMatrixToGrid(zta::BaseObject* op) {
-  if (!op) return;
-  const zta::Matrix mg = op->GetMg();
-  const zta::Vector* a[4] = {&mg.off, &mg.v1, &mg.v2, &mg.v3};
-  const zta::Vector* b[4] = {&lastMatrix_.off, &lastMatrix_.v1, &lastMatrix_.v2, &lastMatrix_.v3};
-  bool differs = false;
-  for (int i = 0; i < 4 && !differs; ++i)
-    for (int k = 0; k < 3; ++k)
-      if (std::abs((*a[i])[k] - (*b[i])[k]) > 1e-10) differs = true;
-  if (differs) ApplyMatrixToGrid(op);
+  if (op && MatrixDiffers(op->GetMg(), lastMatrix_)) ApplyMatrixToGrid(op);
 }
 
 void VolumeObjectData::SyncMatrixFromGrid(zta::BaseObject* op) const {
@@ -637,7 +648,7 @@ void VolumeObjectData::EnforceUniformScale(zta::BaseObject* op) {
   int changed = 0;
   zta::Int32 last = -1;
   for (int i = 0; i < 3; ++i) {
-    if (scale[i] != lastScale_[i]) {
+    if (Differs(scale[i], lastScale_[i])) {
       ++changed;
       last = i;
     }
