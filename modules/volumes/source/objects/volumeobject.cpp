@@ -468,6 +468,7 @@ bool VolumeObjectData::SaveButton(zta::BaseObject* op, zta::BaseDocument* doc) {
   if (!volume_.HasGrid()) return true;
   volume_.SetGridName(op->GetName());
   zta::BaseContainer* bc = op->GetDataInstance();
+  // Stamped as the save hook stamps its files, so that the hook knows the file for this scene's own.
   DataDictionary metadata;
   if (doc && !doc->GetDocumentPath().empty()) metadata.Set(kSourceSceneKey, doc->GetDocumentName());
 
