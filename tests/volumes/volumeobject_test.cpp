@@ -19,6 +19,7 @@
 #include "host/scene/parameters.h"
 #include "host/scene/plugins.h"
 #include "host/scene/scenefile.h"
+#include "host/ui/dialogs.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "support/expect.h"
@@ -314,6 +315,41 @@ TEST(VolumeObject, SaveAndReloadButtonsFollowTheFileAndChanges) {
   WriteVdb(path, {Sphere(1.5)});
   ASSERT_TRUE(zta::PressButton(op, zta::DescID(VOLUMEOBJECT_RELOAD)));
   EXPECT_EQ(DataOf(op)->GetVolume().GetActiveVoxelCount(), Sphere(1.5).GetActiveVoxelCount());
+}
+
+TEST(VolumeObject, SaveWritesANewFileIntoVolOrWhereTheDialogSays) {
+  const std::filesystem::path dir = zvtest::TempDir();
+  auto doc = zta::AllocDocument();
+  doc->SetDocumentPath(dir.string());
+  doc->SetDocumentName("scene.zscene");
+  zta::BaseObject* op = Insert(*doc, Sphere(1.0), "Smoke");
+  ASSERT_TRUE(zta::PressButton(op, zta::DescID(VOLUMEOBJECT_SAVE)));
+  const std::filesystem::path written = dir / "vol" / "Smoke.vdb";
+  ASSERT_TRUE(std::filesystem::is_regular_file(written));
+  EXPECT_EQ(op->GetDataInstance()->GetString(VOLUMEOBJECT_FILE), "Smoke.vdb");
+  EXPECT_TRUE(DataOf(op)->IsFileFound());
+  EXPECT_FALSE(Enabled(op, VOLUMEOBJECT_SAVE));
+  auto meta = VolumeToolsInterface::GetMetaDataFromFile(Url::FromSystemPath(written.string()));
+  ASSERT_TRUE(meta.IsOk());
+  std::string source;
+  for (const DataDictionary& entry : *meta)
+    if (const auto* text = entry.Get("source_zta_file").TryGet<std::string>()) source = *text;
+  EXPECT_EQ(source, "scene.zscene");
+
+  // Without a scene folder the press waits for the execution pass, which asks for a file once.
+  auto loose = zta::AllocDocument();
+  zta::BaseObject* other = Insert(*loose, Sphere(1.0), "Loose");
+  const std::string asked = (dir / "asked.vdb").string();
+  zta::SetDialogPolicy(zta::DIALOGPOLICY::ALWAYS_YES);
+  zta::SetSaveFileAnswer(asked);
+  ASSERT_TRUE(zta::PressButton(other, zta::DescID(VOLUMEOBJECT_SAVE)));
+  EXPECT_FALSE(std::filesystem::exists(asked));
+  DataOf(other)->ExecuteObject(other, loose.get(), nullptr, zta::EXECUTIONPRIORITY_GENERATOR + 1, 0);
+  zta::SetDialogPolicy(zta::DIALOGPOLICY::ALWAYS_NO);
+  zta::SetSaveFileAnswer("");
+  EXPECT_TRUE(std::filesystem::is_regular_file(asked));
+  EXPECT_EQ(other->GetDataInstance()->GetString(VOLUMEOBJECT_FILE), asked);
+  EXPECT_FALSE(Enabled(other, VOLUMEOBJECT_SAVE));
 }
 
 TEST(VolumeObject, FileParameterAddsTheSuffixAndRefusesABadFile) {
