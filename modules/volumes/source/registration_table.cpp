@@ -2,12 +2,14 @@
 // order of the module's start.
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "modules/volumes/source/objects/volumetag.h"
 
 namespace zelmar {
 
 const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
+      {"VolumeTag-", true, &VolumeTagData::Register},
   };
   return rows;
 }
