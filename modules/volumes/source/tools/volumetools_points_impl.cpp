@@ -176,6 +176,11 @@ Result<Volume> VolumeToolsInterface::PointsToVolume(const std::vector<PointsToVo
     try {
       ThreadInterrupter interrupter(thread);
       openvdb::tools::ParticlesToLevelSet<openvdb::FloatGrid, void, ThreadInterrupter> raster(*grid, &interrupter);
+      // The rasteriser joins its threads' grids by a level-set union, which
+      // refuses a background of 0 (a band of no voxels, or no voxel size
+      // beside a creation transform): such a grid is filled on one thread,
+      // so that it succeeds every time instead of when only one thread ran.
+      if (!(grid->background() > 0.0f)) raster.setGrainSize(0);
       // Radii in voxels: finer than the library's 1.5 and 100, so that small
       // and large particles both appear.
       if (velocityScale == 0.0) {
