@@ -36,7 +36,7 @@ using zvtest::SceneDump;
 
 namespace {
 
-constexpr Int32 kGroupId = 1999101, kLinkTagId = 1999102, kHookId = 1999103, kCustomId = 1999104;
+constexpr Int32 kGroupId = 1999401, kLinkTagId = 1999402, kHookId = 1999403, kCustomId = 1999404;
 
 // ---- plug-ins of the tests
 
@@ -170,7 +170,7 @@ class TestCustomClass : public CustomDataTypeClass {
   }
 };
 
-constexpr Int32 kEventObjectId = 1999105;
+constexpr Int32 kEventObjectId = 1999405;
 
 void RegisterTestPlugins() {
   RegisterObjectPlugin(kGroupId, "Group", 0, [] { return std::make_unique<GroupData>(); }, "ogroup", 2);
@@ -208,7 +208,7 @@ BaseObject* Add(BaseDocument* doc, std::unique_ptr<BaseObject> op, const char* n
   BaseObject* p = op.release();
   p->SetName(name);
   if (parent) p->InsertUnderLast(parent);
-  else doc->InsertObject(p, nullptr, doc->GetFirstObject() ? static_cast<BaseObject*>(doc->GetObjectListHead()->GetLast()) : nullptr);
+  else doc->InsertObject(p, nullptr, doc->GetFirstObject() ? static_cast<BaseObject*>(doc->GetObjectListHead()->GetDownLast()) : nullptr);
   return p;
 }
 
@@ -324,7 +324,7 @@ std::unique_ptr<BaseDocument> MakeScene() {
   member->SetName("member");
   member->GetDataInstance()->SetLink(1, sphereOp);
   BaseObject* memberOp = member.get();
-  setData->Head()->InsertLast(member.release());
+  member.release()->InsertUnderLast(setData->Head());
   auto nested = BaseObject::Alloc(HOST_TYPE_CUBE);
   nested->SetName("nested");
   nested->InsertUnderLast(memberOp);
