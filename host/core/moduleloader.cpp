@@ -11,9 +11,12 @@ namespace zta {
 namespace {
 
 std::mutex g_modulesMutex;
+// Never destroyed: a module still started when the process exits stays so,
+// since ending it then would run its system-end after the statics of the
+// libraries it uses (OpenVDB's registries) are gone. Ending is UnloadModules'.
 std::vector<std::shared_ptr<LoadedModule>>& Modules() {
-  static std::vector<std::shared_ptr<LoadedModule>> modules;
-  return modules;
+  static auto* modules = new std::vector<std::shared_ptr<LoadedModule>>();
+  return *modules;
 }
 
 int32_t Call(ModuleEntry entry, int32_t action, void* first = nullptr, void* second = nullptr, void* third = nullptr) {

@@ -34,8 +34,8 @@ struct ModuleRecord {
 using CpuYieldDelegate = void (*)();
 void CpuYield();
 
-// A started module. Stopping it (or destroying the last reference) sends
-// system-end and end, and unloads the library.
+// A started module. When the last reference goes (UnloadModules drops the
+// loader's) it sends system-end and end; the library stays mapped.
 class LoadedModule {
  public:
   ~LoadedModule();
@@ -73,7 +73,8 @@ Result<std::shared_ptr<LoadedModule>> StartLinkedModule(ModuleEntry entry, const
                                                         CpuYieldDelegate* yieldSlot, const std::string& folder);
 // The modules this process has loaded, in load order.
 std::vector<std::shared_ptr<LoadedModule>> GetLoadedModules();
-// Stops every loaded module, the last loaded first.
+// Stops every loaded module, the last loaded first. A program calls it before
+// it returns: nothing ends a module at exit.
 void UnloadModules();
 
 }  // namespace zta
