@@ -81,7 +81,7 @@ Result<std::shared_ptr<LoadedModule>> LoadModule(const std::string& path) {
   const std::string canonical = ec ? path : full.string();
   std::lock_guard<std::mutex> lock(g_modulesMutex);
   for (const auto& m : Modules())
-    if (m->GetPath() == canonical) return m;
+    if (!m->GetPath().empty() && m->GetPath() == canonical) return m;
 
   void* handle = dlopen(canonical.c_str(), RTLD_NOW | RTLD_GLOBAL);
   if (!handle) return IoError("cannot load module " + canonical + ": " + dlerror());
