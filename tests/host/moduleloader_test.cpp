@@ -12,6 +12,7 @@ namespace {
 std::vector<std::string> g_heard;
 int32_t g_startAnswer = 1;
 std::string g_folder;
+const std::string kLoad = "a:1:" + std::to_string(zta::HOST_INTERFACE_VERSION);
 
 int32_t FakeEntry(const char* who, int32_t action, void* first, void* second, void* third) {
   std::string line = std::string(who) + ":" + std::to_string(action);
@@ -26,8 +27,12 @@ int32_t FakeEntry(const char* who, int32_t action, void* first, void* second, vo
   if (action == zta::MODULE_MESSAGE) return int32_t(reinterpret_cast<intptr_t>(first)) < 2000 ? 1 : -1;
   return 1;
 }
-int32_t EntryA(int32_t action, void* first, void* second, void* third) { return FakeEntry("a", action, first, second, third); }
-int32_t EntryB(int32_t action, void* first, void* second, void* third) { return FakeEntry("b", action, first, second, third); }
+int32_t EntryA(int32_t action, void* first, void* second, void* third) {
+  return FakeEntry("a", action, first, second, third);
+}
+int32_t EntryB(int32_t action, void* first, void* second, void* third) {
+  return FakeEntry("b", action, first, second, third);
+}
 
 zta::CpuYieldDelegate g_yieldA = nullptr;
 zta::CpuYieldDelegate g_yieldB = nullptr;
@@ -42,7 +47,7 @@ TEST(ModuleLoader, LinkedModulesStartAndEndAsLoadedOnesDo) {
     auto a = zta::StartLinkedModule(&EntryA, &recordA, &g_yieldA, "/modules/a");
     ASSERT_TRUE(a) << a.GetError().GetMessage();
     // Load with the host's interface and the folder, start, then system-ready.
-    EXPECT_EQ(g_heard, (std::vector<std::string>{"a:1:" + std::to_string(zta::HOST_INTERFACE_VERSION), "a:2", "a:6:1000"}));
+    EXPECT_EQ(g_heard, (std::vector<std::string>{kLoad, "a:2", "a:6:1000"}));
     EXPECT_EQ(g_folder, "/modules/a");
     EXPECT_EQ(g_yieldA, &zta::CpuYield);
     EXPECT_EQ(a.GetValue()->GetIdentifier(), "net.example.a");
@@ -98,8 +103,9 @@ TEST(ModuleLoader, LinkedModulesThatCannotStartLeaveNothingStarted) {
   auto refused = zta::StartLinkedModule(&EntryA, &good, &yield, "/m");
   g_startAnswer = 1;
   ASSERT_FALSE(refused);
-  EXPECT_EQ(refused.GetError().GetMessage(), "module net.example.a did not start: its resources are missing from /m/res");
-  EXPECT_EQ(g_heard, (std::vector<std::string>{"a:1:" + std::to_string(zta::HOST_INTERFACE_VERSION), "a:2", "a:3"}));
+  EXPECT_EQ(refused.GetError().GetMessage(),
+            "module net.example.a did not start: its resources are missing from /m/res");
+  EXPECT_EQ(g_heard, (std::vector<std::string>{kLoad, "a:2", "a:3"}));
   EXPECT_TRUE(zta::GetLoadedModules().empty());
   g_heard.clear();
   zta::UnloadModules();
