@@ -23,10 +23,7 @@ class AtomicFile {
   // folder is missing, is not writable, or the target is a folder.
   static Result<AtomicFile> Open(const std::string& target);
 
-  bool IsOpen() const { return file_ != nullptr; }
   std::FILE* GetFile() const { return file_; }
-  const std::string& GetTarget() const { return target_; }
-  const std::string& GetTempPath() const { return temp_; }
 
   // Flushes and closes the temporary file (with `sync`, also to the disk, so
   // that the rename never exposes a file whose bytes are not yet stored) and

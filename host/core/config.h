@@ -12,9 +12,7 @@ namespace zta {
 class ConfigBool {
  public:
   ConfigBool(const char* name, bool def, const char* help);
-  const char* GetName() const { return name_; }
   const char* GetHelp() const { return help_; }
-  bool GetDefault() const { return default_; }
   // The current value: default, then file, then environment; re-read on each call.
   bool Read() const;
 

@@ -49,8 +49,6 @@ class DataDictionary {
   bool Contains(const std::string& key) const;
   bool Erase(const std::string& key);
   size_t GetCount() const { return entries_.size(); }
-  bool IsEmpty() const { return entries_.empty(); }
-  void Reset() { entries_.clear(); }
 
   auto begin() const { return entries_.begin(); }
   auto end() const { return entries_.end(); }

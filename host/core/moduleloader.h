@@ -34,8 +34,8 @@ struct ModuleRecord {
 using CpuYieldDelegate = void (*)();
 void CpuYield();
 
-// A started module. Stopping it (or destroying the last reference) sends
-// system-end and end, and unloads the library.
+// A started module. When the last reference goes (UnloadModules drops the
+// loader's) it sends system-end and end; the library stays mapped.
 class LoadedModule {
  public:
   ~LoadedModule();
@@ -43,13 +43,14 @@ class LoadedModule {
   LoadedModule& operator=(const LoadedModule&) = delete;
 
   const std::string& GetIdentifier() const { return identifier_; }
+  // The library's path; empty for a module linked into the program.
   const std::string& GetPath() const { return path_; }
   // Sends a message through action 6; true when the module handled it.
   bool SendMessage(int32_t id, void* data = nullptr) const;
   int32_t Query() const;
 
  private:
-  friend Result<std::shared_ptr<LoadedModule>> LoadModule(const std::string& path);
+  friend struct ModuleStarter;
   LoadedModule() = default;
   void* handle_ = nullptr;
   ModuleEntry entry_ = nullptr;
@@ -63,9 +64,17 @@ class LoadedModule {
 // file context), start, then system-ready. A module that is already loaded is
 // returned as it stands.
 Result<std::shared_ptr<LoadedModule>> LoadModule(const std::string& path);
+// Brings up a module whose code is linked into this program (the test
+// programs that reach the module's internals): its entry, record and yield
+// slot stand in for the three exports, `folder` is its file context (the folder
+// that holds its "res"), and every step after finding the exports is
+// LoadModule's. A second start of the same entry returns the started module.
+Result<std::shared_ptr<LoadedModule>> StartLinkedModule(ModuleEntry entry, const ModuleRecord* record,
+                                                        CpuYieldDelegate* yieldSlot, const std::string& folder);
 // The modules this process has loaded, in load order.
 std::vector<std::shared_ptr<LoadedModule>> GetLoadedModules();
-// Stops every loaded module, the last loaded first.
+// Stops every loaded module, the last loaded first. A program calls it before
+// it returns: nothing ends a module at exit.
 void UnloadModules();
 
 }  // namespace zta

@@ -13,7 +13,6 @@ template <typename T>
 class Registry {
  public:
   explicit Registry(std::string id) : id_(std::move(id)) {}
-  const std::string& GetId() const { return id_; }
 
   Result<void> Insert(const std::string& key, T value) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -41,10 +40,6 @@ class Registry {
   std::vector<std::pair<std::string, T>> GetEntries() const {
     std::lock_guard<std::mutex> lock(mutex_);
     return entries_;
-  }
-  void Clear() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    entries_.clear();
   }
 
  private:

@@ -100,7 +100,6 @@ std::string Url::GetSuffix() const {
   return ext.empty() ? ext : ext.substr(1);
 }
 
-std::string Url::GetName() const { return std::filesystem::path(path_).filename().string(); }
 
 Result<std::unique_ptr<std::istream>> Url::OpenInputStream() const {
   if (scheme_ == URLSCHEME::MEMORY) {

@@ -29,7 +29,6 @@ class Url {
   // The plain path for files, "memory://name" for buffers.
   std::string ToString() const;
   std::string GetSuffix() const;
-  std::string GetName() const;
 
   Result<std::unique_ptr<std::istream>> OpenInputStream() const;
   // A memory buffer is replaced when the returned stream is destroyed.

@@ -150,8 +150,9 @@ class FieldList : public CustomDataType {
   Int32 GetCustomTypeId() const override { return kCustomTypeId; }
   std::unique_ptr<CustomDataType> Clone() const override { return std::make_unique<FieldList>(*this); }
   bool IsEqual(const CustomDataType& other) const override;
-  // The list's own edits plus the matrix and data counters of linked objects.
-  UInt32 GetDirty(const BaseDocument* doc, Int32 level) const override;
+  // A counter that moves with the list's own edits and the matrix and data
+  // counters of the objects its layers link to.
+  UInt32 GetDirty(const BaseDocument* doc, Int32 level) const;
 
   // Layers are listed top first; the bottom one is evaluated first.
   Int32 GetLayerCount() const { return Int32(layers_.size()); }

@@ -55,7 +55,6 @@ class SplineData : public CustomDataType {
   // Knots stay sorted by x; returns the new knot's index.
   Int32 InsertKnot(Float x, Float y, CURVEINTERPOLATION interpolation = CURVEINTERPOLATION::SMOOTH);
   bool DeleteKnot(Int32 index);
-  void DeleteAllKnots() { knots_.clear(); }
   Int32 GetKnotCount() const { return Int32(knots_.size()); }
   const SplineKnot* GetKnot(Int32 index) const;
 

@@ -192,12 +192,6 @@ void BaseList2D::SetName(const String& name) {
   SetDirty(DIRTYFLAGS_DATA);
 }
 
-void BaseList2D::SetData(const BaseContainer& bc) {
-  const Int32 id = data_.GetId();
-  bc.CopyTo(&data_);
-  data_.SetId(id);
-}
-
 BaseDocument* BaseList2D::GetDocument() const { return FindDocument(); }
 
 bool BaseList2D::Message(Int32 id, void* data) { return nodeData_ ? nodeData_->HandleMessage(this, id, data) : true; }

@@ -120,8 +120,6 @@ class BaseList2D : public GeListNode {
 
   BaseContainer* GetDataInstance() { return &data_; }
   const BaseContainer* GetDataInstance() const { return &data_; }
-  BaseContainer GetData() const { return data_; }
-  void SetData(const BaseContainer& bc);
 
   // The plug-in instance of the class registered for the node's type, or null.
   NodeData* GetNodeData() const { return nodeData_.get(); }

@@ -17,12 +17,6 @@ BaseObject* LegacyCommandDataInterface::GetOutput(Int32 index) const {
   return index >= 0 && size_t(index) < outputs_.size() ? outputs_[size_t(index)].get() : nullptr;
 }
 
-std::vector<std::unique_ptr<BaseObject>> LegacyCommandDataInterface::TakeOutputs() {
-  std::vector<std::unique_ptr<BaseObject>> out;
-  out.swap(outputs_);
-  return out;
-}
-
 void LegacyCommandDataInterface::FreeOutputs() { outputs_.clear(); }
 
 LegacyDataRecord* LegacyCommandDataInterface::GetRecord(Int index) const {

@@ -48,7 +48,6 @@ class LegacyCommandDataInterface {
 
   // Input objects in order. They are not owned and must outlive the run;
   // commands only read them.
-  void SetInputs(std::vector<const BaseObject*> inputs) { inputs_ = std::move(inputs); }
   void AddInput(const BaseObject* op) { inputs_.push_back(op); }
   const std::vector<const BaseObject*>& GetInputs() const { return inputs_; }
 
@@ -57,7 +56,6 @@ class LegacyCommandDataInterface {
   Int32 GetOutputCount() const { return Int32(outputs_.size()); }
   // The output at `index`, or null.
   BaseObject* GetOutput(Int32 index) const;
-  std::vector<std::unique_ptr<BaseObject>> TakeOutputs();
   void FreeOutputs();
 
   // The state of the last run; OK before any.

@@ -10,17 +10,12 @@
 
 namespace zta {
 
-class BaseDocument;
-
 class CustomDataType {
  public:
   virtual ~CustomDataType() = default;
   virtual Int32 GetCustomTypeId() const = 0;
   virtual std::unique_ptr<CustomDataType> Clone() const = 0;
   virtual bool IsEqual(const CustomDataType& other) const = 0;
-  // A counter that changes whenever what the value depends on changes (the
-  // objects a field list links to, for one); `level` selects what is counted.
-  virtual UInt32 GetDirty(const BaseDocument* doc, Int32 level) const { return 0; }
   virtual bool IsEditedInPlace() const { return false; }
 };
 

@@ -79,10 +79,4 @@ bool UnregisterPlugin(Int32 id) {
   return p.byId.erase(id) > 0;
 }
 
-void UnregisterAllPlugins() {
-  Plugins& p = GetRegistry();
-  std::lock_guard<std::mutex> lock(p.mutex);
-  p.byId.clear();
-}
-
 }  // namespace zta

@@ -53,8 +53,7 @@ bool RegisterCommandPlugin(Int32 id, const String& name, Int32 info, std::shared
 // unregistration; the pointer stays valid until then.
 const PluginInfo* FindPlugin(Int32 id);
 std::vector<PluginInfo> GetPlugins(PLUGINTYPE type);
-// Module end and tests: removes one or all registrations.
+// Module end and tests: removes a registration.
 bool UnregisterPlugin(Int32 id);
-void UnregisterAllPlugins();
 
 }  // namespace zta

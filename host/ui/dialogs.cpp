@@ -2,8 +2,6 @@
 
 #include <mutex>
 
-#include "host/core/diagnostics.h"
-
 namespace zta {
 
 namespace {
@@ -56,8 +54,6 @@ Int64 GetQuestionCount() {
   std::lock_guard<std::mutex> lock(g_mutex);
   return g_questions;
 }
-
-void MessageDialog(const String& text) { DiagnosticLine(text); }
 
 void SetSaveFileAnswer(const String& path) {
   std::lock_guard<std::mutex> lock(g_mutex);

@@ -23,9 +23,6 @@ Int32 QuestionDialog(const String& text);
 String GetLastQuestion();
 Int64 GetQuestionCount();
 
-// A message for the user; goes to the diagnostic output.
-void MessageDialog(const String& text);
-
 // Asks for a file to save to; true with `path` set when answered. By the
 // policy: ALWAYS_NO cancels; ALWAYS_YES answers the path set with
 // SetSaveFileAnswer (and cancels without one); CALLBACK asks the file

@@ -33,6 +33,12 @@ TEST(Result, CarriesValueOrErrorWithKindAndPlace) {
   EXPECT_EQ(passed.GetError().GetMessage(), "nope");
   EXPECT_TRUE(Result<void>(Result<int>(3)).IsOk());
   EXPECT_EQ(OutOfMemoryError().GetKind(), ErrorKind::OutOfMemory);
+
+  // The line for a log names the place; an error without words names its kind.
+  const Error quiet = OutOfMemoryError();
+  const std::string where = std::string(quiet.GetFile()) + ":" + std::to_string(quiet.GetLine());
+  EXPECT_EQ(quiet.ToString(), "out of memory [" + where + "]");
+  EXPECT_EQ(bad.GetError().ToString().substr(0, 6), "nope [");
 }
 
 TEST(Format, EachAtTakesTheNextArgument) {

@@ -86,6 +86,9 @@ TEST(Scene, MatricesAndBounds) {
   child->SetMl(MatrixMove(Vector(0, 1, 0)));
   ExpectNear(child->GetMg().off, Vector(10, 2, 0));
   ExpectNear(child->GetMg().GetScale(), Vector(2, 2, 2));
+  // An object's own scale is that of its local matrix, not the parents'.
+  ExpectNear(parent->GetScale(), Vector(2, 2, 2));
+  ExpectNear(child->GetScale(), Vector(1, 1, 1));
 
   // Setting the global matrix keeps it through the parent.
   child->SetMg(MatrixMove(Vector(0, 0, 4)));
@@ -443,6 +446,47 @@ TEST(Scene, PluginRegistryAndNodeData) {
   EXPECT_EQ(BaseObject::Alloc(kId), nullptr);
   UnregisterPlugin(kRefusing);
   UnregisterPlugin(kTag);
+}
+
+TEST(Scene, SceneLoadersSaversAndCommandsRegisterByKind) {
+  constexpr Int32 kLoader = 1999011, kSaver = 1999012, kCommand = 1999013;
+  struct Counting : CommandData {
+    int runs = 0;
+    bool Execute(BaseDocument* doc) override { return doc && ++runs > 0; }
+  };
+  auto command = std::make_shared<Counting>();
+  const auto alloc = [] { return std::make_unique<NodeData>(); };
+  ASSERT_TRUE(RegisterSceneLoaderPlugin(kLoader, "VDB Import", 0, alloc, "fvdbimport"));
+  ASSERT_TRUE(RegisterSceneSaverPlugin(kSaver, "VDB Export", 0, alloc, "fvdbexport", "vdb"));
+  ASSERT_TRUE(RegisterCommandPlugin(kCommand, "Reset", 0, command));
+  // Taken ids, missing allocators, commands or names are refused.
+  EXPECT_FALSE(RegisterSceneSaverPlugin(kLoader, "Again", 0, alloc, "", "vdb"));
+  EXPECT_FALSE(RegisterSceneLoaderPlugin(1999014, "No allocator", 0, nullptr, ""));
+  EXPECT_FALSE(RegisterCommandPlugin(1999014, "No command", 0, nullptr));
+  EXPECT_FALSE(RegisterCommandPlugin(1999014, "", 0, command));
+  EXPECT_EQ(FindPlugin(1999014), nullptr);
+
+  const auto loaders = GetPlugins(PLUGINTYPE::SCENELOADER);
+  ASSERT_EQ(std::count_if(loaders.begin(), loaders.end(), [&](const PluginInfo& p) { return p.id == kLoader; }), 1);
+  EXPECT_EQ(FindPlugin(kLoader)->description, "fvdbimport");
+  EXPECT_EQ(FindPlugin(kSaver)->type, PLUGINTYPE::SCENESAVER);
+  EXPECT_EQ(FindPlugin(kSaver)->suffix, "vdb");
+  EXPECT_TRUE(FindPlugin(kSaver)->alloc());
+  // They are no scene nodes.
+  EXPECT_EQ(BaseObject::Alloc(kLoader), nullptr);
+  EXPECT_EQ(BaseTag::Alloc(kSaver), nullptr);
+
+  // A command is reached through the registry as the one registered.
+  const PluginInfo* reset = FindPlugin(kCommand);
+  ASSERT_NE(reset, nullptr);
+  EXPECT_EQ(reset->type, PLUGINTYPE::COMMAND);
+  auto doc = BaseDocument::Alloc();
+  EXPECT_EQ(reset->command->GetState(doc.get()), 1);
+  EXPECT_TRUE(reset->command->Execute(doc.get()));
+  EXPECT_EQ(command->runs, 1);
+
+  for (Int32 id : {kLoader, kSaver, kCommand}) EXPECT_TRUE(UnregisterPlugin(id));
+  EXPECT_EQ(FindPlugin(kCommand), nullptr);
 }
 
 TEST(Scene, SceneHooks) {

@@ -142,26 +142,10 @@ const std::string& GetModuleFolder() {
 }
 
 zta::Result<void> StartModuleStandalone(const std::string& moduleFolder) {
-  const bool first = g_loadCount == 0;
-  int32_t version = kMinimumHostVersion;
-  if (zta_main(zta::MODULE_LOAD, &version, nullptr, const_cast<char*>(moduleFolder.c_str())) != 1)
-    return zta::IllegalStateError("the module refused to load");
-  if (!first) return zta::OK();
-  if (zta_main(zta::MODULE_START, nullptr, nullptr, nullptr) != 1) {
-    zta_main(zta::MODULE_END, nullptr, nullptr, nullptr);
-    return zta::IllegalStateError("module resource could not be loaded from " + moduleFolder + "/res");
-  }
-  int32_t msg = zta::MSG_SYSTEM_READY;
-  zta_main(zta::MODULE_MESSAGE, reinterpret_cast<void*>(intptr_t(msg)), nullptr, nullptr);
-  return zta::OK();
+  return zta::StartLinkedModule(&zta_main, &g_zelmar, &g_CpuYieldDelegate, moduleFolder);
 }
 
-void StopModuleStandalone() {
-  if (g_loadCount == 1) {
-    zta_main(zta::MODULE_MESSAGE, reinterpret_cast<void*>(intptr_t(zta::MSG_SYSTEM_END)), nullptr, nullptr);
-  }
-  zta_main(zta::MODULE_END, nullptr, nullptr, nullptr);
-}
+void StopModuleStandalone() { zta::UnloadModules(); }
 
 }  // namespace zelmar
 

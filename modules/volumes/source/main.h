@@ -59,11 +59,12 @@ bool IsOpenVDBReady();
 const zta::StringResource& GetModuleResource();
 const std::string& GetModuleFolder();
 
-// Starts the module as the host does: load, start and system-ready, with the
-// module's files in `moduleFolder` (the folder that holds "res"). A second call
-// only counts another load.
+// Starts the module linked into this program through the host's loader, as a
+// loaded library is started: load, start and system-ready, with the module's
+// files in `moduleFolder` (the folder that holds "res"). A second call returns
+// at once: the module is started.
 zta::Result<void> StartModuleStandalone(const std::string& moduleFolder);
-// System-end and end, as the host does at shutdown.
+// Ends the loader's modules (system-end and end), as the host does at shutdown.
 void StopModuleStandalone();
 
 }  // namespace zelmar
