@@ -3,6 +3,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumetag.h"
+#include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 
 namespace zelmar {
 
@@ -10,6 +11,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;
 }
