@@ -2,6 +2,7 @@
 // order of the module's start.
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "modules/volumes/source/objects/volumeset.h"
 #include "modules/volumes/source/objects/volumetag.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 
@@ -11,6 +12,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"VolGroup-", false, &VolumeSetData::Register},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;
