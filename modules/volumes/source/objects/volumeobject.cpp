@@ -698,6 +698,12 @@ zta::EXECUTIONRESULT VolumeObjectData::ConvertToVolumeSet(zta::BaseDocument* doc
   made->SetName(op->GetName());
   const std::string url = op->GetDataInstance()->GetString(VOLUMEOBJECT_FILE);
 
+  // The object lets go of its file first: the set takes the same name, which
+  // the hook would otherwise number as a clash.
+  if (auto* data = op->GetNodeData<VolumeObjectData>()) {
+    Url none;
+    (void)data->RegisterWithHook(op, doc, none);
+  }
   zta::BaseObject* set = made.release();
   if (!set->InsertBefore(op)) {
     zta::GeListNode::Free(set);
