@@ -146,10 +146,12 @@ void VolumeSaveManagerHook::ForgetObject(zta::BaseList2D* object) {
 }
 
 zta::Result<void> VolumeSaveManagerHook::PurgeDeadEntries(zta::BaseDocument* doc) {
+  // Without a document nothing can be told alive; nothing is forgotten then.
+  if (!doc) return zta::OK();
   // Pointers of dead entries are only compared, never followed: the node may be gone.
   for (size_t i = 0; i < links_.size();) {
     const auto& [link, object] = links_[i];
-    if (link && doc && link->GetLink(doc) == object) {
+    if (link && link->GetLink(doc) == object) {
       ++i;
       continue;
     }
