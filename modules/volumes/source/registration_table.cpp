@@ -2,6 +2,7 @@
 // order of the module's start.
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
 #include "modules/volumes/source/objects/volumetag.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
@@ -12,6 +13,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
