@@ -292,4 +292,18 @@ TEST(VolumeSaveHook, SaveAsTakesTheFilesAlongAndCollectingWritesNothing) {
   // The collection ended with that save: the next one writes again.
   ASSERT_TRUE(zta::SaveDocument(doc.get(), (third / "d.zscene").string()).IsOk());
   EXPECT_TRUE(fs::is_regular_file(third / "vol" / "Smoke.vdb"));
+
+  // A relative name with folders in it is written as its last part in "vol",
+  // and the object takes that name, so that the scene finds the file again.
+  fs::remove(third / "vol" / "Smoke.vdb");
+  op->GetDataInstance()->SetString(VOLUMEOBJECT_FILE, "deep/../Smoke.cache");
+  ASSERT_TRUE(zta::SaveDocument(doc.get(), (third / "d.zscene").string()).IsOk());
+  EXPECT_EQ(op->GetDataInstance()->GetString(VOLUMEOBJECT_FILE), "Smoke.vdb");
+  EXPECT_TRUE(fs::is_regular_file(third / "vol" / "Smoke.vdb"));
+  EXPECT_FALSE(fs::exists(third / "deep"));
+  auto loaded = zta::LoadDocument((third / "d.zscene").string());
+  ASSERT_TRUE(loaded.IsOk()) << loaded.GetError().GetMessage();
+  ASSERT_NE((*loaded)->SearchObject("Smoke"), nullptr);
+  EXPECT_EQ(VolumeObjectData::GetVolume((*loaded)->SearchObject("Smoke")).GetActiveVoxelCount(),
+            VolumeObjectData::GetVolume(op).GetActiveVoxelCount());
 }

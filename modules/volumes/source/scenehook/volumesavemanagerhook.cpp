@@ -270,6 +270,16 @@ zta::Result<void> VolumeSaveManagerHook::PrepareSave(zta::BaseDocument* doc, con
     const bool relative = IsRelative(url);
     auto target = MakeSaveUrl(saveFolder_, url);
     if (!target) return target.GetError();
+    // A relative name is written as one file name inside "vol"; the object
+    // takes that name, so that it finds its file when the scene is read.
+    if (relative && url.GetPath() != FileNameOf(*target)) {
+      usedFiles_.erase(url);
+      const zta::Url bare = MakeUniqueFileName(zta::Url(FileNameOf(*target)), false);
+      Rename(object, bare);
+      url = bare;
+      target = MakeSaveUrl(saveFolder_, bare);
+      if (!target) return target.GetError();
+    }
     bool foreign = false;
     if (relative && zta::IoDetect(*target) == zta::IODETECT::FILE) {
       // A file that is no readable .vdb is nobody's volume we may overwrite:
