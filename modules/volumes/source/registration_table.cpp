@@ -2,7 +2,10 @@
 // order of the module's start.
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "modules/volumes/source/objects/volumesequence.h"
+#include "modules/volumes/source/objects/volumeset.h"
 #include "modules/volumes/source/objects/volumetag.h"
+#include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 
 namespace zelmar {
 
@@ -10,6 +13,9 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"VolSeq-", false, &VolumeSequence::Register},
+      {"VolGroup-", false, &VolumeSetData::Register},
+      {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;
 }

@@ -18,6 +18,7 @@
 #include "host/scene/plugins.h"
 #include "host/ui/dialogs.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -322,7 +323,7 @@ zta::EXECUTIONRESULT VolumeObjectData::ExecuteObject(zta::BaseObject* op, zta::B
           fileFound_ = false;
         }
       } else {
-        Url url(op->GetName() + ".vdb");
+        Url url(SafeVolumeFileName(op->GetName()));
         if (auto ok = RegisterWithHook(op, doc, url); !ok) return zta::EXECUTIONRESULT::OUTOFMEMORY;
         bc->SetString(VOLUMEOBJECT_FILE, url.ToString());
       }
@@ -424,7 +425,7 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
       if (inSet) break;
       const std::filesystem::path file(bc->GetString(VOLUMEOBJECT_FILE));
       if (file.has_parent_path() || file.filename().empty()) break;
-      Url url(op->GetName() + ".vdb");
+      Url url(SafeVolumeFileName(op->GetName()));
       if (doc) {
         if (auto ok = RegisterWithHook(op, doc, url); !ok) return false;
       }
@@ -451,7 +452,10 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
                   info->type == zta::DOCUMENTINFO_TYPE_SAVEAS_BEFORE) &&
                  info->subType == zta::DOCUMENTINFO_SUBTYPE_SCENEFILE && !inSet) {
         std::filesystem::path file(bc->GetString(VOLUMEOBJECT_FILE));
-        if (file.filename().empty()) file = op->GetName();
+        if (file.filename().empty()) {
+          const std::string safe = SafeVolumeFileName(op->GetName());
+          file = safe.substr(0, safe.size() - 4);
+        }
         file.replace_extension("vdb");
         Url url(file.string());
         if (auto ok = RegisterWithHook(op, info->doc ? info->doc : doc, url); !ok) return false;
@@ -486,7 +490,7 @@ bool VolumeObjectData::SaveButton(zta::BaseObject* op, zta::BaseDocument* doc) {
 
   if (!doc->GetDocumentPath().empty()) {
     std::string name = std::filesystem::path(url.GetPath()).filename().string();
-    if (!EndsWith(name, ".vdb")) name = op->GetName() + ".vdb";
+    if (!EndsWith(name, ".vdb")) name = SafeVolumeFileName(op->GetName());
     Url registered(name);
     if (auto ok = RegisterWithHook(op, doc, registered); !ok) return false;
     const std::filesystem::path folder = std::filesystem::path(doc->GetDocumentPath()) / "vol";
@@ -512,7 +516,7 @@ bool VolumeObjectData::SaveButton(zta::BaseObject* op, zta::BaseDocument* doc) {
   }
   saveDialogDone_ = true;
   std::string path = std::filesystem::path(url.GetPath()).filename().string();
-  if (path.empty()) path = op->GetName() + ".vdb";
+  if (path.empty()) path = SafeVolumeFileName(op->GetName());
   if (!zta::SaveFileDialog(path, Text(kSaveTitleResource), "vdb")) return true;
   Url answer = Url::FromSystemPath(path);
   if (auto ok = RegisterWithHook(op, doc, answer); !ok) return false;
@@ -694,6 +698,12 @@ zta::EXECUTIONRESULT VolumeObjectData::ConvertToVolumeSet(zta::BaseDocument* doc
   made->SetName(op->GetName());
   const std::string url = op->GetDataInstance()->GetString(VOLUMEOBJECT_FILE);
 
+  // The object lets go of its file first: the set takes the same name, which
+  // the hook would otherwise number as a clash.
+  if (auto* data = op->GetNodeData<VolumeObjectData>()) {
+    Url none;
+    (void)data->RegisterWithHook(op, doc, none);
+  }
   zta::BaseObject* set = made.release();
   if (!set->InsertBefore(op)) {
     zta::GeListNode::Free(set);
