@@ -258,7 +258,7 @@ zta::Result<void> VolumeSaveManagerHook::PrepareSave(zta::BaseDocument* doc, con
   const std::filesystem::path scene(info.url);
   const std::string sceneName = scene.filename().string();
   saveFolder_ = scene.parent_path().string();
-  metadata_.Reset();
+  metadata_ = zta::DataDictionary();
   metadata_.Set(kSourceSceneKey, sceneName);
   pendingWrites_.clear();
   reservedFiles_.clear();
