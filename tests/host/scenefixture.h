@@ -35,7 +35,7 @@ using zvtest::SceneDump;
 
 namespace {
 
-constexpr Int32 kGroupId = 1999101, kLinkTagId = 1999102, kHookId = 1999103, kCustomId = 1999104;
+constexpr Int32 kGroupId = 1999401, kLinkTagId = 1999402, kHookId = 1999403, kCustomId = 1999404;
 
 // ---- plug-ins of the tests
 
@@ -169,7 +169,7 @@ class TestCustomClass : public CustomDataTypeClass {
   }
 };
 
-constexpr Int32 kEventObjectId = 1999105;
+constexpr Int32 kEventObjectId = 1999405;
 
 void RegisterTestPlugins() {
   RegisterObjectPlugin(kGroupId, "Group", 0, [] { return std::make_unique<GroupData>(); }, "ogroup", 2);
