@@ -272,3 +272,19 @@ TEST(SceneJson, BadInputGivesOneErrorNamingThePlace) {
   std::ifstream after(dir + "/scene.json");
   EXPECT_EQ(std::string((std::istreambuf_iterator<char>(after)), {}), good);
 }
+
+TEST(SceneJson, ExampleScenesLoadAndRoundTrip) {
+  size_t count = 0;
+  for (const auto& e : std::filesystem::directory_iterator(std::string(ZV_SOURCE_DIR) + "/examples/scenes")) {
+    if (e.path().extension() != ".json") continue;
+    SCOPED_TRACE(e.path().string());
+    ++count;
+    auto doc = LoadDocumentJson(e.path().string());
+    ASSERT_TRUE(doc) << doc.GetError().GetMessage();
+    EXPECT_NE(doc.GetValue()->GetFirstObject(), nullptr);
+    auto again = FromJson(ToJson(*doc.GetValue()));
+    ASSERT_TRUE(again);
+    EXPECT_EQ(zvtest::FirstDifference(SceneDump()(*again), SceneDump()(*doc.GetValue())), "");
+  }
+  EXPECT_GE(count, 3u);
+}
