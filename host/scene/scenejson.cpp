@@ -425,7 +425,17 @@ class Writer : public SceneJsonWriteContext {
     const auto* op = cls == NODECLASS::OBJECT ? dynamic_cast<const BaseObject*>(&node) : nullptr;
     if (op) {
       if (opaque) j["info"] = op->GetInfo();
-      if (!(op->GetRelMl() == Matrix())) j["matrix"] = MatrixToJson(MirrorZ(op->GetRelMl()));
+      // A move alone is a position, else the whole matrix.
+      const Matrix rel = op->GetRelMl();
+      auto isPlain = [](const Vector& v, const Vector& axis) {
+        return v == axis && !std::signbit(v.x) && !std::signbit(v.y) && !std::signbit(v.z);
+      };
+      if (isPlain(rel.v1, {1, 0, 0}) && isPlain(rel.v2, {0, 1, 0}) && isPlain(rel.v3, {0, 0, 1})) {
+        if (!(rel.off == Vector()) || std::signbit(rel.off.x) || std::signbit(rel.off.y) || std::signbit(rel.off.z))
+          j["position"] = VectorToJson(MirrorZ(rel.off));
+      } else {
+        j["matrix"] = MatrixToJson(MirrorZ(rel));
+      }
       if (!(op->GetFrozenMatrix() == Matrix())) j["frozen"] = MatrixToJson(MirrorZ(op->GetFrozenMatrix()));
       static const char* modes[] = {"on", "off", "default"};
       if (op->GetEditorMode() != MODE_UNDEF)
@@ -444,6 +454,8 @@ class Writer : public SceneJsonWriteContext {
     if (cls == NODECLASS::OBJECT) blank = BaseObject::Alloc(node.GetType());
     else if (cls == NODECLASS::TAG) blank = BaseTag::Alloc(node.GetType());
     const BaseContainer& bc = *node.GetDataInstance();
+    // A name that a fresh node has as well goes unsaid.
+    if (blank && node.GetName().empty() && blank->GetName().empty()) j.erase("name");
     Json params = Parameters(bc, described ? &desc : nullptr, blank ? blank->GetDataInstance() : nullptr);
     if (!params.empty()) j["parameters"] = std::move(params);
     if (bc.GetId() != 0) j["container_id"] = bc.GetId();

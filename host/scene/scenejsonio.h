@@ -36,8 +36,13 @@ inline String JsonKey(const String& path, const String& key) { return path.empty
 inline String JsonIndex(const String& path, size_t i) { return path + "[" + std::to_string(i) + "]"; }
 
 // The third axis mirrored: the JSON form is right-handed, the scene left-handed.
-inline Vector MirrorZ(const Vector& v) { return {v.x, v.y, -v.z}; }
-inline Matrix MirrorZ(const Matrix& m) { return {MirrorZ(m.off), MirrorZ(m.v1), MirrorZ(m.v2), -MirrorZ(m.v3)}; }
+// A zero keeps its sign, so that the mirror is its own exact inverse and a
+// file does not fill with "-0.0".
+inline double Flip(double v) { return v == 0.0 ? v : -v; }
+inline Vector MirrorZ(const Vector& v) { return {v.x, v.y, Flip(v.z)}; }
+inline Matrix MirrorZ(const Matrix& m) {
+  return {MirrorZ(m.off), MirrorZ(m.v1), MirrorZ(m.v2), {Flip(m.v3.x), Flip(m.v3.y), m.v3.z}};
+}
 
 // Values as JSON: a float keeps every bit (non-finite ones as "nan", "inf",
 // "-inf"); a vector is [x, y, z]; a matrix {"off", "v1", "v2", "v3"}.
