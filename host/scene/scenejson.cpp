@@ -173,6 +173,8 @@ bool IsJsonScenePath(const String& path) {
 namespace {
 
 constexpr Int32 kFormatVersion = 1;
+// Values nest no deeper than the native form lets them below a tag's list.
+constexpr Int32 kMaxValueNesting = HyperFile::kMaxNesting - 4;
 constexpr const char* kFormatName = "zelmar-scene";
 
 // The host's node types that have a name of their own, for the reader.
@@ -1194,7 +1196,7 @@ class SceneJsonReader : public SceneJsonReadContext {
   BaseContainer Container(const Json& j, const String& path) {
     JsonObject(j, path);
     CheckJsonKeys(j, path, {"id", "values"});
-    if (++nesting_ > HyperFile::kMaxNesting) ThrowJson(path, FormatString("values are nested deeper than @", HyperFile::kMaxNesting));
+    if (++nesting_ > kMaxValueNesting) ThrowJson(path, FormatString("values are nested deeper than @", kMaxValueNesting));
     BaseContainer bc(j.contains("id") ? JsonInt32(j["id"], JsonKey(path, "id")) : 0);
     if (j.contains("values")) {
       const Json& values = JsonObject(j["values"], JsonKey(path, "values"));
@@ -1210,7 +1212,7 @@ class SceneJsonReader : public SceneJsonReadContext {
   }
 
   std::unique_ptr<CustomDataType> Custom(const String& type, const Json& j, const String& path) {
-    if (++nesting_ > HyperFile::kMaxNesting) ThrowJson(path, FormatString("values are nested deeper than @", HyperFile::kMaxNesting));
+    if (++nesting_ > kMaxValueNesting) ThrowJson(path, FormatString("values are nested deeper than @", kMaxValueNesting));
     std::unique_ptr<CustomDataType> out;
     if (type == "itemtree") {
       out = ItemRows(j, path);
@@ -1390,6 +1392,10 @@ Result<String> WriteText(const BaseDocument& doc, Int32 kind) {
     return IoError(Located(e));
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("out of memory writing a JSON scene");
+  } catch (const Json::type_error& e) {
+    // JSON holds UTF-8 text only; a name from elsewhere may not be.
+    if (e.id == 316) return IoError("could not write a JSON scene: a text of the scene is not valid UTF-8");
+    return IoError(String("could not write a JSON scene: ") + e.what());
   } catch (const Json::exception& e) {
     return IoError(String("could not write a JSON scene: ") + e.what());
   }

@@ -288,3 +288,29 @@ TEST(SceneJson, ExampleScenesLoadAndRoundTrip) {
   }
   EXPECT_GE(count, 3u);
 }
+
+TEST(SceneJson, TheDocumentedExampleLoads) {
+  std::ifstream in(std::string(ZV_SOURCE_DIR) + "/docs/scene-format.md");
+  const std::string doc((std::istreambuf_iterator<char>(in)), {});
+  const size_t start = doc.find("```json\n");
+  ASSERT_NE(start, std::string::npos);
+  const size_t end = doc.find("```", start + 8);
+  const std::string text = doc.substr(start + 8, end - start - 8);
+  const std::string dir = zvtest::TempDir();
+  std::filesystem::create_directories(dir + "/meshes");
+  std::ofstream(dir + "/meshes/bunny.obj") << "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 0 0 1\nf 1 3 2\nf 1 2 4\nf 1 4 3\nf 2 3 4\n";
+  SceneJsonReadOptions options;
+  options.baseFolder = dir;
+  auto scene = FromJson(text, options);
+  ASSERT_TRUE(scene);
+  EXPECT_EQ(scene->GetActiveObject(), scene->SearchObject("ball"));
+  EXPECT_EQ(static_cast<PolygonObject*>(scene->SearchObject("bunny"))->GetPolygonCount(), 4);
+  const BaseContainer* settings = scene->SearchObject("settings")->GetDataInstance();
+  auto tree = settings->GetCustomDataTyped<ItemTree>(10);
+  ASSERT_TRUE(tree);
+  EXPECT_EQ(tree->GetFirst()->GetDown()->GetLink().GetLink(scene.get()), scene->SearchObject("path"));
+  EXPECT_EQ(settings->GetContainerInstance(8)->GetLink(1, scene.get()), scene->SearchObject("path"));
+  auto again = FromJson(ToJson(*scene));
+  ASSERT_TRUE(again);
+  EXPECT_EQ(zvtest::FirstDifference(SceneDump()(*again), SceneDump()(*scene)), "");
+}
