@@ -9,6 +9,7 @@
 
 #include "host/core/format.h"
 #include "host/modeling/meshio.h"
+#include "host/modeling/pointsio.h"
 #include "host/objects/particles.h"
 #include "host/objects/polygonobject.h"
 #include "host/objects/splineobject.h"
@@ -84,15 +85,26 @@ void SetPolygonData(PolygonObject& op, const std::vector<Vector>& points, const 
   op.SetDirty(DIRTYFLAGS_DATA);
 }
 
-// A mesh file's points, polygons and tags (UVs) into `op`.
-void ReadMesh(PolygonObject& op, const Json& j, const String& path, SceneJsonReadContext& ctx) {
+String FilePath(const Json& j, const String& path, SceneJsonReadContext& ctx) {
   const String name = JsonString(j, path);
-  if (!ctx.GetOptions().readFiles) ThrowJson(path, "mesh files are not read here");
+  if (!ctx.GetOptions().readFiles) ThrowJson(path, "files are not read here");
   std::filesystem::path file(name);
   if (file.is_relative() && !ctx.GetOptions().baseFolder.empty()) file = std::filesystem::path(ctx.GetOptions().baseFolder) / file;
+  return file.string();
+}
+
+PointTable ReadPoints(const Json& j, const String& path, SceneJsonReadContext& ctx) {
+  auto table = ReadPointFile(FilePath(j, path, ctx));
+  if (!table) ThrowJson(path, table.GetError().GetMessage());
+  return std::move(table.GetValue());
+}
+
+// A mesh file's points, polygons and tags (UVs) into `op`.
+void ReadMesh(PolygonObject& op, const Json& j, const String& path, SceneJsonReadContext& ctx) {
+  const String file = FilePath(j, path, ctx);
   MeshReadOptions options;
   options.unitMeters = ctx.GetUnitMeters();
-  auto mesh = ReadMeshFile(file.string(), ctx.GetThread(), options);
+  auto mesh = ReadMeshFile(file, ctx.GetThread(), options);
   if (!mesh) ThrowJson(path, mesh.GetError().GetMessage());
   PolygonObject& m = *mesh.GetValue();
   if (!op.ResizeObject(m.GetPointCount(), m.GetPolygonCount())) ThrowJson(path, "out of memory");
@@ -188,13 +200,15 @@ void ReadHostNodeJson(BaseList2D& node, const Json& j, const String& path, Scene
       SetPolygonData(*poly, points, polygons, path);
     }
   } else {
-    refuse("file");
+    if (!dynamic_cast<SegmentedPoints*>(&node) && !dynamic_cast<ParticleGroupObject*>(&node)) refuse("file");
     refuse("polygons");
   }
 
   if (auto* seg = dynamic_cast<SegmentedPoints*>(&node)) {
-    if (j.contains("points")) {
-      const std::vector<Vector> points = ReadPoints(j["points"], JsonKey(path, "points"));
+    if (j.contains("points") && j.contains("file")) ThrowJson(JsonKey(path, "file"), "give either a point file or points");
+    if (j.contains("points") || j.contains("file")) {
+      const std::vector<Vector> points = j.contains("file") ? ReadPoints(j["file"], JsonKey(path, "file"), ctx).positions
+                                                            : ReadPoints(j["points"], JsonKey(path, "points"));
       auto* spline = dynamic_cast<SplineObject*>(seg);
       auto* line = dynamic_cast<LineObject*>(seg);
       const bool sized = spline ? spline->ResizeObject(Int32(points.size())) : line && line->ResizeObject(Int32(points.size()));
@@ -223,6 +237,13 @@ void ReadHostNodeJson(BaseList2D& node, const Json& j, const String& path, Scene
   }
 
   if (auto* group = dynamic_cast<ParticleGroupObject*>(&node)) {
+    if (j.contains("particles") && j.contains("file")) ThrowJson(JsonKey(path, "file"), "give either a point file or particles");
+    if (j.contains("file")) {
+      PointTable t = ReadPoints(j["file"], JsonKey(path, "file"), ctx);
+      if (t.radii.empty()) t.radii.assign(t.positions.size(), 1.0);
+      if (t.velocities.empty()) t.velocities.assign(t.positions.size(), Vector());
+      group->SetParticles(std::move(t.positions), std::move(t.radii), std::move(t.velocities));
+    }
     if (j.contains("particles")) {
       const String at = JsonKey(path, "particles");
       const Json& p = JsonObject(j["particles"], at);

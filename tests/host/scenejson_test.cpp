@@ -250,7 +250,7 @@ TEST(SceneJson, BadInputGivesOneErrorNamingThePlace) {
   EXPECT_EQ(JsonError(R"({"objects": [{"file": "bunny.obj"}]})", options),
             "objects[0].file: File could not be found: " + dir + "/bunny.obj");
   options.readFiles = false;
-  EXPECT_EQ(JsonError(R"({"objects": [{"file": "bunny.obj"}]})", options), "objects[0].file: mesh files are not read here");
+  EXPECT_EQ(JsonError(R"({"objects": [{"file": "bunny.obj"}]})", options), "objects[0].file: files are not read here");
 
   // On disk the file comes first; a failed save keeps the file that stood there.
   std::ofstream(dir + "/bad.json") << R"({"objects": [{"type": "Oteapot"}]})";
@@ -313,4 +313,55 @@ TEST(SceneJson, TheDocumentedExampleLoads) {
   auto again = FromJson(ToJson(*scene));
   ASSERT_TRUE(again);
   EXPECT_EQ(zvtest::FirstDifference(SceneDump()(*again), SceneDump()(*scene)), "");
+}
+
+TEST(SceneJson, SplinesAndParticlesFromPointFiles) {
+  const std::string dir = zvtest::TempDir();
+  std::ofstream(dir + "/path.csv") << "# a path\n0, 0, 1\n1, 0, 2\n2, 1, 3\n";
+  std::ofstream(dir + "/dust.csv") << "x;y;z;radius;vx;vy;vz\n0;0;1;0.5;0;0;1\n1;2;3;0.25;0;1;0\n";
+  std::ofstream(dir + "/dust.ply") << "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\nproperty float y\n"
+                                      "property float z\nproperty float radius\nend_header\n0 0 1 2\n4 5 6 3\n";
+  {
+    // The same two points in binary, big-endian doubles, with a face element after them.
+    std::ofstream out(dir + "/bin.ply", std::ios::binary);
+    out << "ply\nformat binary_big_endian 1.0\nelement vertex 2\nproperty double x\nproperty double y\n"
+           "property double z\nelement face 0\nproperty list uchar int vertex_indices\nend_header\n";
+    for (double v : {0.0, 0.0, 1.0, 4.0, 5.0, 6.0}) {
+      unsigned char b[8];
+      std::memcpy(b, &v, 8);
+      for (int i = 7; i >= 0; --i) out.put(char(b[i]));
+    }
+  }
+  std::ofstream(dir + "/bad.csv") << "x,y,z\n1,2,3\n1,two,3\n";
+  SceneJsonReadOptions options;
+  options.baseFolder = dir;
+  auto doc = FromJson(R"({"objects": [
+      {"type": "Ospline", "name": "path", "file": "path.csv"},
+      {"type": "Oparticlegroup", "name": "csv", "file": "dust.csv"},
+      {"type": "Oparticlegroup", "name": "ply", "file": "dust.ply"},
+      {"type": "Oparticlegroup", "name": "bin", "file": "bin.ply"}]})",
+                      options);
+  ASSERT_TRUE(doc);
+  auto* path = static_cast<SplineObject*>(doc->SearchObject("path"));
+  ASSERT_EQ(path->GetPointCount(), 3);
+  EXPECT_EQ(path->GetPointR()[2], Vector(2, 1, -3));
+  auto* csv = static_cast<ParticleGroupObject*>(doc->SearchObject("csv"));
+  ASSERT_EQ(csv->GetParticleCount(), 2);
+  EXPECT_EQ(csv->GetRadii()[1], 0.25);
+  EXPECT_EQ(csv->GetVelocities()[0], Vector(0, 0, -1));
+  auto* ply = static_cast<ParticleGroupObject*>(doc->SearchObject("ply"));
+  ASSERT_EQ(ply->GetParticleCount(), 2);
+  EXPECT_EQ(ply->GetPositions()[1], Vector(4, 5, -6));
+  EXPECT_EQ(ply->GetRadii()[0], 2.0);
+  auto* bin = static_cast<ParticleGroupObject*>(doc->SearchObject("bin"));
+  ASSERT_EQ(bin->GetParticleCount(), 2);
+  EXPECT_EQ(bin->GetPositions()[1], Vector(4, 5, -6));
+  EXPECT_EQ(bin->GetRadii()[1], 1.0);
+
+  EXPECT_EQ(JsonError(R"({"objects": [{"type": "Ospline", "file": "bad.csv"}]})", options),
+            "objects[0].file: " + dir + "/bad.csv: line 3: expected numbers");
+  EXPECT_EQ(JsonError(R"({"objects": [{"type": "Onull", "file": "path.csv"}]})", options),
+            "objects[0].file: only polygon objects, splines, lines and particle groups read files");
+  EXPECT_EQ(JsonError(R"({"objects": [{"type": "Ospline", "file": "none.csv"}]})", options),
+            "objects[0].file: File could not be found: " + dir + "/none.csv");
 }
