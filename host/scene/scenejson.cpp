@@ -1337,7 +1337,25 @@ class SceneJsonReader : public SceneJsonReadContext {
 
 namespace {
 
-String Located(const SceneJsonError& e) { return e.path.empty() ? e.what : e.path + ": " + e.what; }
+// One line, whatever the keys and names it quotes hold.
+String OneLine(const String& text) {
+  String out;
+  for (const char c : text) {
+    if (c == '\n') out += "\\n";
+    else if (c == '\t') out += "\\t";
+    else if (c == '\r') out += "\\r";
+    else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+      const char* hex = "0123456789abcdef";
+      out += "\\x";
+      out += hex[(c >> 4) & 15];
+      out += hex[c & 15];
+    }
+    else out += c;
+  }
+  return out;
+}
+
+String Located(const SceneJsonError& e) { return OneLine(e.path.empty() ? e.what : e.path + ": " + e.what); }
 
 // The text of a parse error without the library's prefix.
 String ParseErrorText(const Json::parse_error& e) {
@@ -1419,14 +1437,14 @@ Result<std::unique_ptr<BaseDocument>> LoadDocumentJsonFromString(const String& t
     reader.Read(root, doc.get());
     return doc;
   } catch (const Json::parse_error& e) {
-    return IoError(ParseErrorText(e));
+    return IoError(OneLine(ParseErrorText(e)));
   } catch (const SceneJsonError& e) {
     if (e.what == "interrupted") return IllegalStateError("interrupted");
     return IoError(Located(e));
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("out of memory loading a scene");
   } catch (const Json::exception& e) {
-    return IoError(String("not a scene: ") + e.what());
+    return IoError(OneLine(String("not a scene: ") + e.what()));
   }
 }
 

@@ -365,3 +365,9 @@ TEST(SceneJson, SplinesAndParticlesFromPointFiles) {
   EXPECT_EQ(JsonError(R"({"objects": [{"type": "Ospline", "file": "none.csv"}]})", options),
             "objects[0].file: File could not be found: " + dir + "/none.csv");
 }
+
+TEST(SceneJson, ErrorsStayOnOneLine) {
+  // A key or a name with a line break in it is quoted with the break escaped.
+  EXPECT_EQ(JsonError("{\"docu\\nment\": 1}"), "docu\\nment: unknown key");
+  EXPECT_EQ(JsonError("{\"objects\": [{\"type\": \"O\\tx\"}]}"), "objects[0].type: unknown object type 'O\\tx'");
+}
