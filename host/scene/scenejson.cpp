@@ -1365,27 +1365,35 @@ String ParseErrorText(const Json::parse_error& e) {
   return "not valid JSON: " + what;
 }
 
-// Arrays of plain values (a point, a matrix axis, a polygon) on one line:
-// a scene of many points then reads as rows, not as a column of numbers.
+// Arrays of plain values (a point, a matrix axis, a polygon, a knot) on one
+// line: a scene of many points then reads as rows, not as a column of numbers.
 String Compact(const String& text) {
+  // The end of the string that starts at `i` (its closing quote).
+  auto stringEnd = [&](size_t i) {
+    for (++i; i < text.size(); ++i) {
+      if (text[i] == '\\') ++i;
+      else if (text[i] == '"') return i;
+    }
+    return text.size();
+  };
   String out;
   out.reserve(text.size());
-  bool inString = false;
   for (size_t i = 0; i < text.size(); ++i) {
     const char c = text[i];
-    if (inString) {
-      out += c;
-      if (c == '\\' && i + 1 < text.size()) out += text[++i];
-      else if (c == '"') inString = false;
+    if (c == '"') {
+      const size_t end = stringEnd(i);
+      out.append(text, i, end - i + 1);
+      i = end;
       continue;
     }
-    if (c == '"') inString = true;
     if (c != '[') {
       out += c;
       continue;
     }
+    // An array without arrays or objects inside goes on one line.
     size_t end = i + 1;
-    while (end < text.size() && text[end] != ']' && text[end] != '[' && text[end] != '{' && text[end] != '"') ++end;
+    while (end < text.size() && text[end] != ']' && text[end] != '[' && text[end] != '{')
+      end = text[end] == '"' ? stringEnd(end) + 1 : end + 1;
     if (end >= text.size() || text[end] != ']') {
       out += c;
       continue;
@@ -1396,8 +1404,14 @@ String Compact(const String& text) {
       const char d = text[k];
       if (d == ' ' || d == '\n' || d == '\t' || d == '\r') continue;
       if (space) out += ' ';
-      out += d;
       space = d == ',';
+      if (d == '"') {
+        const size_t close = stringEnd(k);
+        out.append(text, k, close - k + 1);
+        k = close;
+        continue;
+      }
+      out += d;
     }
     out += ']';
     i = end;
