@@ -458,8 +458,10 @@ class Writer : public SceneJsonWriteContext {
     const BaseContainer& bc = *node.GetDataInstance();
     // A name that a fresh node has as well goes unsaid.
     if (blank && node.GetName().empty() && blank->GetName().empty()) j.erase("name");
-    Json params = Parameters(bc, described ? &desc : nullptr, blank ? blank->GetDataInstance() : nullptr);
-    if (!params.empty()) j["parameters"] = std::move(params);
+    bool exact = false;
+    Json params = Parameters(bc, described ? &desc : nullptr, blank ? blank->GetDataInstance() : nullptr, &exact);
+    if (!params.empty() || exact) j["parameters"] = std::move(params);
+    if (exact) j["parameters_exact"] = true;
     if (bc.GetId() != 0) j["container_id"] = bc.GetId();
 
     bool recordsSaid = WriteHostNodeJson(node, j, *this);
@@ -509,8 +511,13 @@ class Writer : public SceneJsonWriteContext {
   // The entries of `bc`: those that differ from `defaults` when the reader
   // would rebuild the same container from them (the listed ones in order,
   // then the remaining defaults), else all of them.
-  Json Parameters(const BaseContainer& bc, const Description* desc, const BaseContainer* defaults) const {
+  // `exact` is set when the node lacks a default that a reader would add:
+  // the listed entries are then the whole container.
+  Json Parameters(const BaseContainer& bc, const Description* desc, const BaseContainer* defaults,
+                  bool* exact = nullptr) const {
     std::vector<Int32> listed;
+    if (defaults && exact)
+      for (const auto& [id, v] : *defaults) *exact = *exact || !bc.GetDataPointer(id);
     if (defaults) {
       for (const auto& [id, v] : bc) {
         const GeData* def = defaults->GetDataPointer(id);
@@ -691,16 +698,16 @@ const std::vector<const char*>& NodeKeys(NODECLASS cls) {
   static const std::vector<const char*> object = [] {
     std::vector<const char*> k = {"type",   "type_id", "name",   "id",      "bits",       "info",        "matrix",
                                   "frozen", "position", "editor", "render",     "enabled",     "parameters",
-                                  "container_id", "tags", "children", "plugin_data", "records"};
+                                  "parameters_exact", "container_id", "tags", "children", "plugin_data", "records"};
     for (const char* h : HostNodeJsonKeys()) k.push_back(h);
     return k;
   }();
   static const std::vector<const char*> tag = [] {
-    std::vector<const char*> k = {"type", "type_id", "name", "id", "bits", "parameters", "container_id", "plugin_data", "records"};
+    std::vector<const char*> k = {"type", "type_id", "name", "id", "bits", "parameters", "parameters_exact", "container_id", "plugin_data", "records"};
     for (const char* h : HostNodeJsonKeys()) k.push_back(h);
     return k;
   }();
-  static const std::vector<const char*> hook = {"type", "type_id", "name", "id", "bits", "parameters", "container_id",
+  static const std::vector<const char*> hook = {"type", "type_id", "name", "id", "bits", "parameters", "parameters_exact", "container_id",
                                                 "plugin_data"};
   return cls == NODECLASS::OBJECT ? object : cls == NODECLASS::TAG ? tag : hook;
 }
@@ -1083,7 +1090,8 @@ class SceneJsonReader : public SceneJsonReadContext {
     if (j.contains("parameters")) {
       Description desc;
       const bool described = GetNodeDescription(&node, desc);
-      Parameters(&node, j["parameters"], JsonKey(p.path, "parameters"), described ? &desc : nullptr, &node);
+      const bool exact = j.contains("parameters_exact") && JsonBool(j["parameters_exact"], JsonKey(p.path, "parameters_exact"));
+      Parameters(&node, j["parameters"], JsonKey(p.path, "parameters"), described ? &desc : nullptr, &node, exact);
     }
     ReadHostNodeJson(node, j, p.path, *this);
     if (j.contains("records")) Records(node, j["records"], JsonKey(p.path, "records"));
@@ -1138,7 +1146,8 @@ class SceneJsonReader : public SceneJsonReadContext {
 
   // A node's or the document's parameters: the listed ones in the file's
   // order, then those of the node's defaults that the file does not list.
-  void Parameters(BaseList2D* node, const Json& j, const String& path, const Description* desc, BaseList2D* owner) {
+  void Parameters(BaseList2D* node, const Json& j, const String& path, const Description* desc, BaseList2D* owner,
+                  bool exact = false) {
     JsonObject(j, path);
     BaseContainer* bc = node->GetDataInstance();
     BaseContainer rebuilt(bc->GetId());
@@ -1156,8 +1165,9 @@ class SceneJsonReader : public SceneJsonReadContext {
       const BaseContainer* settings = desc ? desc->GetParameter(id) : nullptr;
       rebuilt.SetData(id, settings ? Described(value, *settings, at) : Value(value, at));
     }
-    for (const auto& [id, v] : *bc)
-      if (!rebuilt.GetDataPointer(id)) rebuilt.SetData(id, v);
+    if (!exact)
+      for (const auto& [id, v] : *bc)
+        if (!rebuilt.GetDataPointer(id)) rebuilt.SetData(id, v);
     *bc = std::move(rebuilt);
   }
 

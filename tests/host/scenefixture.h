@@ -256,7 +256,8 @@ std::unique_ptr<BaseDocument> MakeScene() {
   auto sphere = BaseObject::Alloc(HOST_TYPE_SPHERE);
   sphere->GetDataInstance()->SetFloat(PRIM_SPHERE_RAD, 42.5);
   BaseObject* sphereOp = Add(doc.get(), std::move(sphere), "sphere");
-  Add(doc.get(), BaseObject::Alloc(HOST_TYPE_CUBE), "cube");
+  // A node that lacks one of its defaults.
+  Add(doc.get(), BaseObject::Alloc(HOST_TYPE_CUBE), "cube")->GetDataInstance()->RemoveData(PRIM_CUBE_SUBY);
   auto emitter = BaseObject::Alloc(HOST_TYPE_EMITTER);
   emitter->GetDataInstance()->SetFloat(EMITTER_BIRTHRATE, 12.0);
   Add(doc.get(), std::move(emitter), "emitter");
