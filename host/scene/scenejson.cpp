@@ -978,11 +978,16 @@ class SceneJsonReader : public SceneJsonReadContext {
       JsonObject(j, at);
       std::unique_ptr<BaseTag> tag;
       if (j.contains("type") && (j["type"].is_string() || j["type"].is_number())) {
+        // Only to find the object's own tag; Make says what is wrong with a type.
         Int32 type = 0;
-        try {
-          type = j["type"].is_string() ? TypeByName(j["type"].get<std::string>(), NODECLASS::TAG) : j["type"].get<Int32>();
-        } catch (const Json::exception&) {
-          type = 0;
+        if (j["type"].is_string()) {
+          type = TypeByName(j["type"].get<std::string>(), NODECLASS::TAG);
+        } else if (j["type"].is_number_integer() && !j["type"].is_number_unsigned()) {
+          const Int64 t = j["type"].get<Int64>();
+          type = t > 0 && t <= std::numeric_limits<Int32>::max() ? Int32(t) : 0;
+        } else if (j["type"].is_number_unsigned()) {
+          const UInt64 t = j["type"].get<UInt64>();
+          type = t <= UInt64(std::numeric_limits<Int32>::max()) ? Int32(t) : 0;
         }
         for (auto& o : own)
           if (o && o->GetType() == type) {
