@@ -388,3 +388,52 @@ TEST(HyperFile, TypedValuesBlocksAndLimits) {
   EXPECT_FALSE(deepFile->WriteContainer(deep));
   EXPECT_NE(deepFile->GetErrorText().find("nested deeper than"), std::string::npos);
 }
+
+TEST(HyperFile, ItemTreesAndCheckListsKeepTheirRowsAndRefuseBadOnes) {
+  ItemTree tree;
+  ItemTreeItem* a = tree.InsertItem(nullptr, nullptr, TREEITEM_CHECKED, GeData(Int32(1)), static_cast<const BaseList2D*>(nullptr));
+  ItemTreeItem* b = tree.InsertItem(a, nullptr, 0, GeData(String("child")), static_cast<const BaseList2D*>(nullptr));
+  tree.InsertItem(b, nullptr, TREEITEM_OPEN, GeData(), static_cast<const BaseList2D*>(nullptr));
+  tree.InsertItem(nullptr, a, 7, GeData(2.5), static_cast<const BaseList2D*>(nullptr));
+  CheckListData checks;
+  checks.SetEntries({"x", "y"});
+  checks.SetChecked(0, false);
+  auto hf = HyperFile::OpenWrite(HYPERFILE_KIND_MEMORY);
+  ASSERT_TRUE(hf->WriteCustomData(tree) && hf->WriteCustomData(checks));
+  const std::vector<char> bytes = hf->GetMemory();
+  auto in = HyperFile::OpenRead(bytes.data(), Int64(bytes.size()));
+  ASSERT_TRUE(in);
+  std::shared_ptr<const CustomDataType> treeBack, checksBack;
+  ASSERT_TRUE(in.GetValue()->ReadCustomData(&treeBack) && in.GetValue()->ReadCustomData(&checksBack))
+      << in.GetValue()->GetErrorText();
+  EXPECT_TRUE(treeBack->IsEqual(tree));
+  EXPECT_TRUE(checksBack->IsEqual(checks));
+  EXPECT_FALSE(static_cast<const CheckListData&>(*checksBack).IsChecked(0));
+
+  // A row two levels below the one before it is refused where it stands.
+  auto bad = HyperFile::OpenWrite(HYPERFILE_KIND_MEMORY);
+  bad->WriteInt32(2);
+  for (Int32 depth : {0, 2}) {
+    bad->WriteInt32(depth);
+    bad->WriteInt32(0);
+    bad->WriteGeData(GeData());
+    bad->WriteLink(BaseLink());
+  }
+  std::vector<char> raw = bad->GetMemory();
+  // Framed as a custom value the way WriteCustomData frames one: tag, type, level, block.
+  std::vector<char> framed(raw.begin(), raw.begin() + HyperFile::kHeaderSize);
+  framed.push_back(11);
+  const Int32 type = CUSTOMDATATYPE_ITEMTREE, level = 0;
+  const UInt64 length = raw.size() - size_t(HyperFile::kHeaderSize);
+  framed.insert(framed.end(), reinterpret_cast<const char*>(&type), reinterpret_cast<const char*>(&type) + 4);
+  framed.insert(framed.end(), reinterpret_cast<const char*>(&level), reinterpret_cast<const char*>(&level) + 4);
+  framed.push_back(17);
+  framed.insert(framed.end(), reinterpret_cast<const char*>(&length), reinterpret_cast<const char*>(&length) + 8);
+  framed.insert(framed.end(), raw.begin() + HyperFile::kHeaderSize, raw.end());
+  auto badIn = HyperFile::OpenRead(framed.data(), Int64(framed.size()));
+  ASSERT_TRUE(badIn);
+  std::shared_ptr<const CustomDataType> refused;
+  EXPECT_FALSE(badIn.GetValue()->ReadCustomData(&refused));
+  EXPECT_NE(badIn.GetValue()->GetErrorText().find("row 1 of an item tree at depth 2 follows one at depth 0"), std::string::npos)
+      << badIn.GetValue()->GetErrorText();
+}
