@@ -213,7 +213,7 @@ Int32 TypeByName(const String& name, NODECLASS cls) {
   return 0;
 }
 
-// The cycle values and symbols of described integers, units of documents.
+// The short names of document units, as the JSON form writes them.
 const char* UnitName(DOCUMENTUNIT unit) {
   static const char* names[] = {"", "km", "m", "cm", "mm", "um", "nm", "mi", "yd", "ft", "in"};
   const Int32 u = Int32(unit);

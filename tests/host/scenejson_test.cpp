@@ -371,3 +371,14 @@ TEST(SceneJson, ErrorsStayOnOneLine) {
   EXPECT_EQ(JsonError("{\"docu\\nment\": 1}"), "docu\\nment: unknown key");
   EXPECT_EQ(JsonError("{\"objects\": [{\"type\": \"O\\tx\"}]}"), "objects[0].type: unknown object type 'O\\tx'");
 }
+
+TEST(SceneJson, TheLargestIdsLeaveNewIdsAlone) {
+  // An id at the top of the range is kept, and nodes made after it still get fresh, non-zero ids.
+  auto doc = FromJson(R"({"objects": [{"type": "Onull", "id": 18446744073709551615}, {"type": "Onull"}]})");
+  ASSERT_TRUE(doc);
+  EXPECT_EQ(doc->GetFirstObject()->GetMarker(), ~UInt64(0));
+  const UInt64 fresh = doc->GetFirstObject()->GetNext()->GetMarker();
+  EXPECT_NE(fresh, 0u);
+  EXPECT_NE(fresh, ~UInt64(0));
+  EXPECT_NE(BaseObject::Alloc(HOST_TYPE_NULL)->GetMarker(), 0u);
+}
