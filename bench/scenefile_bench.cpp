@@ -3,7 +3,8 @@
 // the figures read as MB/s). A save includes the sync to disk; a load includes
 // resolving every link of the scene once, so that a load that did not scale
 // linearly in the number of nodes would show in the per-node times of the
-// 10,000 and 40,000 object scenes.
+// 10,000 and 40,000 object scenes. Each runs in both forms: native (form 0)
+// and JSON (form 1).
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "host/objects/primitives.h"
 #include "host/scene/basedocument.h"
 #include "host/scene/scenefile.h"
+#include "host/scene/scenejson.h"
 
 namespace {
 
@@ -78,11 +80,21 @@ std::unique_ptr<BaseDocument> BigMesh(int64_t polygons) {
 
 std::unique_ptr<BaseDocument> Make(int64_t kind, int64_t size) { return kind == 0 ? ManyObjects(size) : BigMesh(size); }
 
+const char* Suffix(int64_t form) { return form == 0 ? ".zscene" : ".json"; }
+
+Result<void> Save(int64_t form, BaseDocument* doc, const std::string& path) {
+  return form == 0 ? SaveDocument(doc, path) : SaveDocumentJson(doc, path);
+}
+
+Result<std::unique_ptr<BaseDocument>> Load(int64_t form, const std::string& path) {
+  return form == 0 ? LoadDocument(path) : LoadDocumentJson(path);
+}
+
 void BM_Save(benchmark::State& state) {
-  auto doc = Make(state.range(0), state.range(1));
-  const std::string path = TempPath("save.zscene");
+  auto doc = Make(state.range(1), state.range(2));
+  const std::string path = TempPath((std::string("save") + Suffix(state.range(0))).c_str());
   for (auto _ : state) {
-    auto r = SaveDocument(doc.get(), path);
+    auto r = Save(state.range(0), doc.get(), path);
     if (!r) state.SkipWithError(r.GetError().GetMessage().c_str());
   }
   const auto bytes = int64_t(std::filesystem::file_size(path));
@@ -93,14 +105,14 @@ void BM_Save(benchmark::State& state) {
 }
 
 void BM_Load(benchmark::State& state) {
-  const std::string path = TempPath("load.zscene");
+  const std::string path = TempPath((std::string("load") + Suffix(state.range(0))).c_str());
   {
-    auto doc = Make(state.range(0), state.range(1));
-    if (auto r = SaveDocument(doc.get(), path); !r) state.SkipWithError(r.GetError().GetMessage().c_str());
+    auto doc = Make(state.range(1), state.range(2));
+    if (auto r = Save(state.range(0), doc.get(), path); !r) state.SkipWithError(r.GetError().GetMessage().c_str());
   }
   int64_t nodes = 0;
   for (auto _ : state) {
-    auto r = LoadDocument(path);
+    auto r = Load(state.range(0), path);
     if (!r) {
       state.SkipWithError(r.GetError().GetMessage().c_str());
       break;
@@ -126,10 +138,10 @@ void BM_Load(benchmark::State& state) {
 
 }  // namespace
 
-// Arguments: scene (0 many objects, 1 one big mesh), its size.
-BENCHMARK(BM_Save)->ArgNames({"mesh", "size"})->Args({0, 10000})->Args({0, 40000})->Args({1, 1000000})
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_Load)->ArgNames({"mesh", "size"})->Args({0, 10000})->Args({0, 40000})->Args({1, 1000000})
-    ->Unit(benchmark::kMillisecond)->UseRealTime();
+// Arguments: form (0 native, 1 JSON), scene (0 many objects, 1 one big mesh), its size.
+BENCHMARK(BM_Save)->ArgNames({"form", "mesh", "size"})->ArgsProduct({{0, 1}, {0}, {10000, 40000}})
+    ->ArgsProduct({{0, 1}, {1}, {1000000}})->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Load)->ArgNames({"form", "mesh", "size"})->ArgsProduct({{0, 1}, {0}, {10000, 40000}})
+    ->ArgsProduct({{0, 1}, {1}, {1000000}})->Unit(benchmark::kMillisecond)->UseRealTime();
 
 BENCHMARK_MAIN();

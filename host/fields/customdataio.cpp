@@ -1,5 +1,8 @@
-// The classes of the host's own custom data types: field lists and spline
-// curves in scene files, and the links of field layers through a clone.
+// The classes of the host's own custom data types: field lists, spline
+// curves, item trees, check lists and unit scales in scene files, and the
+// links of field layers and item-tree rows through a clone.
+#include "host/scene/checklist.h"
+#include "host/scene/itemtree.h"
 #include "host/scene/unitscale.h"
 #include "host/core/format.h"
 #include "host/fields/fieldlist.h"
@@ -188,12 +191,122 @@ class UnitScaleClass : public CustomDataTypeClass {
   }
 };
 
+// Rows in tree order, each with its depth, so that no tree needs recursion to
+// be written or read. Rows nest no deeper than containers do.
+class ItemTreeClass : public CustomDataTypeClass {
+ public:
+  Int32 GetId() const override { return ItemTree::kCustomTypeId; }
+  const char* GetName() const override { return "itemtree"; }
+
+  bool Write(const CustomDataType& data, HyperFile& hf) const override {
+    const auto& tree = static_cast<const ItemTree&>(data);
+    Int32 count = 0;
+    for (const ItemTreeItem* i = tree.GetFirst(); i; i = tree.GetNextInTree(i)) ++count;
+    hf.WriteInt32(count);
+    for (const ItemTreeItem* i = tree.GetFirst(); i; i = tree.GetNextInTree(i)) {
+      Int32 depth = 0;
+      for (const ItemTreeItem* up = i->GetUp(); up; up = up->GetUp()) ++depth;
+      hf.WriteInt32(depth);
+      hf.WriteInt32(i->GetFlags());
+      if (!hf.WriteGeData(i->GetData())) return false;
+      hf.WriteLink(i->GetLink());
+    }
+    return !hf.HasError();
+  }
+
+  std::unique_ptr<CustomDataType> Read(HyperFile& hf, Int32 level) const override {
+    auto tree = std::make_unique<ItemTree>();
+    Int32 count = 0;
+    if (!hf.ReadInt32(&count)) return nullptr;
+    if (count < 0) {
+      hf.SetError(FormatString("an item tree with @ rows", count));
+      return nullptr;
+    }
+    // The last row read at each depth: the next row at that depth follows it.
+    std::vector<ItemTreeItem*> last;
+    for (Int32 n = 0; n < count; ++n) {
+      Int32 depth = 0, flags = 0;
+      GeData value;
+      BaseLink link;
+      if (!hf.ReadInt32(&depth)) return nullptr;
+      if (depth < 0 || size_t(depth) > last.size() || depth >= HyperFile::kMaxNesting) {
+        hf.SetError(FormatString("row @ of an item tree at depth @ follows one at depth @", n, depth,
+                                 Int64(last.size()) - 1));
+        return nullptr;
+      }
+      if (!hf.ReadInt32(&flags) || !hf.ReadGeData(&value) || !hf.ReadLink(&link)) return nullptr;
+      ItemTreeItem* parent = depth > 0 ? last[size_t(depth - 1)] : nullptr;
+      ItemTreeItem* pred = size_t(depth) < last.size() ? last[size_t(depth)] : nullptr;
+      ItemTreeItem* row = tree->InsertItem(parent, pred, flags, value, link);
+      if (!row) {
+        hf.SetError("out of memory reading an item tree");
+        return nullptr;
+      }
+      last.resize(size_t(depth));
+      last.push_back(row);
+    }
+    return tree;
+  }
+
+  std::unique_ptr<CustomDataType> TranslateLinks(const CustomDataType& data, const AliasTrans& trans) const override {
+    const auto& tree = static_cast<const ItemTree&>(data);
+    bool moves = false;
+    for (const ItemTreeItem* i = tree.GetFirst(); i && !moves; i = tree.GetNextInTree(i))
+      moves = !(trans.Translate(i->GetLink()) == i->GetLink());
+    if (!moves) return nullptr;
+    // The copy walks in step with the original: rows of both trees in the same order.
+    auto moved = std::make_unique<ItemTree>(tree);
+    for (ItemTreeItem *i = moved->GetFirst(); i; i = moved->GetNextInTree(i)) i->SetLink(trans.Translate(i->GetLink()));
+    return moved;
+  }
+};
+
+class CheckListClass : public CustomDataTypeClass {
+ public:
+  Int32 GetId() const override { return CheckListData::kCustomTypeId; }
+  const char* GetName() const override { return "checklist"; }
+
+  bool Write(const CustomDataType& data, HyperFile& hf) const override {
+    const auto& list = static_cast<const CheckListData&>(data);
+    hf.WriteInt32(list.GetCount());
+    for (Int32 i = 0; i < list.GetCount(); ++i) {
+      hf.WriteString(list.GetName(i));
+      hf.WriteBool(list.IsChecked(i));
+    }
+    return !hf.HasError();
+  }
+
+  std::unique_ptr<CustomDataType> Read(HyperFile& hf, Int32 level) const override {
+    Int32 count = 0;
+    if (!hf.ReadInt32(&count)) return nullptr;
+    if (count < 0) {
+      hf.SetError(FormatString("a check list with @ entries", count));
+      return nullptr;
+    }
+    std::vector<String> names;
+    std::vector<bool> checks;
+    for (Int32 i = 0; i < count; ++i) {
+      String name;
+      bool checked = true;
+      if (!hf.ReadString(&name) || !hf.ReadBool(&checked)) return nullptr;
+      names.push_back(std::move(name));
+      checks.push_back(checked);
+    }
+    auto list = std::make_unique<CheckListData>();
+    list->SetEntries(names);
+    for (Int32 i = 0; i < count; ++i) list->SetChecked(i, checks[size_t(i)]);
+    return list;
+  }
+};
+
 }  // namespace
 
 void RegisterHostCustomDataTypes() {
   RegisterCustomDataTypeClass(std::make_unique<UnitScaleClass>());
   RegisterCustomDataTypeClass(std::make_unique<FieldListClass>());
   RegisterCustomDataTypeClass(std::make_unique<SplineDataClass>());
+  RegisterCustomDataTypeClass(std::make_unique<ItemTreeClass>());
+  RegisterCustomDataTypeClass(std::make_unique<CheckListClass>());
 }
 
 }  // namespace zta

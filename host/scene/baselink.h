@@ -31,6 +31,13 @@ class BaseLink {
   // The node while it lives, wherever it is.
   BaseList2D* ForceGetLink() const;
   bool IsEmpty() const { return marker_ == 0; }
+  // A link to whatever node carries `marker`: how readers that know nodes by
+  // their persistent ids (scene files) make links before or without the node.
+  static BaseLink FromMarker(UInt64 marker) {
+    BaseLink link;
+    link.marker_ = marker;
+    return link;
+  }
   UInt64 GetMarker() const { return marker_; }
 
   bool operator==(const BaseLink& o) const { return marker_ == o.marker_; }

@@ -175,6 +175,10 @@ BaseList2D::BaseList2D(Int32 type)
 }
 
 void BaseList2D::ReserveMarker(UInt64 marker) {
+  // A file may name any id; the counter must never wrap round to 0 (no
+  // link) or to ids in use. New ids count up from below 2^63, which no
+  // session reaches, so ids above it need no reservation.
+  if (marker >= (UInt64(1) << 63)) return;
   UInt64 next = g_nextMarker.load();
   while (next <= marker && !g_nextMarker.compare_exchange_weak(next, marker + 1)) {
   }

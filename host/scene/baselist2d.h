@@ -180,6 +180,7 @@ class BaseList2D : public GeListNode {
  private:
   friend class BaseDocument;
   friend class HyperFile;
+  friend class SceneJsonReader;
   // Raises the counter of new markers past `marker`: nodes made after a load
   // never take an id that a loaded node carries.
   static void ReserveMarker(UInt64 marker);

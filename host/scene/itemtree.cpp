@@ -37,6 +37,12 @@ void ItemTreeItem::SetLink(const BaseList2D* node) {
   if (ItemTree* tree = GetTree()) tree->Changed();
 }
 
+void ItemTreeItem::SetLink(const BaseLink& link) {
+  if (link == link_) return;
+  link_ = link;
+  if (ItemTree* tree = GetTree()) tree->Changed();
+}
+
 // ---- ItemTree
 
 ItemTree::ItemTree() = default;
@@ -68,11 +74,16 @@ ItemTreeItem* ItemTree::GetNextInTree(const ItemTreeItem* item) const {
 
 ItemTreeItem* ItemTree::InsertItem(ItemTreeItem* parent, ItemTreeItem* pred, Int32 flags, const GeData& data,
                                    const BaseList2D* link) {
+  return InsertItem(parent, pred, flags, data, BaseLink(link));
+}
+
+ItemTreeItem* ItemTree::InsertItem(ItemTreeItem* parent, ItemTreeItem* pred, Int32 flags, const GeData& data,
+                                   const BaseLink& link) {
   if ((parent && parent->GetTree() != this) || (pred && pred->GetTree() != this)) return nullptr;
   auto* item = new ItemTreeItem();
   item->flags_ = flags;
   item->data_ = data;
-  item->link_.SetLink(link);
+  item->link_ = link;
   if (pred) item->InsertAfter(pred);
   else item->InsertUnder(parent ? static_cast<GeListNode*>(parent) : &head_);
   ItemTreeEvent event{ITEMTREE_EVENT_ROWCREATED, this, item};

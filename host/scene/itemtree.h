@@ -55,6 +55,7 @@ class ItemTreeItem : public GeListNode {
   BaseContainer* GetContainerInstance();
   const BaseLink& GetLink() const { return link_; }
   void SetLink(const BaseList2D* node);
+  void SetLink(const BaseLink& link);
   // The tree this row belongs to, or null for a free row.
   ItemTree* GetTree() const;
 
@@ -91,6 +92,10 @@ class ItemTree : public CustomDataType {
   // null); the owner hears ITEMTREE_EVENT_ROWCREATED.
   ItemTreeItem* InsertItem(ItemTreeItem* parent, ItemTreeItem* pred, Int32 flags, const GeData& data,
                            const BaseList2D* link);
+  // The same with a link as it stands, which may name its node by id alone
+  // (a row read from a scene file).
+  ItemTreeItem* InsertItem(ItemTreeItem* parent, ItemTreeItem* pred, Int32 flags, const GeData& data,
+                           const BaseLink& link);
   // Frees a row with its children.
   void RemoveItem(ItemTreeItem* item);
   void FlushAll();

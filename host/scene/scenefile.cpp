@@ -76,7 +76,8 @@ Result<std::unique_ptr<BaseDocument>> LoadDocumentFromMemory(const char* bytes, 
   return ReadDocument(bytes, size, thread, false);
 }
 
-Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef& thread) {
+Result<void> SaveDocumentThrough(BaseDocument* doc, const String& path, const ThreadRef& thread,
+                                 const std::function<Result<void>(std::FILE* file)>& write) {
   if (!doc) return NullptrError("no document to save");
   auto out = AtomicFile::Open(path);
   if (!out) return out.GetError();
@@ -97,16 +98,9 @@ Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef
   if (!prepared) {
     result = IoError("could not save " + path + ": the scene hook " + refusedBy + " refused the save");
   } else {
-    auto hf = HyperFile::OpenWrite(HYPERFILE_KIND_SCENE, ::fileno(out->GetFile()));
-    hf->SetDocument(doc);
-    hf->SetThread(thread);
-    if (!hf->WriteDocument(*doc) || !hf->WriteEnd()) {
-      result = IoError("could not save " + path + ": " + hf->GetErrorText());
-    } else if (thread && thread->TestBreak()) {
-      result = IllegalStateError("interrupted");
-    } else {
-      result = out->Commit(true);
-    }
+    result = write(out->GetFile());
+    if (result && thread && thread->TestBreak()) result = IllegalStateError("interrupted");
+    if (result) result = out->Commit(true);
   }
   out->Discard();
 
@@ -119,6 +113,59 @@ Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef
   doc->SetDocumentPath(t.parent_path().string());
   doc->SetDocumentName(t.filename().string());
   return OK();
+}
+
+Result<void> SaveDocument(BaseDocument* doc, const String& path, const ThreadRef& thread) {
+  return SaveDocumentThrough(doc, path, thread, [&](std::FILE* file) -> Result<void> {
+    auto hf = HyperFile::OpenWrite(HYPERFILE_KIND_SCENE, ::fileno(file));
+    hf->SetDocument(doc);
+    hf->SetThread(thread);
+    if (!hf->WriteDocument(*doc) || !hf->WriteEnd()) return IoError("could not save " + path + ": " + hf->GetErrorText());
+    return OK();
+  });
+}
+
+Result<std::vector<char>> ReadWholeFile(const String& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    if (errno == ENOENT) return IoError("File could not be found: " + path);
+    return IoError("could not read " + path + ": " + std::strerror(errno));
+  }
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    return IoError(path + " is not a file");
+  }
+  std::vector<char> bytes;
+  try {
+    bytes.resize(size_t(st.st_size));
+  } catch (const std::bad_alloc&) {
+    ::close(fd);
+    return OutOfMemoryError("out of memory reading " + path);
+  }
+  size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n = ::read(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += size_t(n);
+  }
+  ::close(fd);
+  bytes.resize(done);
+  return bytes;
+}
+
+void FinishLoadedDocument(BaseDocument* d, const String& path) {
+  const std::filesystem::path t(Absolute(path));
+  d->SetDocumentPath(t.parent_path().string());
+  d->SetDocumentName(t.filename().string());
+  DocumentInfoData info;
+  info.type = DOCUMENTINFO_TYPE_LOAD_AFTER;
+  info.subType = DOCUMENTINFO_SUBTYPE_SCENEFILE;
+  info.doc = d;
+  info.url = t.string();
+  String ignored;
+  BroadcastDocumentInfo(d, info, &ignored);
 }
 
 Result<std::unique_ptr<BaseDocument>> LoadDocument(const String& path, const ThreadRef& thread) {
@@ -149,17 +196,7 @@ Result<std::unique_ptr<BaseDocument>> LoadDocument(const String& path, const Thr
   ::close(fd);
   auto doc = ReadDocument(bytes.get(), done, thread, true);
   if (!doc) return Error(doc.GetError().GetKind(), path + ": " + doc.GetError().GetMessage());
-  BaseDocument* d = doc.GetValue().get();
-  const std::filesystem::path t(Absolute(path));
-  d->SetDocumentPath(t.parent_path().string());
-  d->SetDocumentName(t.filename().string());
-  DocumentInfoData info;
-  info.type = DOCUMENTINFO_TYPE_LOAD_AFTER;
-  info.subType = DOCUMENTINFO_SUBTYPE_SCENEFILE;
-  info.doc = d;
-  info.url = t.string();
-  String ignored;
-  BroadcastDocumentInfo(d, info, &ignored);
+  FinishLoadedDocument(doc.GetValue().get(), path);
   return doc;
 }
 

@@ -9,6 +9,8 @@
 // is renamed over the target only when all of them are written, so a failed or
 // interrupted save leaves a file that stood there as it was. Loading gives a
 // whole document or an error that names the byte where the file went wrong.
+#include <cstdio>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -36,5 +38,16 @@ Result<std::vector<char>> SaveDocumentToMemory(const BaseDocument& doc, Int32 ki
 // A document from such bytes, of any kind; the error names the byte offset.
 Result<std::unique_ptr<BaseDocument>> LoadDocumentFromMemory(const char* bytes, Int64 size,
                                                              const ThreadRef& thread = nullptr);
+
+// What the native and the JSON form share. SaveDocumentThrough sends the save
+// events around `write`, which puts the scene's bytes into the temporary file
+// (the error it returns ends the save), and commits the file; the document
+// then takes the path's folder and name.
+Result<void> SaveDocumentThrough(BaseDocument* doc, const String& path, const ThreadRef& thread,
+                                 const std::function<Result<void>(std::FILE* file)>& write);
+// A document just read from `path` takes its folder and name and hears the load event.
+void FinishLoadedDocument(BaseDocument* doc, const String& path);
+// The bytes of a file, or an error in the words of LoadDocument's.
+Result<std::vector<char>> ReadWholeFile(const String& path);
 
 }  // namespace zta

@@ -38,7 +38,7 @@ BaseObject* Insert(BaseDocument& doc, std::unique_ptr<BaseObject> op, const char
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) {
+  if (argc < 2) {
     std::fprintf(stderr, "usage: %s CORPUS_FOLDER\n", argv[0]);
     return 2;
   }

@@ -9,6 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "host/scene/checklist.h"
+#include "host/scene/itemtree.h"
 #include "host/scene/unitscale.h"
 #include "host/fields/fieldlist.h"
 #include "host/fields/splinedata.h"
@@ -85,6 +87,16 @@ class SceneDump {
       o << " " << F(s->GetXMin()) << " " << F(s->GetXMax()) << " " << F(s->GetYMin()) << " " << F(s->GetYMax());
       for (zta::Int32 i = 0; i < s->GetKnotCount(); ++i)
         o << " (" << F(s->GetKnot(i)->pos.x) << "," << F(s->GetKnot(i)->pos.y) << "," << int(s->GetKnot(i)->interpolation) << ")";
+    } else if (const auto* tree = dynamic_cast<const zta::ItemTree*>(&c)) {
+      for (const zta::ItemTreeItem* i = tree->GetFirst(); i; i = tree->GetNextInTree(i)) {
+        int depth = 0;
+        for (const zta::ItemTreeItem* u = i->GetUp(); u; u = u->GetUp()) ++depth;
+        o << " [row " << depth << " " << i->GetFlags() << " " << Link(i->GetLink(), doc) << " ";
+        Value(o, i->GetData(), doc, 0);
+        o << "]";
+      }
+    } else if (const auto* list = dynamic_cast<const zta::CheckListData*>(&c)) {
+      for (zta::Int32 i = 0; i < list->GetCount(); ++i) o << " [" << list->GetName(i) << " " << list->IsChecked(i) << "]";
     } else if (const auto* opaque = dynamic_cast<const zta::OpaqueCustomData*>(&c)) {
       o << " opaque " << opaque->GetLevel() << " " << Bytes(opaque->GetBytes().data(), opaque->GetBytes().size());
     }

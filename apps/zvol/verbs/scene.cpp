@@ -1,6 +1,7 @@
 // zvol scene: scene files from the command line. "info" shows the tree of a
 // scene with types, names and the parameters that differ from their defaults;
-// "convert" reads a scene and writes it again.
+// "convert" reads a scene and writes it again. Both read and write either
+// form: .zscene is the native file, .json the JSON form.
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
@@ -13,6 +14,7 @@
 #include "host/scene/customdataclass.h"
 #include "host/scene/plugins.h"
 #include "host/scene/scenefile.h"
+#include "host/scene/scenejson.h"
 #include "zvol.h"
 
 namespace {
@@ -25,11 +27,11 @@ bool IsNativeScene(const std::string& path) {
   return std::filesystem::path(path).extension() == std::string(".") + zta::kSceneFileSuffix;
 }
 
-void RequireNativeScene(const std::string& path) {
-  if (IsNativeScene(path)) return;
-  if (std::filesystem::path(path).extension() == ".json")
-    throw zvol::Failure(path + ": the JSON form of scenes is not supported yet; use a ." + zta::kSceneFileSuffix + " file");
-  throw CLI::ValidationError("scene", "'" + path + "' is not a ." + zta::kSceneFileSuffix + " file");
+// A scene file's form by its extension; anything else is a usage error.
+void RequireScene(const std::string& path) {
+  if (IsNativeScene(path) || zta::IsJsonScenePath(path)) return;
+  throw CLI::ValidationError("scene", "'" + path + "' is neither a ." + zta::kSceneFileSuffix + " nor a ." +
+                                          zta::kSceneJsonSuffix + " scene file");
 }
 
 // The host's own types by name; plug-ins name themselves at registration.
@@ -206,8 +208,9 @@ std::string Plain(const json& j) {
 }
 
 std::unique_ptr<zta::BaseDocument> Load(const zvol::Context& ctx, const std::string& path) {
-  RequireNativeScene(path);
+  RequireScene(path);
   zvol::Step step(ctx, "read " + std::filesystem::path(path).filename().string());
+  if (zta::IsJsonScenePath(path)) return zvol::Take(zta::LoadDocumentJson(path, ctx.thread));
   return zvol::Take(zta::LoadDocument(path, ctx.thread));
 }
 
@@ -221,11 +224,11 @@ zvol::VerbRun Setup(CLI::App& app) {
   auto o = std::make_shared<Options>();
   app.require_subcommand(1);
   CLI::App* info = app.add_subcommand("info", "the tree of a scene: types, names, parameters that differ from their defaults");
-  info->add_option("scene", o->scene, "the scene file (.zscene)")->required();
+  info->add_option("scene", o->scene, "the scene file (.zscene or .json)")->required();
   info->add_flag("--json", o->json, "print one JSON object");
-  CLI::App* convert = app.add_subcommand("convert", "read a scene and write it again");
-  convert->add_option("input", o->input, "the scene file to read (.zscene)")->required();
-  convert->add_option("output", o->output, "the scene file to write (.zscene)")->required();
+  CLI::App* convert = app.add_subcommand("convert", "read a scene and write it again, in the form its extension names");
+  convert->add_option("input", o->input, "the scene file to read (.zscene or .json)")->required();
+  convert->add_option("output", o->output, "the scene file to write (.zscene or .json)")->required();
 
   return [o, info, convert](const zvol::Context& ctx) {
     if (info->parsed()) {
@@ -235,12 +238,13 @@ zvol::VerbRun Setup(CLI::App& app) {
       std::fputs(text.c_str(), stdout);
       return 0;
     }
-    RequireNativeScene(o->output);
+    RequireScene(o->output);
     zvol::CheckOutputPath(o->output);
     auto doc = Load(ctx, o->input);
     {
       zvol::Step step(ctx, "write " + std::filesystem::path(o->output).filename().string());
-      zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
+      if (zta::IsJsonScenePath(o->output)) zvol::Check(zta::SaveDocumentJson(doc.get(), o->output, ctx.thread));
+      else zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
     }
     ctx.Say("wrote " + o->output);
     return 0;
