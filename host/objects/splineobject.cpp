@@ -241,6 +241,8 @@ std::unique_ptr<LineObject> LineObject::Alloc(Int32 pointCount) {
   }
 }
 
+bool LineObject::ResizeObject(Int32 pointCount) { return ResizeSegmented(pointCount); }
+
 
 namespace {
 // The points of a segment, the first once more at the end of a closed one.

@@ -82,6 +82,7 @@ class LineObject : public SegmentedPoints {
  public:
   static std::unique_ptr<LineObject> Alloc(Int32 pointCount);
   Int32 GetInfo() const override { return OBJECT_POINTOBJECT | OBJECT_ISSPLINE; }
+  bool ResizeObject(Int32 pointCount);
   // Length of a segment along its chords.
   Float GetLength(Int32 segment = 0) const;
   // Position at a fraction in [0, 1] of the segment's length.

@@ -15,6 +15,7 @@ class BaseContainer {
   explicit BaseContainer(Int32 id) : id_(id) {}
 
   Int32 GetId() const { return id_; }
+  void SetId(Int32 id) { id_ = id; }
 
   Int32 GetInt32(Int32 id, Int32 def = 0) const;
   Int64 GetInt64(Int32 id, Int64 def = 0) const;

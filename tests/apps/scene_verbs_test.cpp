@@ -134,3 +134,30 @@ TEST(SceneVerb, DamagedScenesGiveOneErrorAndLeaveTheOutput) {
   EXPECT_EQ(folder.status, 1);
   EXPECT_NE(folder.err.find("does not exist"), std::string::npos) << folder.err;
 }
+
+TEST(SceneVerb, EvalWritesWhatTheSceneShowsPerFrame) {
+  zvtest::Files f;
+  const std::string scene = std::string(ZV_SOURCE_DIR) + "/examples/scenes/cube-and-sphere.json";
+  auto r = Zvol({"scene", "eval", scene, "-o", f("shown.obj")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  // The primitives' caches under the null (a cube of 4 x-subdivisions, 18
+  // quads; an icosahedron, 20 triangles) and the floor's one quad.
+  const std::string obj = Slurp(f("shown.obj"));
+  size_t faces = 0;
+  for (size_t at = obj.find("\nf "); at != std::string::npos; at = obj.find("\nf ", at + 1)) ++faces;
+  EXPECT_EQ(faces, 39u);
+
+  r = Zvol({"scene", "eval", scene, "--frames", "3:5", "-o", f("seq.ply")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  for (const char* name : {"seq.0003.ply", "seq.0004.ply", "seq.0005.ply"})
+    EXPECT_TRUE(std::filesystem::is_regular_file(f(name))) << name;
+  EXPECT_FALSE(std::filesystem::exists(f("seq.ply")));
+
+  // Nothing of the asked kind, a bad range, a format zvol cannot write: one error line, no file.
+  r = Zvol({"scene", "eval", scene, "-o", f("none.vdb")});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("holds no volume"), std::string::npos) << r.err;
+  EXPECT_FALSE(std::filesystem::exists(f("none.vdb")));
+  EXPECT_NE(Zvol({"scene", "eval", scene, "--frames", "5:3", "-o", f("x.obj")}).status, 0);
+  EXPECT_NE(Zvol({"scene", "eval", scene, "-o", f("x.txt")}).status, 0);
+}

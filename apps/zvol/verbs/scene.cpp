@@ -1,11 +1,13 @@
 // zvol scene: scene files from the command line. "info" shows the tree of a
 // scene with types, names and the parameters that differ from their defaults;
-// "convert" reads a scene and writes it again. Both read and write either
-// form: .zscene is the native file, .json the JSON form.
+// "convert" reads a scene and writes it again; "eval" evaluates it and writes
+// what its top-level objects hold. All read either form: .zscene is the
+// native file, .json the JSON form.
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <sstream>
 
 #include "host/scene/unitscale.h"
@@ -15,6 +17,12 @@
 #include "host/scene/plugins.h"
 #include "host/scene/scenefile.h"
 #include "host/scene/scenejson.h"
+#include "host/modeling/join.h"
+#include "host/modeling/modeling.h"
+#include "host/scene/execution.h"
+#include "host/objects/polygonobject.h"
+#include "meshio.h"
+#include "zelmar/volumecommands.h"
 #include "zvol.h"
 
 namespace {
@@ -214,12 +222,105 @@ std::unique_ptr<zta::BaseDocument> Load(const zvol::Context& ctx, const std::str
   return zvol::Take(zta::LoadDocument(path, ctx.thread));
 }
 
+// `path` with the frame number before its extension: "out.0042.obj".
+std::string FramePath(const std::string& path, int64_t frame) {
+  const std::filesystem::path p(path);
+  char number[32];
+  std::snprintf(number, sizeof(number), ".%04lld", static_cast<long long>(frame));
+  return (p.parent_path() / (p.stem().string() + number + p.extension().string())).string();
+}
+
+// What the objects of `first` and its siblings show, as free objects placed
+// in world space: a copy of a generator's (deformed) cache, of a polygon,
+// spline or line object, or of a volume object. An object that shows nothing
+// of its own (a null) gives what its children show; the children of one that
+// does are its to consume.
+void Gather(const zvol::Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
+            std::vector<std::unique_ptr<zta::BaseObject>>& out) {
+  for (zta::BaseObject* op = first; op; op = op->GetNext()) {
+    const bool volume = zelmar::GetObjectVolume(op).IsInitialized();
+    const bool geometry = op->GetType() == zta::HOST_TYPE_POLYGON || op->GetType() == zta::HOST_TYPE_SPLINE ||
+                          op->GetType() == zta::HOST_TYPE_LINE;
+    if (!volume && !geometry && !op->GetCache() && !op->GetDeformCache()) {
+      Gather(ctx, doc, op->GetDown(), out);
+      continue;
+    }
+    std::unique_ptr<zta::BaseObject> copy;
+    if (volume) {
+      copy.reset(static_cast<zta::BaseObject*>(op->GetClone(zta::COPYFLAGS_NO_HIERARCHY).release()));
+      if (!copy) throw zvol::Failure("out of memory copying " + op->GetName());
+    } else {
+      zta::ModelingCommandData data;
+      data.doc = &doc;
+      data.op = op;
+      data.objects = {op};
+      data.thread = ctx.thread;
+      zvol::Check(zta::SendModelingCommand(zta::MCOMMAND_CURRENTSTATETOOBJECT, data));
+      if (data.result.empty()) continue;
+      copy = std::move(data.result.front());
+    }
+    // The copy stands where the object stood among its parents.
+    if (auto* up = dynamic_cast<zta::BaseObject*>(op->GetUp())) copy->SetMl(up->GetMg() * copy->GetMl());
+    out.push_back(std::move(copy));
+  }
+}
+
+// What the scene shows at `frame`, once evaluated there.
+std::vector<std::unique_ptr<zta::BaseObject>> Evaluate(const zvol::Context& ctx, zta::BaseDocument& doc, int64_t frame) {
+  zvol::Step step(ctx, zta::FormatString("evaluate frame @", frame));
+  doc.SetTime(zta::BaseTime(frame, doc.GetFps()));
+  const bool done = zta::ExecutePasses(&doc, ctx.thread);
+  ctx.CheckInterrupted();
+  if (!done) throw zvol::Failure("evaluation stopped");
+  std::vector<std::unique_ptr<zta::BaseObject>> shown;
+  Gather(ctx, doc, doc.GetFirstObject(), shown);
+  return shown;
+}
+
+// The volumes of the objects and everything below them, in tree order.
+void CollectVolumes(const zta::BaseObject* op, std::vector<zelmar::Volume>& out) {
+  for (; op; op = op->GetNext()) {
+    const zelmar::Volume v = zelmar::GetObjectVolume(op);
+    if (v.IsInitialized() && v.HasGrid()) out.push_back(v);
+    CollectVolumes(op->GetDown(), out);
+  }
+}
+
+// The polygon objects among the objects and everything below them.
+void CollectPolygons(const zta::BaseObject* op, std::vector<const zta::PolygonObject*>& out) {
+  for (; op; op = op->GetNext()) {
+    if (const auto* p = dynamic_cast<const zta::PolygonObject*>(op)) out.push_back(p);
+    CollectPolygons(op->GetDown(), out);
+  }
+}
+
+void WriteFrame(const zvol::Context& ctx, const std::vector<std::unique_ptr<zta::BaseObject>>& objects,
+                const std::string& path, int64_t frame) {
+  if (std::filesystem::path(path).extension() == ".vdb") {
+    std::vector<zelmar::Volume> volumes;
+    for (const auto& op : objects) CollectVolumes(op.get(), volumes);
+    if (volumes.empty()) throw zvol::Failure(zta::FormatString("the scene holds no volume at frame @", frame));
+    zvol::SaveVolumes(ctx, path, volumes);
+  } else {
+    std::vector<const zta::PolygonObject*> meshes;
+    for (const auto& op : objects) CollectPolygons(op.get(), meshes);
+    if (meshes.empty()) throw zvol::Failure(zta::FormatString("the scene holds no polygons at frame @", frame));
+    auto joined = zvol::Take(zta::JoinPolygonObjects(meshes));
+    zvol::Step step(ctx, "write " + std::filesystem::path(path).filename().string());
+    zvol::WriteMesh(*joined, path);
+  }
+  ctx.Say("wrote " + path);
+}
+
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string scene;
     bool json = false;
     std::string input;
     std::string output;
+    std::optional<int64_t> frame;
+    std::string frames;
+    std::string evalOutput;
   };
   auto o = std::make_shared<Options>();
   app.require_subcommand(1);
@@ -229,8 +330,40 @@ zvol::VerbRun Setup(CLI::App& app) {
   CLI::App* convert = app.add_subcommand("convert", "read a scene and write it again, in the form its extension names");
   convert->add_option("input", o->input, "the scene file to read (.zscene or .json)")->required();
   convert->add_option("output", o->output, "the scene file to write (.zscene or .json)")->required();
+  CLI::App* eval = app.add_subcommand(
+      "eval", "evaluate a scene and write what its top-level objects hold: polygons to a mesh file, volumes to .vdb");
+  eval->add_option("scene", o->scene, "the scene file (.zscene or .json)")->required();
+  auto* one = eval->add_option("--frame", o->frame, "the frame to evaluate (default: the scene's current frame)");
+  eval->add_option("--frames", o->frames, "A:B: every frame from A to B, each to OUT with its number before the extension")
+      ->excludes(one);
+  eval->add_option("-o,--output", o->evalOutput, "the file to write: .vdb, or a mesh file (OBJ, PLY, STL, GLB)")
+      ->required();
 
-  return [o, info, convert](const zvol::Context& ctx) {
+  return [o, info, convert, eval](const zvol::Context& ctx) {
+    if (eval->parsed()) {
+      const bool vdb = std::filesystem::path(o->evalOutput).extension() == ".vdb";
+      if (!vdb && !zvol::IsWritableMeshPath(o->evalOutput))
+        throw CLI::ValidationError("--output", "'" + o->evalOutput + "' is neither .vdb nor a mesh file zvol writes");
+      zvol::CheckOutputPath(o->evalOutput);
+      auto doc = Load(ctx, o->scene);
+      std::vector<int64_t> frames;
+      if (!o->frames.empty()) {
+        long long a = 0, b = 0;
+        char rest = 0;
+        if (std::sscanf(o->frames.c_str(), "%lld:%lld%c", &a, &b, &rest) != 2 || b < a || b - a > 1000000)
+          throw CLI::ValidationError("--frames", "expected A:B with A <= B, got '" + o->frames + "'");
+        for (long long f = a; f <= b; ++f) frames.push_back(f);
+      } else {
+        frames.push_back(o->frame ? *o->frame : doc->GetTime().GetFrame(doc->GetFps()));
+      }
+      zvol::Progress progress(ctx, "evaluate");
+      for (size_t i = 0; i < frames.size(); ++i) {
+        const auto objects = Evaluate(ctx, *doc, frames[i]);
+        WriteFrame(ctx, objects, o->frames.empty() ? o->evalOutput : FramePath(o->evalOutput, frames[i]), frames[i]);
+        progress.Set(double(i + 1) / double(frames.size()));
+      }
+      return 0;
+    }
     if (info->parsed()) {
       auto doc = Load(ctx, o->scene);
       const json j = SceneJson(o->scene, *doc);
