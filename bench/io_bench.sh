@@ -4,16 +4,12 @@ set -euo pipefail
 BUILD="${1:-build}"
 out=$(mktemp)
 "$BUILD/bench/io_bench" --benchmark_repetitions=5 --benchmark_format=json >"$out"
-/usr/bin/python3 - "$out" <<'PY'
-import json, sys, statistics
-runs = {}
-for b in json.load(open(sys.argv[1]))["benchmarks"]:
-    if b.get("run_type") == "iteration":
-        runs.setdefault(b["run_name"].split("/")[0], []).append(b["real_time"])
-med = {k: statistics.median(v) for k, v in runs.items()}
-for k, v in med.items():
-    print(f"{k:12s} {v:9.1f} ms (median of {len(runs[k])})")
-print(f"load / plain read  = {med['ToolsLoad'] / med['PlainRead']:.2f}  (target <= 1.5)")
-print(f"save / plain write = {med['ToolsSave'] / med['PlainWrite']:.2f}")
+/usr/bin/python3 - "$out" "$(dirname "$0")" <<'PY'
+import sys
+sys.path.insert(0, sys.argv[2])
+from gbench import medians, ratio
+med = medians(sys.argv[1])
+ratio("load / plain read ", med["ToolsLoad"], med["PlainRead"], 1.5)
+ratio("save / plain write", med["ToolsSave"], med["PlainWrite"])
 PY
 rm -f "$out"

@@ -5,16 +5,12 @@ set -euo pipefail
 BUILD="${1:-build}"
 out=$(mktemp)
 "$BUILD/bench/volumescene_bench" --benchmark_repetitions=3 --benchmark_format=json >"$out"
-/usr/bin/python3 - "$out" <<'PY'
-import json, sys, statistics
-runs = {}
-for b in json.load(open(sys.argv[1]))["benchmarks"]:
-    if b.get("run_type") == "iteration":
-        runs.setdefault(b["run_name"].split("/")[0], []).append(b["real_time"])
-med = {k: statistics.median(v) for k, v in runs.items()}
-for k, v in med.items():
-    print(f"{k:12s} {v:9.1f} ms (median of {len(runs[k])})")
-print(f"scene save / plain write = {med['SceneSave'] / med['PlainWrite']:.2f}  (target <= 1.1)")
-print(f"scene load / plain read  = {med['SceneLoad'] / med['PlainRead']:.2f}  (target <= 1.1)")
+/usr/bin/python3 - "$out" "$(dirname "$0")" <<'PY'
+import sys
+sys.path.insert(0, sys.argv[2])
+from gbench import medians, ratio
+med = medians(sys.argv[1])
+ratio("scene save / plain write", med["SceneSave"], med["PlainWrite"], 1.1)
+ratio("scene load / plain read ", med["SceneLoad"], med["PlainRead"], 1.1)
 PY
 rm -f "$out"
