@@ -1,6 +1,7 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumefilter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
@@ -16,6 +17,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
+      {"VolumeFilter-", false, &VolumeFilter::Register},
   };
   return rows;
 }
