@@ -1,6 +1,7 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumecachelayer.h"
 #include "modules/volumes/source/objects/volumefilter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumesequence.h"
@@ -14,10 +15,11 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"Filter-", false, &VolumeFilter::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
+      {"VolCache-", false, &VolumeCacheLayerData::Register},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
-      {"VolumeFilter-", false, &VolumeFilter::Register},
   };
   return rows;
 }

@@ -47,7 +47,7 @@ enum : zta::Int32 { VOLUMEFILTER_TYPE_SDF = 0, VOLUMEFILTER_TYPE_FOG = 1, VOLUME
 class VolumeFilter : public zta::ObjectData {
  public:
   static std::unique_ptr<zta::NodeData> Alloc();
-  // The "VolumeFilter-" row of the start table.
+  // The "Filter-" row of the start table.
   static bool Register();
 
   bool InitNode(zta::GeListNode* node) override;
