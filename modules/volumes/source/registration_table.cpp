@@ -1,5 +1,6 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
+#include "modules/volumes/source/libraries/volumelibraries.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumecachelayer.h"
 #include "modules/volumes/source/objects/volumefilter.h"
@@ -19,6 +20,8 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolCache-", false, &VolumeCacheLayerData::Register},
+      {"VolumeObjectApi-", false, &RegisterVolumeObjectLibraries},
+      {"VolumeTagApi-", true, &RegisterVolumeTagLibrary},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;
