@@ -1,6 +1,9 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
+#include "modules/volumes/source/libraries/volumelibraries.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumecachelayer.h"
+#include "modules/volumes/source/objects/volumefilter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
@@ -13,8 +16,12 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"Filter-", false, &VolumeFilter::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
+      {"VolCache-", false, &VolumeCacheLayerData::Register},
+      {"VolumeObjectApi-", false, &RegisterVolumeObjectLibraries},
+      {"VolumeTagApi-", true, &RegisterVolumeTagLibrary},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;

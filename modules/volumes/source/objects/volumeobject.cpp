@@ -17,6 +17,7 @@
 #include "host/scene/parameters.h"
 #include "host/scene/plugins.h"
 #include "host/ui/dialogs.h"
+#include "modules/volumes/source/helper/volumeblock.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 #include "zelmar/volumetools.h"
@@ -83,12 +84,6 @@ bool EndsWith(const std::string& s, const std::string& tail) {
 
 bool IsExistingFile(const Url& url) { return zta::IoDetect(url) == zta::IODETECT::FILE; }
 
-// A name in the memory store that no other stream of the process uses.
-std::string MemoryStreamName(const char* what) {
-  static std::atomic<zta::UInt64> counter{0};
-  return zta::FormatString("zelmar.volumeobject.@.@", what, ++counter);
-}
-
 zta::Vector ReadScale(zta::BaseObject* op) {
   zta::GeData value;
   if (!zta::GetParameter(op, zta::DescID(zta::ID_BASEOBJECT_ABS_SCALE), value)) return op->GetScale();
@@ -152,10 +147,7 @@ bool VolumeObjectData::ReadNode(zta::GeListNode* node, zta::HyperFile* hf, zta::
   if (embedded) {
     std::vector<char> block;
     if (!hf->ReadMemory(&block)) return false;
-    const std::string name = MemoryStreamName("read");
-    zta::MemoryStore::Put(name, std::move(block));
-    auto loaded = VolumeToolsInterface::LoadVDBFile(Url::Memory(name), 1.0, nullptr, nullptr, nullptr);
-    zta::MemoryStore::Erase(name);
+    auto loaded = DecodeVolumeBlock(std::move(block));
     if (!loaded) return hf->SetError("the embedded volume could not be read: " + loaded.GetError().GetMessage());
     if (loaded->size() == 1) {
       SetVolume(op, (*loaded)[0]);
@@ -194,14 +186,9 @@ bool VolumeObjectData::WriteNode(const zta::GeListNode* node, zta::HyperFile* hf
   embedNextSave_ = false;
   if (!volume_.HasGrid()) return hf->WriteBool(false);
 
-  const std::string name = MemoryStreamName("write");
-  auto saved = VolumeToolsInterface::SaveVDBFile(Url::Memory(name), 1.0, {volume_}, DataDictionary());
-  std::vector<char> block;
-  const bool taken = saved && zta::MemoryStore::Get(name, block);
-  zta::MemoryStore::Erase(name);
-  if (!saved) return hf->SetError("the volume could not be embedded: " + saved.GetError().GetMessage());
-  if (!taken) return hf->SetError("the volume could not be embedded");
-  return hf->WriteBool(true) && hf->WriteMemory(block.data(), zta::Int64(block.size()));
+  const auto block = EncodeVolumeBlock({volume_});
+  if (!block) return hf->SetError("the volume could not be embedded: " + block.GetError().GetMessage());
+  return hf->WriteBool(true) && hf->WriteMemory(block->data(), zta::Int64(block->size()));
 }
 
 bool VolumeObjectData::CopyNode(zta::NodeData* dest, const zta::GeListNode* snode, zta::GeListNode* dnode,

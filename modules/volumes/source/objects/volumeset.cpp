@@ -16,6 +16,7 @@
 #include "host/scene/parameters.h"
 #include "host/scene/plugins.h"
 #include "host/ui/dialogs.h"
+#include "modules/volumes/source/helper/volumeblock.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
@@ -41,11 +42,6 @@ std::string Text(zta::Int32 id) { return GetModuleResource().Get(id); }
 VolumeObjectData* MemberData(zta::GeListNode* n) {
   auto* op = static_cast<zta::BaseObject*>(n);
   return op && op->GetType() == ID_VOLUMEOBJECT ? op->GetNodeData<VolumeObjectData>() : nullptr;
-}
-
-std::string MemoryStreamName(const char* what) {
-  static std::atomic<zta::UInt64> counter{0};
-  return zta::FormatString("zelmar.volumeset.@.@", what, ++counter);
 }
 
 bool EndsWith(const std::string& s, const std::string& tail) {
@@ -188,10 +184,7 @@ bool VolumeSetData::ReadNode(zta::GeListNode* node, zta::HyperFile* hf, zta::Int
   if (embedded) {
     std::vector<char> block;
     if (!hf->ReadMemory(&block)) return false;
-    const std::string name = MemoryStreamName("read");
-    zta::MemoryStore::Put(name, std::move(block));
-    auto loaded = VolumeToolsInterface::LoadVDBFile(Url::Memory(name), 1.0, nullptr, nullptr, nullptr);
-    zta::MemoryStore::Erase(name);
+    auto loaded = DecodeVolumeBlock(std::move(block));
     if (!loaded) return hf->SetError("the embedded volumes could not be read: " + loaded.GetError().GetMessage());
     if (auto ok = ApplyVolumes(*loaded); !ok) return hf->SetError(ok.GetError().GetMessage());
     return true;
@@ -226,14 +219,9 @@ bool VolumeSetData::WriteNode(const zta::GeListNode* node, zta::HyperFile* hf) c
   std::vector<Volume> volumes;
   if (auto ok = CollectVolumes(volumes); !ok) return hf->SetError(ok.GetError().GetMessage());
   if (volumes.empty()) return hf->WriteBool(false);
-  const std::string name = MemoryStreamName("write");
-  auto saved = VolumeToolsInterface::SaveVDBFile(Url::Memory(name), 1.0, volumes, DataDictionary());
-  std::vector<char> block;
-  const bool taken = saved && zta::MemoryStore::Get(name, block);
-  zta::MemoryStore::Erase(name);
-  if (!saved) return hf->SetError("the volumes could not be embedded: " + saved.GetError().GetMessage());
-  if (!taken) return hf->SetError("the volumes could not be embedded");
-  return hf->WriteBool(true) && hf->WriteMemory(block.data(), zta::Int64(block.size()));
+  const auto block = EncodeVolumeBlock(volumes);
+  if (!block) return hf->SetError("the volumes could not be embedded: " + block.GetError().GetMessage());
+  return hf->WriteBool(true) && hf->WriteMemory(block->data(), zta::Int64(block->size()));
 }
 
 bool VolumeSetData::CopyNode(zta::NodeData* dest, const zta::GeListNode* snode, zta::GeListNode* dnode,

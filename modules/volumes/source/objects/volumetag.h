@@ -76,6 +76,8 @@ class VolumeTagData : public zta::TagData {
   // The name and link that slot `index` (0 to 2) remembers.
   const std::string& GetSlotName(int index) const { return slots_[index].name; }
   zta::BaseList2D* GetSlotLink(int index, const zta::BaseDocument* doc) const;
+  // Whether the tag sits in the cache of a generator (a cloner), whose copies share its lists.
+  bool IsInsideGenerator() const { return insideGenerator_; }
 
   // Adds `node` to the lists when it is a volume object: its name with its
   // parents' names, a link and an icon.

@@ -1,0 +1,11 @@
+#pragma once
+// Registration of the module's function tables (zelmar/volumelibraries.h).
+
+namespace zelmar {
+
+// The "VolumeObjectApi-" row: both tables of the volume object.
+bool RegisterVolumeObjectLibraries();
+// The "VolumeTagApi-" row.
+bool RegisterVolumeTagLibrary();
+
+}  // namespace zelmar
