@@ -117,6 +117,14 @@ TEST(VolumeMesher, RebuildsOnlyWhenAnInputOrAParameterChanged) {
   EXPECT_EQ(s.Data().BuildVirtualObjects(s.mesher, &hh), first);
   EXPECT_EQ(s.Data().GetMeshCallCount(), 1);
 
+  // A build asked to stop keeps the cache it had.
+  s.Params().SetFloat(MESHER_ADAPTIVITY, 0.25);
+  auto stopped = std::make_shared<zta::ZTAThread>();
+  stopped->End();
+  zta::HierarchyHelp stopping(s.doc.get(), stopped, 0, s.mesher);
+  EXPECT_EQ(s.Data().BuildVirtualObjects(s.mesher, &stopping), first);
+  EXPECT_EQ(s.Data().GetMeshCallCount(), 1);
+
   // A parameter: meshed again, but the unchanged volume is not walked again.
   s.Params().SetFloat(MESHER_ADAPTIVITY, 0.5);
   BaseObject* second = s.Evaluate();
@@ -203,6 +211,9 @@ TEST(VolumeMesher, RelativeAndAbsoluteIso) {
     ASSERT_TRUE(inside.IsOk() && outside.IsOk());
     EXPECT_LT(range->first, 0.0);
     EXPECT_NEAR(*inside, range->first * 0.5, 1e-12);
+    auto surface = s.Data().ResolveThreshold(sdf, 0.0);
+    ASSERT_TRUE(surface.IsOk());
+    EXPECT_EQ(*surface, 0.0);
     EXPECT_NEAR(*outside, range->second * 0.5, 1e-12);
   }
   // Absolute: one command for all volumes, and one polygon object for each;
@@ -334,6 +345,18 @@ TEST(VolumeMesher, CurvatureMapFollowsTheSurfaceAndTheProxyTag) {
   s.Params().SetInt32(MESHER_CURVATURE_MODE, MESHER_CURVATURE_ABSOLUTE);
   polys = Polygons(s.Evaluate());
   EXPECT_EQ(MapOf(*polys[0])->GetName(), "bumps");
+  // A copy of the mesher links its own copy of the tag.
+  std::unique_ptr<BaseObject> copy(static_cast<BaseObject*>(s.mesher->GetClone(zta::COPYFLAGS_NO_HIERARCHY).release()));
+  ASSERT_NE(copy, nullptr);
+  BaseObject* copied = copy.release();
+  s.doc->InsertObject(copied);
+  zta::BaseTag* copiedProxy = MesherOf(copied)->GetProxyTag(s.doc.get());
+  ASSERT_NE(copiedProxy, nullptr);
+  EXPECT_NE(copiedProxy, proxy);
+  EXPECT_EQ(copiedProxy->GetObject(), copied);
+  EXPECT_EQ(MesherOf(copied)->GetMapNames(), s.Data().GetMapNames());
+  std::unique_ptr<zta::GeListNode> gone = copied->Remove();
+
   s.Params().SetBool(MESHER_CURVATURE_MAP, false);
   polys = Polygons(s.Evaluate());
   EXPECT_EQ(s.Data().GetProxyTag(s.doc.get()), proxy);

@@ -205,6 +205,9 @@ std::unique_ptr<zta::NodeData> VolumeToMeshGenerator::Alloc() {
 }
 
 bool VolumeToMeshGenerator::Register() {
+  // The mesher meshes through the command; a static link keeps the commands
+  // only through this reference.
+  if (!RegisterVolumeCommands()) return false;
   return zta::RegisterObjectPlugin(ID_VOLUMEMESHER, Text(kNameResource), kInfoFlags, &VolumeToMeshGenerator::Alloc,
                                    "Ovolumetomesh", kDiskLevel);
 }
