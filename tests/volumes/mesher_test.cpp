@@ -334,7 +334,7 @@ TEST(VolumeMesher, CurvatureMapFollowsTheSurfaceAndTheProxyTag) {
 
   // The proxy tag: made once the option is on, visible while it is, and
   // named like the maps; a rename reaches them at the next build.
-  zta::BaseTag* proxy = s.Data().GetProxyTag(s.doc.get());
+  zta::BaseTag* proxy = s.Data().GetProxyTag(s.mesher);
   ASSERT_NE(proxy, nullptr);
   EXPECT_EQ(proxy->GetType(), zta::HOST_TAG_VERTEXMAP);
   EXPECT_EQ(proxy->GetObject(), s.mesher);
@@ -350,7 +350,7 @@ TEST(VolumeMesher, CurvatureMapFollowsTheSurfaceAndTheProxyTag) {
   ASSERT_NE(copy, nullptr);
   BaseObject* copied = copy.release();
   s.doc->InsertObject(copied);
-  zta::BaseTag* copiedProxy = MesherOf(copied)->GetProxyTag(s.doc.get());
+  zta::BaseTag* copiedProxy = MesherOf(copied)->GetProxyTag(copied);
   ASSERT_NE(copiedProxy, nullptr);
   EXPECT_NE(copiedProxy, proxy);
   EXPECT_EQ(copiedProxy->GetObject(), copied);
@@ -359,7 +359,7 @@ TEST(VolumeMesher, CurvatureMapFollowsTheSurfaceAndTheProxyTag) {
 
   s.Params().SetBool(MESHER_CURVATURE_MAP, false);
   polys = Polygons(s.Evaluate());
-  EXPECT_EQ(s.Data().GetProxyTag(s.doc.get()), proxy);
+  EXPECT_EQ(s.Data().GetProxyTag(s.mesher), proxy);
   EXPECT_TRUE(proxy->GetNBit(63));
   EXPECT_EQ(MapOf(*polys[0]), nullptr);
 }
@@ -373,7 +373,7 @@ TEST(VolumeMesher, SceneFilesKeepParametersAndTheProxyLink) {
     s.Params().SetBool(MESHER_CURVATURE_MAP, true);
     s.Params().SetFloat(MESHER_THRESHOLD_RELATIVE, 0.25);
     s.Evaluate();
-    zta::BaseTag* proxy = s.Data().GetProxyTag(s.doc.get());
+    zta::BaseTag* proxy = s.Data().GetProxyTag(s.mesher);
     ASSERT_NE(proxy, nullptr);
     proxy->SetName("kept");
     const std::string path = (dir / name).string();
@@ -386,7 +386,7 @@ TEST(VolumeMesher, SceneFilesKeepParametersAndTheProxyLink) {
     ASSERT_NE(mesher, nullptr);
     ASSERT_EQ(mesher->GetType(), ID_VOLUMEMESHER);
     EXPECT_EQ(mesher->GetDataInstance()->GetFloat(MESHER_THRESHOLD_RELATIVE), 0.25);
-    zta::BaseTag* read = MesherOf(mesher)->GetProxyTag(loaded->get());
+    zta::BaseTag* read = MesherOf(mesher)->GetProxyTag(mesher);
     ASSERT_NE(read, nullptr) << name;
     EXPECT_EQ(read->GetName(), "kept");
     ASSERT_TRUE(zta::ExecutePasses(loaded->get(), nullptr));

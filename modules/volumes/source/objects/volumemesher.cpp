@@ -257,8 +257,21 @@ bool VolumeToMeshGenerator::ReadNode(zta::GeListNode* node, zta::HyperFile* hf, 
   return true;
 }
 
+void VolumeToMeshGenerator::ResolveCopiedLinks(const zta::BaseObject* op) const {
+  if (!op) return;
+  for (size_t i = 0; i < copiedTagIndex_.size() && i < links_.size(); ++i) {
+    if (copiedTagIndex_[i] < 0) continue;
+    const zta::BaseTag* tag = op->GetFirstTag();
+    for (Int32 k = 0; tag && k < copiedTagIndex_[i]; ++k) tag = tag->GetNext();
+    if (!tag) continue;  // not yet copied
+    links_[i].SetLink(tag);
+    copiedTagIndex_[i] = -1;
+  }
+}
+
 bool VolumeToMeshGenerator::WriteNode(const zta::GeListNode* node, zta::HyperFile* hf) const {
   if (!node || !hf) return false;
+  ResolveCopiedLinks(static_cast<const zta::BaseObject*>(node));
   if (!ObjectData::WriteNode(node, hf)) return false;
   if (!hf->WriteInt32(Int32(links_.size()))) return false;
   for (const zta::BaseLink& link : links_)
@@ -275,7 +288,18 @@ bool VolumeToMeshGenerator::CopyNode(zta::NodeData* dest, const zta::GeListNode*
       target->links_.resize(links_.size());
       target->visible_.resize(links_.size());
     }
-    for (size_t i = 0; i < links_.size(); ++i) target->links_[i] = trans ? trans->Translate(links_[i]) : links_[i];
+    target->copiedTagIndex_.assign(target->links_.size(), -1);
+    for (size_t i = 0; i < links_.size(); ++i) {
+      target->links_[i] = trans ? trans->Translate(links_[i]) : links_[i];
+      // Tags are copied after the node's data: a link to one of the source's
+      // own tags is taken up once the copy has them.
+      const auto* tag = dynamic_cast<const zta::BaseTag*>(links_[i].ForceGetLink());
+      if (!tag || static_cast<const zta::GeListNode*>(tag->GetObject()) != snode || !(target->links_[i] == links_[i]))
+        continue;
+      Int32 index = 0;
+      for (const zta::BaseTag* t = tag->GetObject()->GetFirstTag(); t && t != tag; t = t->GetNext()) ++index;
+      target->copiedTagIndex_[i] = index;
+    }
     if (target != this) target->names_ = names_;
   } catch (const std::bad_alloc&) {
     return false;
@@ -340,6 +364,7 @@ bool VolumeToMeshGenerator::AddToExecution(zta::BaseObject* op, zta::PriorityLis
 zta::EXECUTIONRESULT VolumeToMeshGenerator::ExecuteObject(zta::BaseObject* op, zta::BaseDocument* doc, zta::ZTAThread*,
                                                           Int32 priority, Int32) {
   if (priority != kPriority || !op) return zta::EXECUTIONRESULT::OK;
+  ResolveCopiedLinks(op);
   // A rename of the proxy tag reaches the map at the next build.
   for (size_t i = 0; i < links_.size() && i < names_.size(); ++i)
     if (zta::BaseList2D* tag = links_[i].GetLink(doc)) names_[i] = tag->GetName();
@@ -353,6 +378,7 @@ zta::EXECUTIONRESULT VolumeToMeshGenerator::ExecuteObject(zta::BaseObject* op, z
 
 void VolumeToMeshGenerator::UpdateVertexMapTags(zta::BaseObject* op, zta::BaseDocument* doc, bool createMissing) {
   if (!op || links_.empty()) return;
+  ResolveCopiedLinks(op);
   visible_[0] = op->GetDataInstance()->GetBool(MESHER_CURVATURE_MAP);
   if (createMissing && !links_[0].GetLink(doc)) {
     if (std::unique_ptr<zta::VertexMapTag> made = zta::VertexMapTag::Alloc(0)) {
@@ -376,9 +402,10 @@ void VolumeToMeshGenerator::UpdateVertexMapTags(zta::BaseObject* op, zta::BaseDo
   }
 }
 
-zta::BaseTag* VolumeToMeshGenerator::GetProxyTag(const zta::BaseDocument* doc) const {
-  if (links_.empty()) return nullptr;
-  return dynamic_cast<zta::BaseTag*>(links_[0].GetLink(doc));
+zta::BaseTag* VolumeToMeshGenerator::GetProxyTag(zta::BaseObject* op) {
+  if (links_.empty() || !op) return nullptr;
+  ResolveCopiedLinks(op);
+  return dynamic_cast<zta::BaseTag*>(links_[0].GetLink(op->GetDocument()));
 }
 
 bool VolumeToMeshGenerator::CheckParameterChange(zta::BaseObject* op) {

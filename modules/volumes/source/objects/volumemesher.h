@@ -85,8 +85,8 @@ class VolumeToMeshGenerator final : public VolumeGenerator<VolumeToMeshGenerator
   // background included; kept per volume between builds.
   zta::Result<std::pair<double, double>> GetValueRange(zta::BaseObject* volumeObject);
 
-  // The proxy tag of the first map, or null.
-  zta::BaseTag* GetProxyTag(const zta::BaseDocument* doc) const;
+  // The proxy tag of the first map on `op` (this node's object), or null.
+  zta::BaseTag* GetProxyTag(zta::BaseObject* op);
   const std::vector<std::string>& GetMapNames() const { return names_; }
   // How many mesh commands ran, and how many value walks; what a caller can
   // count to see that unchanged inputs are not meshed or walked again.
@@ -99,6 +99,10 @@ class VolumeToMeshGenerator final : public VolumeGenerator<VolumeToMeshGenerator
                                                                          const MesherSettings& settings,
                                                                          const zta::ThreadRef& thread);
 
+  // A copy's links to the tags it copied point at the originals until the
+  // copied tags exist; each is then taken by its place among the tags.
+  void ResolveCopiedLinks(const zta::BaseObject* op) const;
+
   using RangeMap = std::unordered_map<zta::UInt64, std::pair<double, double>>;
   RangeMap previousRanges_;
   RangeMap currentRanges_;
@@ -110,7 +114,9 @@ class VolumeToMeshGenerator final : public VolumeGenerator<VolumeToMeshGenerator
   zta::UInt32 lastDataDirty_ = 0;
   bool dataDirtyKnown_ = false;
   bool lastCurvatureFlag_ = false;
-  std::vector<zta::BaseLink> links_;
+  mutable std::vector<zta::BaseLink> links_;
+  // Per link: the place of the copied tag among the object's tags, -1 for none.
+  mutable std::vector<zta::Int32> copiedTagIndex_;
   std::vector<bool> visible_;
   std::vector<std::string> names_;
   bool linksRead_ = false;
