@@ -3,6 +3,7 @@
 // and its proxy tag, and its node data in scene files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -21,9 +22,11 @@
 #include "host/scene/scenejson.h"
 #include "modules/volumes/source/objects/volumemesher.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "modules/volumes/source/objects/volumeset.h"
 #include "support/run.h"
 #include "zelmar/volumeaccessors.h"
 #include "zelmar/volumetools.h"
+#include "host/core/url.h"
 
 using namespace zelmar;
 using zta::BaseObject;
@@ -362,6 +365,47 @@ TEST(VolumeMesher, CurvatureMapFollowsTheSurfaceAndTheProxyTag) {
   EXPECT_EQ(s.Data().GetProxyTag(s.mesher), proxy);
   EXPECT_TRUE(proxy->GetNBit(63));
   EXPECT_EQ(MapOf(*polys[0]), nullptr);
+}
+
+TEST(VolumeMesher, MeshesTheVolumesOfGeneratorCachesAndDeeperChildren) {
+  // A generator whose cache holds volume objects (a Volume Set of two grids),
+  // and a volume object two levels down under a Null: one polygon object each.
+  Scene s;
+  const fs::path dir = fs::path(zvtest::TempDir()) / "mesher-inputs";
+  fs::create_directories(dir);
+  const std::string file = (dir / "two.vdb").string();
+  Volume a = Sphere(0.5, {-2, 0, 0}, 0.1), b = Sphere(0.5, {2, 0, 0}, 0.1);
+  a.SetGridName("a");
+  b.SetGridName("b");
+  ASSERT_TRUE(VolumeToolsInterface::SaveVDBFile(zta::Url::FromSystemPath(file), 1.0, {a, b}, DataDictionary()).IsOk());
+  std::unique_ptr<BaseObject> set = zta::AllocObject(ID_VOLUMESET);
+  ASSERT_NE(set, nullptr);
+  ASSERT_TRUE(set->GetNodeData<VolumeSetData>()->LoadAllGrids(set.get(), zta::Url::FromSystemPath(file)).IsOk());
+  set.release()->InsertUnderLast(s.mesher);
+  std::unique_ptr<BaseObject> group = zta::AllocObject(zta::HOST_TYPE_NULL);
+  std::unique_ptr<BaseObject> inner = zta::AllocObject(zta::HOST_TYPE_NULL);
+  BaseObject* g = group.release();
+  g->InsertUnderLast(s.mesher);
+  BaseObject* i = inner.release();
+  i->InsertUnderLast(g);
+  s.Add(Sphere(0.5, {0, 3, 0}, 0.1), i);
+
+  BaseObject* cache = s.Evaluate();
+  const auto polys = Polygons(cache);
+  ASSERT_EQ(polys.size(), 3u);
+  std::vector<double> xs, ys;
+  for (const auto* p : polys) {
+    Vector c;
+    for (int k = 0; k < p->GetPointCount(); ++k) c += p->GetMg() * p->GetPointR()[k];
+    c = c * (1.0 / p->GetPointCount());
+    xs.push_back(std::round(c.x));
+    ys.push_back(std::round(c.y));
+    EXPECT_GT(SignedVolume(*p), 0.0);
+  }
+  std::sort(xs.begin(), xs.end());
+  EXPECT_EQ(xs, (std::vector<double>{-2, 0, 2}));
+  EXPECT_EQ(*std::max_element(ys.begin(), ys.end()), 3.0);
+  EXPECT_EQ(s.Data().GetMeshCallCount(), 3);
 }
 
 TEST(VolumeMesher, SceneFilesKeepParametersAndTheProxyLink) {
