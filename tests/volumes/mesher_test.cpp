@@ -236,9 +236,18 @@ TEST(VolumeMesher, RelativeAndAbsoluteIso) {
       const Vector q = p->GetMg() * p->GetPointR()[0];
       EXPECT_NEAR((q - Vector(q.x < 0 ? -2 : 2, 0, 0)).GetLength(), 0.4, 0.01);  // the -0.1 shell
     }
+    // Only the threshold of the mode in use can be edited, the curvature kind only with the map.
+    auto enabled = [&](zta::Int32 id) {
+      return s.Data().IsParameterEnabled(s.mesher, zta::DescID(id), zta::GeData(), 0, nullptr);
+    };
+    EXPECT_TRUE(enabled(MESHER_THRESHOLD_ABSOLUTE));
+    EXPECT_FALSE(enabled(MESHER_THRESHOLD_RELATIVE));
+    EXPECT_FALSE(enabled(MESHER_CURVATURE_MODE));
     s.Params().SetBool(MESHER_USE_ABSOLUTE, false);
     s.Evaluate();
     EXPECT_EQ(s.Data().GetMeshCallCount(), 3);
+    EXPECT_FALSE(enabled(MESHER_THRESHOLD_ABSOLUTE));
+    EXPECT_TRUE(enabled(MESHER_THRESHOLD_RELATIVE));
   }
 }
 
