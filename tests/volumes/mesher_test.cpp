@@ -135,12 +135,29 @@ TEST(VolumeMesher, RebuildsOnlyWhenAnInputOrAParameterChanged) {
   EXPECT_EQ(s.Data().GetMeshCallCount(), 2);
   EXPECT_EQ(s.Data().GetRangeWalkCount(), 1);
 
+  // The mesher itself moved: its cache lies in its own space, and the
+  // volume, brought there, is not walked again.
+  zta::Matrix at = s.mesher->GetMl();
+  at.off = Vector(0, 5, 0);
+  s.mesher->SetMl(at);
+  // The volume object puts its grid where it now stands in the world.
+  volume->GetNodeData<VolumeObjectData>()->ApplyMatrixToGrid(volume);
+  EXPECT_EQ(VolumeObjectData::GetVolume(volume).GetGridTransform().off, Vector(0, 5, 0));
+  s.Params().SetFloat(MESHER_ADAPTIVITY, 0.0);
+  BaseObject* local = s.Evaluate();
+  ASSERT_EQ(Polygons(local).size(), 1u);
+  const zta::PolygonObject& shifted = *Polygons(local)[0];
+  EXPECT_NEAR((shifted.GetMg() * shifted.GetPointR()[0] - Vector(0, 5, 0)).GetLength(), 1.0, 0.01);
+  EXPECT_EQ(s.Data().GetRangeWalkCount(), 1);
+  EXPECT_EQ(s.Data().GetMeshCallCount(), 3);
+  s.mesher->SetMl(zta::Matrix());
+
   // The input moves: meshed again where it now stands.
   zta::Matrix m = volume->GetMl();
   m.off = Vector(3, 0, 0);
   volume->SetMl(m);
   BaseObject* third = s.Evaluate();
-  EXPECT_EQ(s.Data().GetMeshCallCount(), 3);
+  EXPECT_EQ(s.Data().GetMeshCallCount(), 4);
   ASSERT_EQ(Polygons(third).size(), 1u);
   const zta::PolygonObject& moved = *Polygons(third)[0];
   Vector centre;

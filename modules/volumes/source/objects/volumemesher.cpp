@@ -464,8 +464,11 @@ zta::Result<std::pair<double, double>> VolumeToMeshGenerator::GetValueRange(zta:
   if (!data) return zta::IllegalArgumentError("not a volume object");
   data->SyncMatrixToGrid(volumeObject);
   const Volume& volume = data->GetVolume();
-  const zta::UInt64 key = zta::UInt64(volume.GetActiveVoxelCount()) +
-                          zta::UInt64(reinterpret_cast<uintptr_t>(VolumeImpl::GetGrid(volume).get())) +
+  // The voxels' identity is their tree: a volume object moved into the
+  // generator's space holds a new grid object over the same tree.
+  const openvdb::GridBase::Ptr grid = VolumeImpl::GetGrid(volume);
+  const void* tree = grid ? static_cast<const void*>(grid->constBaseTreePtr().get()) : nullptr;
+  const zta::UInt64 key = zta::UInt64(volume.GetActiveVoxelCount()) + zta::UInt64(reinterpret_cast<uintptr_t>(tree)) +
                           zta::UInt64(volumeObject->GetDirty(zta::DIRTYFLAGS_DATA) & 0xffffffffu);
   if (auto found = previousRanges_.find(key); found != previousRanges_.end()) {
     try {
