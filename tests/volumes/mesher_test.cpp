@@ -450,6 +450,8 @@ TEST(VolumeMesher, SceneFilesKeepParametersAndTheProxyLink) {
     const bool json = std::string(name).ends_with(".json");
     ASSERT_TRUE((json ? zta::SaveDocumentJson(s.doc.get(), path, nullptr) : zta::SaveDocument(s.doc.get(), path, nullptr))
                     .IsOk());
+    // Hidden while the scene is written, shown again after, as the option says.
+    EXPECT_FALSE(proxy->GetNBit(63)) << name;
     auto loaded = json ? zta::LoadDocumentJson(path, nullptr) : zta::LoadDocument(path, nullptr);
     ASSERT_TRUE(loaded.IsOk()) << name;
     BaseObject* mesher = (*loaded)->GetFirstObject();
@@ -459,6 +461,7 @@ TEST(VolumeMesher, SceneFilesKeepParametersAndTheProxyLink) {
     zta::BaseTag* read = MesherOf(mesher)->GetProxyTag(mesher);
     ASSERT_NE(read, nullptr) << name;
     EXPECT_EQ(read->GetName(), "kept");
+    EXPECT_FALSE(read->GetNBit(63)) << name;
     ASSERT_TRUE(zta::ExecutePasses(loaded->get(), nullptr));
     const auto polys = Polygons(mesher->GetCache());
     ASSERT_EQ(polys.size(), 1u) << name;
