@@ -1,8 +1,11 @@
 #include "host/modeling/join.h"
 
+#include <algorithm>
 #include <new>
+#include <string>
 
 #include "host/objects/uvwtag.h"
+#include "host/objects/vertexmaptag.h"
 
 namespace zta {
 
@@ -40,6 +43,34 @@ Result<std::unique_ptr<PolygonObject>> JoinPolygonObjects(const std::vector<cons
     polyBase += op->GetPolygonCount();
   }
   if (uvw) out->InsertTag(uvw.release(), out->GetTag(HOST_TAG_POLYGON));
+
+  // Vertex maps join by name, in the order the names first appear; points of
+  // sources without a map of that name weigh zero.
+  std::vector<String> names;
+  for (const PolygonObject* op : objects)
+    for (const BaseTag* t = op->GetFirstTag(); t; t = t->GetNext())
+      if (t->GetType() == HOST_TAG_VERTEXMAP && std::find(names.begin(), names.end(), t->GetName()) == names.end())
+        names.push_back(t->GetName());
+  BaseTag* pred = out->GetTag(HOST_TAG_UVW) ? out->GetTag(HOST_TAG_UVW) : out->GetTag(HOST_TAG_POLYGON);
+  for (const String& name : names) {
+    std::unique_ptr<VertexMapTag> map = VertexMapTag::Alloc(Int32(points));
+    if (!map) return OutOfMemoryError("joined vertex map");
+    map->SetName(name);
+    Float32* weights = map->GetDataAddressW();
+    Int32 base = 0;
+    for (const PolygonObject* op : objects) {
+      const VertexMapTag* source = nullptr;
+      for (const BaseTag* t = op->GetFirstTag(); t && !source; t = t->GetNext())
+        if (t->GetType() == HOST_TAG_VERTEXMAP && t->GetName() == name) source = static_cast<const VertexMapTag*>(t);
+      if (source)
+        for (Int32 i = 0; i < op->GetPointCount() && i < source->GetDataCount(); ++i)
+          weights[base + i] = source->GetDataAddressR()[i];
+      base += op->GetPointCount();
+    }
+    BaseTag* tag = map.release();
+    out->InsertTag(tag, pred);
+    pred = tag;
+  }
   if (!objects.empty()) out->SetName(objects.front()->GetName());
   return out;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -11,11 +12,14 @@
 #include <filesystem>
 #include <limits>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "host/core/atomicfile.h"
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
 #include "host/objects/uvwtag.h"
+#include "host/objects/vertexmaptag.h"
 
 namespace zta {
 
@@ -93,6 +97,15 @@ class FileView {
       if (p.a < 0 || p.b < 0 || p.c < 0 || p.d < 0 || p.a >= n || p.b >= n || p.c >= n || p.d >= n)
         throw Failure(zta::FormatString("Index @ of polygon @ is out of bounds", std::max({p.a, p.b, p.c, p.d}), i));
     }
+    for (const zta::BaseTag* t = op.GetFirstTag(); t; t = t->GetNext()) {
+      if (t->GetType() != zta::HOST_TAG_VERTEXMAP) continue;
+      const auto* map = static_cast<const zta::VertexMapTag*>(t);
+      if (map->GetDataCount() != n || n == 0) continue;
+      std::string name = AttributeName(map->GetName());
+      // Two maps of one name would give the formats two attributes of that name.
+      while (std::any_of(maps_.begin(), maps_.end(), [&](const VertexMap& m) { return m.name == name; })) name += "_";
+      maps_.push_back({std::move(name), map->GetDataAddressR()});
+    }
     const auto* tag = static_cast<const zta::UVWTag*>(op.GetTag(zta::HOST_TAG_UVW));
     if (tag && tag->GetDataCount() == polygonCount_) uvs_ = tag->GetDataAddressR();
     if (!uvs_ || n == 0) return;
@@ -148,6 +161,13 @@ class FileView {
   }
   // One UV per point, or empty.
   const std::vector<std::array<float, 2>>& PointUVs() const { return pointUVs_; }
+  // The object's vertex maps of one weight per point, by names that the
+  // formats accept.
+  struct VertexMap {
+    std::string name;
+    const float* values;
+  };
+  const std::vector<VertexMap>& VertexMaps() const { return maps_; }
 
  private:
   zta::Matrix mg_;
@@ -156,6 +176,16 @@ class FileView {
   Int32 pointCount_, polygonCount_;
   const zta::UVWStruct32* uvs_ = nullptr;
   std::vector<std::array<float, 2>> pointUVs_;
+  std::vector<VertexMap> maps_;
+
+  // Letters, digits and underscores, not starting with a digit; "map" for an empty name.
+  static std::string AttributeName(const std::string& name) {
+    std::string out;
+    for (unsigned char c : name) out += std::isalnum(c) ? char(c) : '_';
+    if (out.empty()) out = "map";
+    if (std::isdigit(static_cast<unsigned char>(out[0]))) out = "_" + out;
+    return out;
+  }
 };
 
 void WriteObj(const FileView& fm, Writer& w) {
@@ -212,6 +242,7 @@ void WritePly(const FileView& fm, Writer& w) {
   header += "element vertex " + std::to_string(fm.PointCount()) + "\n";
   header += "property float x\nproperty float y\nproperty float z\n";
   if (perPoint) header += "property float s\nproperty float t\n";
+  for (const auto& map : fm.VertexMaps()) header += "property float " + map.name + "\n";
   header += "element face " + std::to_string(fm.PolygonCount()) + "\n";
   header += "property list uchar int vertex_indices\n";
   if (perCorner) header += "property list uchar float texcoord\n";
@@ -221,6 +252,7 @@ void WritePly(const FileView& fm, Writer& w) {
   for (Int32 i = 0; i < fm.PointCount(); ++i) {
     w.Binary(fm.Point(i));
     if (perPoint) w.Binary(fm.PointUVs()[size_t(i)]);
+    for (const auto& map : fm.VertexMaps()) w.Binary(map.values[i]);
   }
   int32_t corners[4] = {};
   for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
@@ -285,6 +317,9 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
   std::vector<std::array<float, 3>> positions;
   std::vector<std::array<float, 2>> texcoords;
   std::vector<uint32_t> indices;
+  // Vertex maps as glTF's application attributes ("_NAME"), one float per vertex.
+  const auto& maps = fm.VertexMaps();
+  std::vector<std::vector<float>> weights(maps.size());
   indices.reserve(fm.TriangleCount() * 3);
   auto place = [&](Int32 i) {
     const std::array<float, 3> p = fm.Point(i);
@@ -297,6 +332,7 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
       const int size = fm.Corners(i, corners);
       for (int k = 0; k < size; ++k) {
         positions.push_back(place(corners[k]));
+        for (size_t m = 0; m < maps.size(); ++m) weights[m].push_back(maps[m].values[corners[k]]);
         const std::array<float, 2> uv = fm.CornerUV(i, k);
         texcoords.push_back({uv[0], 1.0f - uv[1]});
       }
@@ -306,6 +342,7 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
   } else {
     positions.reserve(size_t(fm.PointCount()));
     for (Int32 i = 0; i < fm.PointCount(); ++i) positions.push_back(place(i));
+    for (size_t m = 0; m < maps.size(); ++m) weights[m].assign(maps[m].values, maps[m].values + fm.PointCount());
     if (perPoint)
       for (const auto& t : fm.PointUVs()) texcoords.push_back({t[0], 1.0f - t[1]});
     for (Int32 i = 0; i < fm.PolygonCount(); ++i) {
@@ -317,7 +354,8 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
   }
 
   const size_t posBytes = positions.size() * 12, uvBytes = texcoords.size() * 8, idxBytes = indices.size() * 4;
-  const size_t binBytes = posBytes + uvBytes + idxBytes;
+  const size_t mapBytes = positions.size() * 4 * maps.size();
+  const size_t binBytes = posBytes + uvBytes + idxBytes + mapBytes;
   std::string json = "{\"asset\":{\"version\":\"2.0\",\"generator\":\"Zelmar Volumes\"},\"scene\":0,"
                      "\"scenes\":[{\"nodes\":[0]}],";
   if (indices.empty()) {
@@ -344,9 +382,16 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
       return s + ']';
     };
     const bool uv = !texcoords.empty();
+    // Views and accessors: positions, UVs, indices, then one per map.
+    const size_t firstMap = uv ? 3 : 2;
     json += "\"nodes\":[{\"mesh\":0,\"name\":" + JsonString(name) + "}],";
     json += "\"meshes\":[{\"name\":" + JsonString(name) + ",\"primitives\":[{\"attributes\":{\"POSITION\":0";
     if (uv) json += ",\"TEXCOORD_0\":1";
+    for (size_t m = 0; m < maps.size(); ++m) {
+      std::string upper = maps[m].name;
+      for (char& c : upper) c = char(std::toupper(static_cast<unsigned char>(c)));
+      json += "," + JsonString("_" + upper) + ":" + std::to_string(firstMap + m);
+    }
     json += "},\"indices\":" + std::to_string(uv ? 2 : 1) + ",\"mode\":4}]}],";
     json += "\"buffers\":[{\"byteLength\":" + std::to_string(binBytes) + "}],";
     json += "\"bufferViews\":[{\"buffer\":0,\"byteOffset\":0,\"byteLength\":" + std::to_string(posBytes) +
@@ -355,14 +400,22 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
       json += ",{\"buffer\":0,\"byteOffset\":" + std::to_string(posBytes) + ",\"byteLength\":" + std::to_string(uvBytes) +
               ",\"target\":34962}";
     json += ",{\"buffer\":0,\"byteOffset\":" + std::to_string(posBytes + uvBytes) +
-            ",\"byteLength\":" + std::to_string(idxBytes) + ",\"target\":34963}],";
+            ",\"byteLength\":" + std::to_string(idxBytes) + ",\"target\":34963}";
+    for (size_t m = 0; m < maps.size(); ++m)
+      json += ",{\"buffer\":0,\"byteOffset\":" + std::to_string(posBytes + uvBytes + idxBytes + m * positions.size() * 4) +
+              ",\"byteLength\":" + std::to_string(positions.size() * 4) + ",\"target\":34962}";
+    json += "],";
     json += "\"accessors\":[{\"bufferView\":0,\"componentType\":5126,\"count\":" + std::to_string(positions.size()) +
             ",\"type\":\"VEC3\",\"min\":" + vec(lo) + ",\"max\":" + vec(hi) + "}";
     if (uv)
       json += ",{\"bufferView\":1,\"componentType\":5126,\"count\":" + std::to_string(texcoords.size()) +
               ",\"type\":\"VEC2\"}";
     json += ",{\"bufferView\":" + std::to_string(uv ? 2 : 1) + ",\"componentType\":5125,\"count\":" +
-            std::to_string(indices.size()) + ",\"type\":\"SCALAR\"}]}";
+            std::to_string(indices.size()) + ",\"type\":\"SCALAR\"}";
+    for (size_t m = 0; m < maps.size(); ++m)
+      json += ",{\"bufferView\":" + std::to_string(firstMap + m) + ",\"componentType\":5126,\"count\":" +
+              std::to_string(positions.size()) + ",\"type\":\"SCALAR\"}";
+    json += "]}";
   }
   // Chunks are padded to four bytes: JSON with blanks, the binary with zeros.
   json.append((4 - json.size() % 4) % 4, ' ');
@@ -382,6 +435,8 @@ void WriteGlb(const FileView& fm, const std::string& name, double metres, Writer
   for (const auto& p : positions) w.Binary(p);
   for (const auto& t : texcoords) w.Binary(t);
   for (uint32_t i : indices) w.Binary(i);
+  for (const auto& values : weights)
+    for (float v : values) w.Binary(v);
   for (size_t i = binBytes; i < binPadded; ++i) w.Binary(uint8_t(0));
 }
 

@@ -61,7 +61,8 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
 
 // Writes the object, placed by its global matrix, to `path` (OBJ, PLY, STL or
 // GLB by extension) in full or not at all. OBJ, PLY and glTF keep the object's
-// UVW tag.
+// UVW tag; PLY and glTF keep its vertex maps as attributes of the vertices
+// (PLY: a float property by the map's name; glTF: "_NAME" in capitals).
 Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const MeshWriteOptions& options = {});
 
 // The extension of a mesh file's path, lower case and with its dot (".obj").

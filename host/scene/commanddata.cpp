@@ -17,6 +17,11 @@ BaseObject* LegacyCommandDataInterface::GetOutput(Int32 index) const {
   return index >= 0 && size_t(index) < outputs_.size() ? outputs_[size_t(index)].get() : nullptr;
 }
 
+std::unique_ptr<BaseObject> LegacyCommandDataInterface::TakeOutput(Int32 index) {
+  if (index < 0 || size_t(index) >= outputs_.size()) return nullptr;
+  return std::move(outputs_[size_t(index)]);
+}
+
 void LegacyCommandDataInterface::FreeOutputs() { outputs_.clear(); }
 
 LegacyDataRecord* LegacyCommandDataInterface::GetRecord(Int index) const {

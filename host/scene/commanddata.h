@@ -56,6 +56,9 @@ class LegacyCommandDataInterface {
   Int32 GetOutputCount() const { return Int32(outputs_.size()); }
   // The output at `index`, or null.
   BaseObject* GetOutput(Int32 index) const;
+  // Hands the output at `index` to the caller and leaves null in its place,
+  // so that a large result is not copied out; null past the end.
+  std::unique_ptr<BaseObject> TakeOutput(Int32 index);
   void FreeOutputs();
 
   // The state of the last run; OK before any.

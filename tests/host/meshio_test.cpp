@@ -9,9 +9,11 @@
 #include <fstream>
 #include <sstream>
 
+#include "host/modeling/join.h"
 #include "host/modeling/meshio.h"
 #include "host/objects/polygonobject.h"
 #include "host/objects/uvwtag.h"
+#include "host/objects/vertexmaptag.h"
 #include "support/run.h"
 
 using namespace zta;
@@ -140,6 +142,49 @@ TEST(MeshFiles, WritersMirrorReverseAndPlace) {
   Glb e = ReadGlb(dir + "/e.glb");
   EXPECT_FALSE(e.doc.contains("meshes"));
   EXPECT_TRUE(e.bin.empty());
+}
+
+TEST(MeshFiles, VertexMapsJoinByNameAndBecomeVertexAttributes) {
+  const std::string dir = zvtest::TempDir();
+  auto a = Mesh(true), b = Mesh(false);
+  auto map = VertexMapTag::Alloc(5);
+  map->SetName("curv ature");
+  for (int i = 0; i < 5; ++i) map->GetDataAddressW()[i] = 0.5f * float(i) - 1.0f;
+  a->InsertTag(map.release());
+  auto joined = JoinPolygonObjects({a.get(), b.get()});
+  ASSERT_TRUE(joined);
+  const auto* weights = static_cast<const VertexMapTag*>((*joined)->GetTag(HOST_TAG_VERTEXMAP));
+  ASSERT_NE(weights, nullptr);
+  EXPECT_EQ(weights->GetName(), "curv ature");
+  ASSERT_EQ(weights->GetDataCount(), 10);
+  EXPECT_FLOAT_EQ(weights->GetDataAddressR()[4], 1.0f);
+  EXPECT_FLOAT_EQ(weights->GetDataAddressR()[9], 0.0f);  // b had none
+
+  // PLY: one float property per map after the coordinates and UVs.
+  ASSERT_TRUE(WriteMeshFile(*a, dir + "/m.ply"));
+  const std::string ply = Slurp(dir + "/m.ply");
+  const std::string header = "property float s\nproperty float t\nproperty float curv_ature\nelement face 2\n";
+  ASSERT_NE(ply.find(header), std::string::npos);
+  const size_t body = ply.find("end_header\n") + 11;
+  for (int i = 0; i < 5; ++i) {
+    float v[6];
+    std::memcpy(v, ply.data() + body + size_t(i) * sizeof(v), sizeof(v));
+    EXPECT_FLOAT_EQ(v[5], 0.5f * float(i) - 1.0f);
+  }
+
+  // glTF: an application attribute, one value per vertex, per corner too
+  // (where the fifth point is the sixth corner).
+  for (const auto& [op, at] : {std::pair<const PolygonObject*, size_t>{a.get(), 4}, {joined->get(), 5}}) {
+    ASSERT_TRUE(WriteMeshFile(*op, dir + "/m.glb"));
+    Glb g = ReadGlb(dir + "/m.glb");
+    const json& attributes = g.doc["meshes"][0]["primitives"][0]["attributes"];
+    ASSERT_TRUE(attributes.contains("_CURV_ATURE"));
+    const auto values = g.Accessor<float>(attributes["_CURV_ATURE"].get<int>());
+    EXPECT_EQ(values.size(), g.Accessor<float>(attributes["POSITION"].get<int>()).size() / 3);
+    EXPECT_FLOAT_EQ(values[at], 1.0f);
+    EXPECT_FLOAT_EQ(values[0], -1.0f);
+    EXPECT_EQ(g.Accessor<uint32_t>(g.doc["meshes"][0]["primitives"][0]["indices"].get<int>()).size() % 3, 0u);
+  }
 }
 
 TEST(MeshFiles, BadWritesLeaveNothingBehind) {

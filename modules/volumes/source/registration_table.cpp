@@ -4,6 +4,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumecachelayer.h"
 #include "modules/volumes/source/objects/volumefilter.h"
+#include "modules/volumes/source/objects/volumemesher.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
@@ -16,6 +17,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"VolMesh-", false, &VolumeToMeshGenerator::Register},
       {"Filter-", false, &VolumeFilter::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
