@@ -1,6 +1,7 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
@@ -13,6 +14,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
   static const std::vector<RegistrationRow> rows = {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
+      {"ObjVol-", false, &VolumeBuilderData::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
