@@ -2,6 +2,7 @@
 // order of the module's start.
 #include "modules/volumes/source/libraries/volumelibraries.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumecachelayer.h"
 #include "modules/volumes/source/objects/volumefilter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
@@ -17,6 +18,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"Volume-", false, &VolumeObjectData::Register},
       {"VolumeTag-", true, &VolumeTagData::Register},
       {"Filter-", false, &VolumeFilter::Register},
+      {"ObjVol-", false, &VolumeBuilderData::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolCache-", false, &VolumeCacheLayerData::Register},
