@@ -1,5 +1,6 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
+#include "modules/volumes/source/commands/volumeremesher.h"
 #include "modules/volumes/source/libraries/volumelibraries.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumebuilder.h"
@@ -22,7 +23,9 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolCache-", false, &VolumeCacheLayerData::Register},
+      {"VolumeRemesher-", false, &VolumeRemesherCommand::Register},
       {"VolumeObjectApi-", false, &RegisterVolumeObjectLibraries},
+      {"VolumeBuilderApi-", false, &RegisterVolumeBuilderLibrary},
       {"VolumeTagApi-", true, &RegisterVolumeTagLibrary},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };

@@ -173,6 +173,11 @@ class VolumeBuilderData : public zta::ObjectData {
   const BuilderStatistics& GetStatistics() const { return statistics_; }
   bool IsEvalLocked() const { return evalLock_.load(std::memory_order_acquire); }
   size_t GetEvalNodeCount() const { return evalNodes_.size(); }
+  // The evaluation record of a row, or null before the row has one.
+  const EvalNode* FindEvalNode(const zta::ItemTreeItem* item) const {
+    const auto it = evalNodes_.find(item);
+    return it == evalNodes_.end() ? nullptr : it->second.get();
+  }
   zta::GeListHead* GetFilterHead() const { return filterHead_.get(); }
   zta::GeListHead* GetCacheHead() const { return cacheHead_.get(); }
 
