@@ -6,6 +6,8 @@
 #include "host/scene/basedocument.h"
 #include "host/scene/basetag.h"
 #include "host/scene/execution.h"
+#include "host/scene/hosttypes.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumetag.h"
 #include "zelmar/volumecommands.h"
@@ -97,4 +99,67 @@ TEST(VolumeLibraries, VolumeTagTableGivesTheVolumesOfItsSlots) {
   EXPECT_EQ(table->GetSlotObject(tag, 2), nullptr);
   EXPECT_FALSE(table->GetSlotVolume(tag, 2, &v));
   EXPECT_EQ(table->GetSlotObject(nullptr, 0), nullptr);
+}
+
+TEST(VolumeLibraries, VolumeBuilderTableWalksAndEditsTheLayerList) {
+  const auto* table = Library<VolumeBuilderLibrary>(ID_VOLUMEBUILDER_LIBRARY);
+  ASSERT_NE(table, nullptr);
+  auto doc = zta::AllocDocument();
+  zta::BaseObject* builder = zta::AllocObject(ID_VOLUMEBUILDER).release();
+  ASSERT_NE(builder, nullptr);
+  doc->InsertObject(builder);
+  zta::BaseObject* a = zta::AllocObject(zta::HOST_TYPE_SPHERE).release();
+  zta::BaseObject* b = zta::AllocObject(zta::HOST_TYPE_CUBE).release();
+  doc->InsertObject(a);
+  doc->InsertObject(b, nullptr, a);
+
+  EXPECT_EQ(table->GetInputCount(builder), 0);
+  ASSERT_TRUE(table->AddInput(builder, a, nullptr, nullptr));
+  ASSERT_TRUE(table->AddInput(builder, b, nullptr, a));
+  EXPECT_EQ(table->GetInputCount(builder), 2);
+  EXPECT_EQ(table->GetInputObject(builder, 0), a);
+  EXPECT_EQ(table->GetInputObject(builder, 1), b);
+  EXPECT_EQ(table->GetInputObject(builder, 2), nullptr);
+
+  zta::Int32 flags = 0;
+  ASSERT_TRUE(table->GetInputFlagsOf(builder, 0, &flags));
+  EXPECT_TRUE(flags & LAYERFLAG_ENABLED);
+  ASSERT_TRUE(table->SetEnabled(builder, 1, false));
+  EXPECT_FALSE(table->GetEnabled(builder, 1));
+  EXPECT_TRUE(table->GetEnabled(builder, 0));
+
+  table->ClearSelection(builder);
+  EXPECT_FALSE(table->GetSelected(builder, 0));
+  EXPECT_EQ(table->GetSelectedObject(builder), nullptr);
+  ASSERT_TRUE(table->SetSelected(builder, 1, true));
+  EXPECT_TRUE(table->GetSelected(builder, 1));
+  EXPECT_EQ(table->GetSelectedObject(builder), b);
+
+  ASSERT_TRUE(table->SetSdfMode(builder, 1, 2));
+  EXPECT_EQ(table->GetSdfMode(builder, 1), 2);
+  ASSERT_TRUE(table->SetFogMode(builder, 1, 5));
+  EXPECT_EQ(table->GetFogMode(builder, 1), 5);
+  ASSERT_TRUE(table->SetVectorMode(builder, 0, 3));
+  EXPECT_EQ(table->GetVectorMode(builder, 0), 3);
+  EXPECT_EQ(table->GetSdfMode(builder, 5), -1);
+
+  // Each input has its settings tag on the builder.
+  zta::BaseTag* tag = table->GetInputTag(builder, 0);
+  ASSERT_NE(tag, nullptr);
+  EXPECT_EQ(tag->GetObject(), builder);
+  EXPECT_EQ(table->GetInputSettingsContainer(builder, 0), tag->GetDataInstance());
+
+  // Nothing built yet; after a build the first row's results are current.
+  EXPECT_FALSE(table->GetInputCacheState(builder));
+  ASSERT_TRUE(zta::ExecutePasses(doc.get(), nullptr));
+  EXPECT_TRUE(table->GetInputCacheState(builder));
+
+  ASSERT_TRUE(table->RemoveInput(builder, 0));
+  EXPECT_EQ(table->GetInputCount(builder), 1);
+  EXPECT_EQ(table->GetInputObject(builder, 0), b);
+  EXPECT_FALSE(table->RemoveInput(builder, 3));
+
+  // Another object is not a builder.
+  EXPECT_EQ(table->GetInputCount(a), 0);
+  EXPECT_FALSE(table->AddInput(a, b, nullptr, nullptr));
 }

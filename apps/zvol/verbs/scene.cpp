@@ -20,6 +20,8 @@
 #include "host/modeling/join.h"
 #include "host/modeling/modeling.h"
 #include "host/scene/execution.h"
+#include "host/ui/dialogs.h"
+#include "host/ui/modaldialog.h"
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
 #include "zelmar/volumecommands.h"
@@ -312,6 +314,62 @@ void WriteFrame(const zvol::Context& ctx, const std::vector<std::unique_ptr<zta:
   ctx.Say("wrote " + path);
 }
 
+// The object at a path of names from the top of the scene ("group/cube").
+zta::BaseObject* FindByPath(const zta::BaseDocument& doc, const std::string& path) {
+  zta::BaseObject* level = doc.GetFirstObject();
+  zta::BaseObject* found = nullptr;
+  std::stringstream parts(path);
+  std::string name;
+  while (std::getline(parts, name, '/')) {
+    found = nullptr;
+    for (zta::BaseObject* op = level; op; op = op->GetNext())
+      if (op->GetName() == name) {
+        found = op;
+        break;
+      }
+    if (!found) return nullptr;
+    level = found->GetDown();
+  }
+  return found;
+}
+
+// The remesher command of the module, run as a person would: the objects
+// selected, its dialog answered with the values given here.
+struct RemeshOptions {
+  std::string select;
+  double voxelSize = 10.0;
+  int subdivision = 0;
+  double smooth = 0.0;
+  bool live = false;
+};
+
+void Remesh(const zvol::Context& ctx, zta::BaseDocument& doc, const RemeshOptions& o) {
+  constexpr Int32 kRemesherCommand = 1039863;
+  enum : Int32 { kVoxelSize = 2220, kSubdivision = 2221, kSmoothing = 2222, kLive = 2223 };
+  const zta::PluginInfo* plugin = zta::FindPlugin(kRemesherCommand);
+  if (!plugin || !plugin->command) throw zvol::Failure("the remesher command is not registered");
+  doc.SetActiveObject(nullptr);
+  std::stringstream paths(o.select);
+  std::string path;
+  while (std::getline(paths, path, ',')) {
+    zta::BaseObject* op = FindByPath(doc, path);
+    if (!op) throw zvol::Failure("no object " + path + " in the scene");
+    doc.SetActiveObject(op, zta::SELECTION_ADD);
+  }
+  if (plugin->command->GetState(&doc) == 0) throw zvol::Failure("the selected objects show no polygons");
+  zvol::Check(zta::ExecutePasses(&doc, ctx.thread) ? zta::Result<void>() : zta::IllegalStateError("the scene could not be evaluated"));
+  const zta::DIALOGPOLICY policy = zta::GetDialogPolicy();
+  zta::SetDialogPolicy(zta::DIALOGPOLICY::CALLBACK);
+  zta::SetModalDialogCallback([&o](zta::GeModalDialog& dialog) {
+    return dialog.Enter(kVoxelSize, zta::GeData(o.voxelSize)) && dialog.Enter(kSubdivision, zta::GeData(Int32(o.subdivision))) &&
+           dialog.Enter(kSmoothing, zta::GeData(o.smooth)) && dialog.Enter(kLive, zta::GeData(o.live));
+  });
+  const bool ran = plugin->command->Execute(&doc);
+  zta::SetModalDialogCallback(nullptr);
+  zta::SetDialogPolicy(policy);
+  if (!ran) throw zvol::Failure("the remesh failed");
+}
+
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string scene;
@@ -323,6 +381,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     std::string evalOutput;
   };
   auto o = std::make_shared<Options>();
+  auto r = std::make_shared<RemeshOptions>();
   app.require_subcommand(1);
   CLI::App* info = app.add_subcommand("info", "the tree of a scene: types, names, parameters that differ from their defaults");
   info->add_option("scene", o->scene, "the scene file (.zscene or .json)")->required();
@@ -339,7 +398,34 @@ zvol::VerbRun Setup(CLI::App& app) {
   eval->add_option("-o,--output", o->evalOutput, "the file to write: .vdb, or a mesh file (OBJ, PLY, STL, GLB)")
       ->required();
 
-  return [o, info, convert, eval](const zvol::Context& ctx) {
+  CLI::App* remesh = app.add_subcommand(
+      "remesh", "remesh selected objects of a scene through voxels, baked into a polygon object or live");
+  remesh->add_option("scene", o->input, "the scene file to read (.zscene or .json)")->required();
+  remesh->add_option("--select", r->select, "the objects, as paths of names from the top: a,group/b")->required();
+  remesh->add_option("--voxel-size", r->voxelSize, "edge of a voxel, in scene units")
+      ->capture_default_str()
+      ->check(CLI::Range(0.01, 1e18));
+  remesh->add_option("--subdivision", r->subdivision, "levels of subdivision of each source first")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 7));
+  remesh->add_option("--smooth", r->smooth, "strength of the smoothing, 0 to 1")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1.0));
+  remesh->add_flag("--live", r->live, "keep a Volume Mesher over a Volume Builder instead of baking");
+  remesh->add_option("-o,--output", o->output, "the scene file to write (.zscene or .json)")->required();
+
+  return [o, r, info, convert, eval, remesh](const zvol::Context& ctx) {
+    if (remesh->parsed()) {
+      RequireScene(o->output);
+      zvol::CheckOutputPath(o->output);
+      auto doc = Load(ctx, o->input);
+      Remesh(ctx, *doc, *r);
+      zvol::Step step(ctx, "write " + std::filesystem::path(o->output).filename().string());
+      if (zta::IsJsonScenePath(o->output)) zvol::Check(zta::SaveDocumentJson(doc.get(), o->output, ctx.thread));
+      else zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
+      ctx.Say("wrote " + o->output);
+      return 0;
+    }
     if (eval->parsed()) {
       const bool vdb = std::filesystem::path(o->evalOutput).extension() == ".vdb";
       if (!vdb && !zvol::IsWritableMeshPath(o->evalOutput))

@@ -1,7 +1,9 @@
 // The start table: each plug-in adds its row here when it lands, in the fixed
 // order of the module's start.
+#include "modules/volumes/source/commands/volumeremesher.h"
 #include "modules/volumes/source/libraries/volumelibraries.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumecachelayer.h"
 #include "modules/volumes/source/objects/volumefilter.h"
 #include "modules/volumes/source/objects/volumemesher.h"
@@ -19,10 +21,13 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolumeTag-", true, &VolumeTagData::Register},
       {"VolMesh-", false, &VolumeToMeshGenerator::Register},
       {"Filter-", false, &VolumeFilter::Register},
+      {"ObjVol-", false, &VolumeBuilderData::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolCache-", false, &VolumeCacheLayerData::Register},
+      {"VolumeRemesher-", false, &VolumeRemesherCommand::Register},
       {"VolumeObjectApi-", false, &RegisterVolumeObjectLibraries},
+      {"VolumeBuilderApi-", false, &RegisterVolumeBuilderLibrary},
       {"VolumeTagApi-", true, &RegisterVolumeTagLibrary},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };

@@ -3,6 +3,9 @@
 #include "host/core/registry.h"
 #include "host/scene/basedocument.h"
 #include "host/scene/basetag.h"
+#include "host/scene/itemtree.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
+#include "modules/volumes/source/objects/volumebuildertag.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/objects/volumetag.h"
 #include "zelmar/volumelibraries.h"
@@ -96,7 +99,159 @@ zta::BaseObject* GetVolumeByIndex(zta::BaseTag* tag, zta::Int32 index) {
   return static_cast<zta::BaseObject*>(links[size_t(index)].GetLink(doc, ID_VOLUMEOBJECT));
 }
 
+// ---- the Volume Builder: rows that hold an object, counted depth first
+
+VolumeBuilderData* BuilderData(zta::BaseObject* op) {
+  return op && op->GetType() == ID_VOLUMEBUILDER ? op->GetNodeData<VolumeBuilderData>() : nullptr;
+}
+
+zta::BaseObject* RowObject(const zta::ItemTreeItem* item, const zta::BaseDocument* doc) {
+  return static_cast<zta::BaseObject*>(doc ? item->GetLink().GetLink(doc) : item->GetLink().ForceGetLink());
+}
+
+// The row at `index` among the rows with an object; null past the end.
+zta::ItemTreeItem* InputRow(zta::BaseObject* builder, zta::Int32 index) {
+  zta::ItemTree* tree = BuilderData(builder) ? VolumeBuilderData::GetTree(builder) : nullptr;
+  if (!tree || index < 0) return nullptr;
+  const zta::BaseDocument* doc = builder->GetDocument();
+  for (zta::ItemTreeItem* item = tree->GetFirst(); item; item = tree->GetNextInTree(item))
+    if (RowObject(item, doc) && index-- == 0) return item;
+  return nullptr;
+}
+
+// The row that holds `object`, or null.
+zta::ItemTreeItem* RowOf(zta::BaseObject* builder, const zta::BaseObject* object) {
+  zta::ItemTree* tree = object && BuilderData(builder) ? VolumeBuilderData::GetTree(builder) : nullptr;
+  if (!tree) return nullptr;
+  const zta::BaseDocument* doc = builder->GetDocument();
+  for (zta::ItemTreeItem* item = tree->GetFirst(); item; item = tree->GetNextInTree(item))
+    if (RowObject(item, doc) == object) return item;
+  return nullptr;
+}
+
+zta::Int32 GetInputCount(zta::BaseObject* builder) {
+  zta::Int32 n = 0;
+  while (InputRow(builder, n)) ++n;
+  return n;
+}
+
+zta::BaseObject* GetInputObject(zta::BaseObject* builder, zta::Int32 index) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  return item ? RowObject(item, builder->GetDocument()) : nullptr;
+}
+
+zta::BaseObject* GetSelectedObject(zta::BaseObject* builder) {
+  zta::ItemTree* tree = BuilderData(builder) ? VolumeBuilderData::GetTree(builder) : nullptr;
+  if (!tree) return nullptr;
+  for (zta::ItemTreeItem* item : tree->GetSelection()) {
+    if (item->GetFlags() & LAYERFLAG_FOLDER) continue;
+    if (zta::BaseObject* object = RowObject(item, builder->GetDocument())) return object;
+  }
+  return nullptr;
+}
+
+bool GetInputFlagsOf(zta::BaseObject* builder, zta::Int32 index, zta::Int32* flags) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  if (!item || !flags) return false;
+  *flags = item->GetFlags();
+  return true;
+}
+
+bool AddInput(zta::BaseObject* builder, zta::BaseObject* object, zta::BaseObject* parent, zta::BaseObject* previous) {
+  VolumeBuilderData* data = BuilderData(builder);
+  if (!data || !object) return false;
+  zta::ItemTreeItem* parentRow = parent ? RowOf(builder, parent) : nullptr;
+  zta::ItemTreeItem* previousRow = !parentRow && previous ? RowOf(builder, previous) : nullptr;
+  const bool isChild = object->GetUp() == builder;
+  return data->AddLayer(builder, object, parentRow, previousRow, isChild, false, false) != nullptr;
+}
+
+bool RemoveInput(zta::BaseObject* builder, zta::Int32 index) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  if (!item) return false;
+  zta::ItemTree* tree = item->GetTree();
+  tree->RemoveItem(item);
+  tree->Changed();
+  return true;
+}
+
+void ClearSelection(zta::BaseObject* builder) {
+  if (zta::ItemTree* tree = BuilderData(builder) ? VolumeBuilderData::GetTree(builder) : nullptr)
+    tree->Select(nullptr, zta::SELECTION_NEW);
+}
+
+zta::BaseTag* GetInputTag(zta::BaseObject* builder, zta::Int32 index) {
+  zta::BaseObject* object = GetInputObject(builder, index);
+  return object ? FindTag(builder, object) : nullptr;
+}
+
+zta::BaseContainer* GetInputSettingsContainer(zta::BaseObject* builder, zta::Int32 index) {
+  zta::BaseTag* tag = GetInputTag(builder, index);
+  return tag ? tag->GetDataInstance() : nullptr;
+}
+
+bool SetMode(zta::BaseObject* builder, zta::Int32 index, zta::Int32 type, zta::Int32 mode) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  if (!item) return false;
+  VolumeBuilderData::SetLayerMode(item, type, mode);
+  item->GetTree()->Changed();
+  return true;
+}
+
+zta::Int32 GetMode(zta::BaseObject* builder, zta::Int32 index, zta::Int32 type) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  return item ? VolumeBuilderData::GetLayerMode(item, type) : -1;
+}
+
+bool SetFlag(zta::BaseObject* builder, zta::Int32 index, zta::Int32 flag, bool on) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  if (!item) return false;
+  item->SetFlags(on ? item->GetFlags() | flag : item->GetFlags() & ~flag);
+  item->GetTree()->Changed();
+  return true;
+}
+
+bool GetFlag(zta::BaseObject* builder, zta::Int32 index, zta::Int32 flag) {
+  zta::ItemTreeItem* item = InputRow(builder, index);
+  return item && (item->GetFlags() & flag) != 0;
+}
+
+bool GetInputCacheState(zta::BaseObject* builder) {
+  VolumeBuilderData* data = BuilderData(builder);
+  zta::ItemTree* tree = data ? VolumeBuilderData::GetTree(builder) : nullptr;
+  const EvalNode* node = tree && tree->GetFirst() ? data->FindEvalNode(tree->GetFirst()) : nullptr;
+  return node && node->valid;
+}
+
 }  // namespace
+
+bool RegisterVolumeBuilderLibrary() {
+  static VolumeBuilderLibrary table{};
+  table = {};
+  table.GetInputCount = &GetInputCount;
+  table.GetInputObject = &GetInputObject;
+  table.GetSelectedObject = &GetSelectedObject;
+  table.GetInputFlagsOf = &GetInputFlagsOf;
+  table.AddInput = &AddInput;
+  table.RemoveInput = &RemoveInput;
+  table.ClearSelection = &ClearSelection;
+  table.GetInputTag = &GetInputTag;
+  table.GetInputSettingsContainer = &GetInputSettingsContainer;
+  table.SetSdfMode = [](zta::BaseObject* b, zta::Int32 i, zta::Int32 m) { return SetMode(b, i, BUILDERTYPE_SDF, m); };
+  table.GetSdfMode = [](zta::BaseObject* b, zta::Int32 i) { return GetMode(b, i, BUILDERTYPE_SDF); };
+  table.SetFogMode = [](zta::BaseObject* b, zta::Int32 i, zta::Int32 m) { return SetMode(b, i, BUILDERTYPE_FOG, m); };
+  table.GetFogMode = [](zta::BaseObject* b, zta::Int32 i) { return GetMode(b, i, BUILDERTYPE_FOG); };
+  table.SetEnabled = [](zta::BaseObject* b, zta::Int32 i, bool on) { return SetFlag(b, i, LAYERFLAG_ENABLED, on); };
+  table.GetEnabled = [](zta::BaseObject* b, zta::Int32 i) { return GetFlag(b, i, LAYERFLAG_ENABLED); };
+  table.SetSelected = [](zta::BaseObject* b, zta::Int32 i, bool on) { return SetFlag(b, i, LAYERFLAG_SELECTED, on); };
+  table.GetSelected = [](zta::BaseObject* b, zta::Int32 i) { return GetFlag(b, i, LAYERFLAG_SELECTED); };
+  table.GetInputCacheState = &GetInputCacheState;
+  table.SetVectorMode = [](zta::BaseObject* b, zta::Int32 i, zta::Int32 m) {
+    return SetMode(b, i, BUILDERTYPE_VECTOR, m);
+  };
+  table.GetVectorMode = [](zta::BaseObject* b, zta::Int32 i) { return GetMode(b, i, BUILDERTYPE_VECTOR); };
+  return Install(ID_VOLUMEBUILDER_LIBRARY, &table);
+}
 
 bool RegisterVolumeObjectLibraries() {
   static VolumeObjectLibrary first{};

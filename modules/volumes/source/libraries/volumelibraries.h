@@ -5,6 +5,8 @@ namespace zelmar {
 
 // The "VolumeObjectApi-" row: both tables of the volume object.
 bool RegisterVolumeObjectLibraries();
+// The "VolumeBuilderApi-" row.
+bool RegisterVolumeBuilderLibrary();
 // The "VolumeTagApi-" row.
 bool RegisterVolumeTagLibrary();
 

@@ -10,9 +10,11 @@
 #include "host/scene/baseobject.h"
 #include "host/scene/description.h"
 #include "host/scene/plugins.h"
+#include "host/scene/undo.h"
 #include "host/ui/hostmode.h"
 #include "host/ui/statusbar.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "zelmar/volumecommands.h"
 #include "zelmar/volumetools.h"
@@ -194,8 +196,15 @@ std::unique_ptr<zta::NodeData> VolumeFilter::Alloc() {
 }
 
 bool VolumeFilter::Register() {
-  return zta::RegisterObjectPlugin(ID_VOLUMEFILTER, Text(kNameResource), kInfoFlags, &VolumeFilter::Alloc,
-                                   "ovolumefilter", kDiskLevel);
+  if (!zta::RegisterObjectPlugin(ID_VOLUMEFILTER, Text(kNameResource), kInfoFlags, &VolumeFilter::Alloc,
+                                 "ovolumefilter", kDiskLevel))
+    return false;
+  bool all = true;
+  for (const CreateVolumeFilterCommand::Kind& k : CreateVolumeFilterCommand::Kinds())
+    all = zta::RegisterCommandPlugin(k.id, Text(k.nameResource), 0,
+                                     std::make_shared<CreateVolumeFilterCommand>(k.volumeType, k.operation)) &&
+          all;
+  return all;
 }
 
 bool VolumeFilter::InitNode(zta::GeListNode* node) {
@@ -334,6 +343,70 @@ zta::Result<void> VolumeFilter::Filter(zta::BaseObject* modifier, zta::BaseObjec
   if (!out) return out.GetError();
   data->SetVolume(object, *out);
   return {};
+}
+
+const std::vector<CreateVolumeFilterCommand::Kind>& CreateVolumeFilterCommand::Kinds() {
+  // The ids reach menus and layouts: they never change.
+  static const std::vector<Kind> kinds = {
+      {1040113, VOLUMEFILTER_TYPE_SDF, zta::Int32(SDFFILTERTYPE::GAUSSIAN), 10072},
+      {1040114, VOLUMEFILTER_TYPE_SDF, zta::Int32(SDFFILTERTYPE::MEANCURVATURE), 10073},
+      {465002103, VOLUMEFILTER_TYPE_SDF, zta::Int32(SDFFILTERTYPE::DILATE), 10074},
+      {1040737, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::GAUSSIAN), 10075},
+      {465002105, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::MEANVALUE), 10076},
+      {465002107, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::MULTIPLY), 10077},
+      {1040738, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::REMAP), 10078},
+      {465002109, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::CURVEREMAP), 10079},
+      {465002111, VOLUMEFILTER_TYPE_FOG, zta::Int32(FILTERTYPE::INVERT), 10080},
+      {465002113, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::GAUSSIAN), 10081},
+      {465002115, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::MEANVALUE), 10082},
+      {465002117, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::CURL), 10083},
+      {465002119, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::NORMALIZE), 10084},
+      {465002121, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::SCALE), 10085},
+      {465002123, VOLUMEFILTER_TYPE_VECTOR, zta::Int32(VECTORFILTERTYPE::ROTATE), 10086},
+  };
+  return kinds;
+}
+
+zta::Int32 CreateVolumeFilterCommand::GetState(zta::BaseDocument* doc) {
+  const zta::BaseObject* active = doc ? doc->GetActiveObject() : nullptr;
+  return active && active->GetType() == ID_VOLUMEBUILDER ? 0x40000000 : 0;
+}
+
+zta::BaseObject* CreateVolumeFilterCommand::AddTo(zta::BaseObject* builder) const {
+  VolumeBuilderData* data = builder && builder->GetType() == ID_VOLUMEBUILDER
+                                ? builder->GetNodeData<VolumeBuilderData>()
+                                : nullptr;
+  if (!data) return nullptr;
+  std::unique_ptr<zta::BaseObject> filter = zta::AllocObject(ID_VOLUMEFILTER);
+  if (!filter) return nullptr;
+  zta::BaseContainer* bc = filter->GetDataInstance();
+  bc->SetInt32(VOLUMEFILTER_VOLUMETYPE, volumeType_);
+  const zta::Int32 typeKey = volumeType_ == VOLUMEFILTER_TYPE_SDF   ? VOLUMEFILTER_SDFTYPE
+                             : volumeType_ == VOLUMEFILTER_TYPE_FOG ? VOLUMEFILTER_FOGTYPE
+                                                                    : VOLUMEFILTER_VECTORTYPE;
+  bc->SetInt32(typeKey, operation_);
+  for (const Kind& k : Kinds())
+    if (k.volumeType == volumeType_ && k.operation == operation_) filter->SetName(Text(k.nameResource));
+  zta::BaseObject* made = filter.release();
+  // The builder takes the filter into its list of filters and gives it a row.
+  if (!data->AddLayer(builder, made, nullptr, nullptr, false, false, true)) {
+    delete made;
+    return nullptr;
+  }
+  return made;
+}
+
+bool CreateVolumeFilterCommand::Execute(zta::BaseDocument* doc) {
+  zta::BaseObject* builder = doc ? doc->GetActiveObject() : nullptr;
+  if (!builder || builder->GetType() != ID_VOLUMEBUILDER) return false;
+  doc->StartUndo();
+  doc->AddUndo(zta::UNDOTYPE::CHANGE, builder);
+  zta::BaseObject* filter = AddTo(builder);
+  doc->EndUndo();
+  if (!filter) return false;
+  builder->SetDirty(zta::DIRTYFLAGS_DATA);
+  doc->EventAdd();
+  return true;
 }
 
 }  // namespace zelmar

@@ -3,9 +3,11 @@
 // of a Volume Builder it changes the volumes below it, called by the builder;
 // under a volume object it works as a modifier on that object's grid.
 #include <memory>
+#include <vector>
 
 #include "host/core/result.h"
 #include "host/scene/nodedata.h"
+#include "host/scene/plugins.h"
 
 namespace zelmar {
 
@@ -66,6 +68,26 @@ class VolumeFilter : public zta::ObjectData {
 
  private:
   zta::UInt32 fieldDirty_ = 0;
+};
+
+// The menu commands that add a filter of one kind to the selected Volume
+// Builder, one registration each (RegisterFilterCommands).
+class CreateVolumeFilterCommand final : public zta::CommandData {
+ public:
+  CreateVolumeFilterCommand(zta::Int32 volumeType, zta::Int32 operation) : volumeType_(volumeType), operation_(operation) {}
+  bool Execute(zta::BaseDocument* doc) override;
+  zta::Int32 GetState(zta::BaseDocument* doc) override;
+  // Adds the filter to `builder`; gives the filter object, or null.
+  zta::BaseObject* AddTo(zta::BaseObject* builder) const;
+
+  // The fifteen kinds, with their command ids.
+  struct Kind {
+    zta::Int32 id, volumeType, operation, nameResource;
+  };
+  static const std::vector<Kind>& Kinds();
+
+ private:
+  zta::Int32 volumeType_, operation_;
 };
 
 }  // namespace zelmar

@@ -19,6 +19,7 @@
 #include "host/ui/dialogs.h"
 #include "modules/volumes/source/helper/volumeblock.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/fileparameter.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 #include "zelmar/volumetools.h"
 
@@ -76,10 +77,6 @@ std::string Grouped(Int value) {
     out += digits[i];
   }
   return value < 0 ? "-" + out : out;
-}
-
-bool EndsWith(const std::string& s, const std::string& tail) {
-  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 bool IsExistingFile(const Url& url) { return zta::IoDetect(url) == zta::IODETECT::FILE; }
@@ -217,36 +214,12 @@ bool VolumeObjectData::SetParameterValue(zta::GeListNode* node, const zta::DescI
   if (!node) return false;
   auto* op = static_cast<zta::BaseObject*>(node);
   if (id.GetId() == VOLUMEOBJECT_FILE) {
-    zta::BaseContainer* bc = op->GetDataInstance();
-    const std::string oldText = bc->GetString(VOLUMEOBJECT_FILE);
-    std::string newText = t_data.GetString();
-    if (Url(oldText) != Url(newText)) {
-      // An empty name clears the file; it gets no suffix.
-      if (!newText.empty() && !EndsWith(newText, "vdb")) newText = zta::FormatString("@.vdb", newText);
-      Url url(newText);
-      zta::BaseDocument* doc = op->GetDocument();
-      if (doc) {
-        if (auto ok = RegisterWithHook(op, doc, url); !ok) return false;
-      }
-      Url found = url;
-      if (!IsInsideVolumeSet(op) && FindVolumeFile(found, doc)) {
-        if (auto loaded = LoadFile(op, found, true); !loaded) {
-          // Nothing of the old state is lost: the hook takes the old name back.
-          if (doc) {
-            Url old(oldText);
-            (void)RegisterWithHook(op, doc, old);
-          }
-          return false;
-        }
-        fileUrl_ = found;
-        if (doc) doc->EventAdd();
-      } else {
-        fileFound_ = false;
-      }
-      bc->SetString(VOLUMEOBJECT_FILE, url.ToString());
-      flags |= zta::DESCFLAGS_SET_PARAM_SET;
-    }
-    if (flags & zta::DESCFLAGS_SET_PARAM_SET) op->SetDirty(zta::DIRTYFLAGS_DATA);
+    const FileParameterSteps steps{
+        [&](zta::BaseDocument* doc, Url& url) { return RegisterWithHook(op, doc, url); },
+        // Members of a set read nothing of their own: the set holds the file.
+        [&](Url& url, zta::BaseDocument* doc) { return !IsInsideVolumeSet(op) && FindVolumeFile(url, doc); },
+        [&](const Url& url) { return LoadFile(op, url, true); }};
+    if (!ChangeFileParameter(op, VOLUMEOBJECT_FILE, t_data, flags, steps, fileUrl_, fileFound_)) return false;
   }
   return ObjectData::SetParameterValue(node, id, t_data, flags);
 }
@@ -476,15 +449,11 @@ bool VolumeObjectData::SaveButton(zta::BaseObject* op, zta::BaseDocument* doc) {
   if (!doc) return false;
 
   if (!doc->GetDocumentPath().empty()) {
-    std::string name = std::filesystem::path(url.GetPath()).filename().string();
-    if (!EndsWith(name, ".vdb")) name = SafeVolumeFileName(op->GetName());
-    Url registered(name);
-    if (auto ok = RegisterWithHook(op, doc, registered); !ok) return false;
-    const std::filesystem::path folder = std::filesystem::path(doc->GetDocumentPath()) / "vol";
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
-    if (ec) return false;
-    const Url target = Url::FromSystemPath((folder / std::filesystem::path(registered.GetPath()).filename()).string());
+    Url registered;
+    const FileParameterSteps steps{[&](zta::BaseDocument* d, Url& u) { return RegisterWithHook(op, d, u); }, {}, {}};
+    auto prepared = PrepareFileInVol(op, doc, url, steps, registered);
+    if (!prepared) return false;
+    const Url target = *prepared;
     if (auto ok = volume_.WriteToFile(target, 1.0, metadata); !ok) return false;
     bc->SetString(VOLUMEOBJECT_FILE, registered.ToString());
     fileUrl_ = target;

@@ -18,6 +18,7 @@
 #include "host/ui/dialogs.h"
 #include "modules/volumes/source/helper/volumeblock.h"
 #include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/fileparameter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 #include "zelmar/volumetools.h"
@@ -42,10 +43,6 @@ std::string Text(zta::Int32 id) { return GetModuleResource().Get(id); }
 VolumeObjectData* MemberData(zta::GeListNode* n) {
   auto* op = static_cast<zta::BaseObject*>(n);
   return op && op->GetType() == ID_VOLUMEOBJECT ? op->GetNodeData<VolumeObjectData>() : nullptr;
-}
-
-bool EndsWith(const std::string& s, const std::string& tail) {
-  return s.size() >= tail.size() && s.compare(s.size() - tail.size(), tail.size(), tail) == 0;
 }
 
 zta::ItemTree* TreeOf(zta::BaseObject* op) {
@@ -264,35 +261,12 @@ bool VolumeSetData::SetParameterValue(zta::GeListNode* node, const zta::DescID& 
   if (!node) return false;
   auto* op = static_cast<zta::BaseObject*>(node);
   if (id.GetId() == VOLUMESET_FILE) {
-    zta::BaseContainer* bc = op->GetDataInstance();
-    const std::string oldText = bc->GetString(VOLUMESET_FILE);
-    std::string newText = t_data.GetString();
-    if (Url(oldText) != Url(newText)) {
-      if (!newText.empty() && !EndsWith(newText, "vdb")) newText = zta::FormatString("@.vdb", newText);
-      Url url(newText);
-      zta::BaseDocument* doc = op->GetDocument();
-      if (doc) {
-        if (auto ok = RegisterWithHook(op, doc, url); !ok) return false;
-      }
-      Url found = url;
-      // A file of any number of grids is taken: one grid makes a set of one.
-      if (VolumeObjectData::FindVolumeFile(found, doc)) {
-        if (auto loaded = LoadAllGrids(op, found); !loaded) {
-          if (doc) {
-            Url old(oldText);
-            (void)RegisterWithHook(op, doc, old);
-          }
-          return false;
-        }
-        fileUrl_ = found;
-        if (doc) doc->EventAdd();
-      } else {
-        fileFound_ = false;
-      }
-      bc->SetString(VOLUMESET_FILE, url.ToString());
-      flags |= zta::DESCFLAGS_SET_PARAM_SET;
-    }
-    if (flags & zta::DESCFLAGS_SET_PARAM_SET) op->SetDirty(zta::DIRTYFLAGS_DATA);
+    // A file of any number of grids is taken: one grid makes a set of one.
+    const FileParameterSteps steps{
+        [&](zta::BaseDocument* doc, Url& url) { return RegisterWithHook(op, doc, url); },
+        [](Url& url, zta::BaseDocument* doc) { return VolumeObjectData::FindVolumeFile(url, doc); },
+        [&](const Url& url) { return LoadAllGrids(op, url); }};
+    if (!ChangeFileParameter(op, VOLUMESET_FILE, t_data, flags, steps, fileUrl_, fileFound_)) return false;
   }
   return ObjectData::SetParameterValue(node, id, t_data, flags);
 }
@@ -458,17 +432,11 @@ bool VolumeSetData::SaveButton(zta::BaseObject* op, zta::BaseDocument* doc) {
     // The file exists: written again only when something changed.
     if (!(gridChanged_ || AnyMemberChanged())) return true;
   } else if (doc && !doc->GetDocumentPath().empty()) {
-    std::string name = std::filesystem::path(url.GetPath()).filename().string();
-    if (!EndsWith(name, ".vdb")) name = SafeVolumeFileName(op->GetName());
-    Url registered(name);
-    if (auto ok = RegisterWithHook(op, doc, registered); !ok) return false;
-    const std::filesystem::path folder = std::filesystem::path(doc->GetDocumentPath()) / "vol";
-    std::error_code ec;
-    std::filesystem::create_directories(folder, ec);
-    if (ec) return false;
-    auto saveUrl = VolumeSaveManagerHook::MakeSaveUrl(doc->GetDocumentPath(), registered);
-    if (!saveUrl) return false;
-    target = *saveUrl;
+    Url registered;
+    const FileParameterSteps steps{[&](zta::BaseDocument* d, Url& u) { return RegisterWithHook(op, d, u); }, {}, {}};
+    auto prepared = PrepareFileInVol(op, doc, url, steps, registered);
+    if (!prepared) return false;
+    target = *prepared;
     bc->SetString(VOLUMESET_FILE, registered.ToString());
   } else {
     // A scene without a folder asks where the file goes.

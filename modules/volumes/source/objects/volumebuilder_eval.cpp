@@ -1,0 +1,879 @@
+// The rebuild of a Volume Builder: dirty scan, collection of the inputs that
+// changed, conversions through the volume commands, and the bottom-up fold of
+// each sibling group of the layer tree.
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <new>
+#include <unordered_set>
+
+#include "host/core/format.h"
+#include "host/fields/splinedata.h"
+#include "host/scene/basecontainer.h"
+#include "host/scene/basedocument.h"
+#include "host/scene/basetag.h"
+#include "host/scene/execution.h"
+#include "host/scene/hosttypes.h"
+#include "host/scene/itemtree.h"
+#include "host/ui/dialogs.h"
+#include "host/ui/hostmode.h"
+#include "modules/volumes/source/helper/progresshandler.h"
+#include "modules/volumes/source/main.h"
+#include "modules/volumes/source/objects/objectcollection.h"
+#include "modules/volumes/source/objects/volumebuilder.h"
+#include "modules/volumes/source/objects/volumebuildertag.h"
+#include "modules/volumes/source/objects/volumeobject.h"
+#include "zelmar/volumecommands.h"
+#include "zelmar/volumetools.h"
+
+namespace zelmar {
+
+namespace {
+
+constexpr zta::Int32 kProgressTitleResource = 10051;
+constexpr zta::Int32 kVoxelLimitQuestion = 10059;
+constexpr zta::Int32 kSphereRadius = 1110;
+constexpr zta::Int32 kSphereTypeParameter = 1112;
+constexpr zta::Int32 kFilterTypeParameter = 1001;
+constexpr double kVoxelLimit = 1000.0;
+constexpr zta::UInt32 kInputDirtyFlags =
+    zta::DIRTYFLAGS_MATRIX | zta::DIRTYFLAGS_DATA | zta::DIRTYFLAGS_CACHE | zta::DIRTYFLAGS_CHILDREN;
+
+std::string Text(zta::Int32 id) { return GetModuleResource().Get(id); }
+
+// A cancelled step: the rebuild ends with the host's old cache.
+struct Cancelled {};
+zta::Error CancelledError() { return zta::IllegalStateError("the rebuild was cancelled"); }
+bool IsCancelled(const zta::Error& e) { return e.GetMessage() == "the rebuild was cancelled"; }
+
+bool StopAsked(const zta::HierarchyHelp* hh) {
+  const zta::ThreadRef& t = hh->GetThread();
+  return t && t->TestBreak();
+}
+
+bool IsVectorType(GRIDTYPE t) { return t == GRIDTYPE::VEC3I || t == GRIDTYPE::VEC3S || t == GRIDTYPE::VEC3D; }
+
+std::shared_ptr<zta::BaseObject> Share(std::unique_ptr<zta::BaseObject> op) { return std::shared_ptr<zta::BaseObject>(op.release()); }
+
+std::shared_ptr<zta::BaseObject> MakeVolumeObject(const Volume& v) { return Share(VolumeObjectData::MakeObject(v)); }
+
+// Runs one volume command on `inputs`; the first result as a volume object,
+// null when the command gave nothing.
+zta::Result<std::shared_ptr<zta::BaseObject>> RunCommand(const char* id, const zta::BaseContainer& settings,
+                                                         const std::vector<const zta::BaseObject*>& inputs,
+                                                         const zta::HierarchyHelp* hh) {
+  auto made = zta::CreateCommandData(kVolumeCommandDataClass);
+  if (!made) return made.GetError();
+  auto& data = static_cast<VolumeCommandData&>(**made);
+  data.GetSettings().MergeContainer(settings);
+  for (const zta::BaseObject* in : inputs) data.AddInput(in);
+  auto state = zta::InvokeCommand(id, data, hh->GetThread());
+  if (!state) return state.GetError();
+  if (*state == zta::COMMANDRESULT::BREAK) return CancelledError();
+  if (*state != zta::COMMANDRESULT::OK || data.GetLegacyDataCount() == 0) return std::shared_ptr<zta::BaseObject>();
+  auto record = data.GetLegacyData(0);
+  if (!record) return record.GetError();
+  if (!record->volume.HasGrid()) return std::shared_ptr<zta::BaseObject>();
+  auto object = MakeVolumeObject(record->volume);
+  if (!object) return zta::OutOfMemoryError();
+  return object;
+}
+
+}  // namespace
+
+// ---- settings
+
+bool VolumeBuilderData::CompareSettings(zta::BaseObject* op) {
+  const zta::Matrix mg = op->GetMg();
+  globalMatrixChanged = !(mg == globalMatrix);
+  globalMatrix = mg;
+  const zta::BaseContainer* bc = op->GetDataInstance();
+  BuilderSettings s;
+  s.voxelSize = bc->GetFloat(VOLUMEBUILDER_VOXELSIZE, 10.0);
+  s.meshExteriorBand = bc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2);
+  s.meshInteriorBand = bc->GetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2);
+  s.splineBand = bc->GetInt32(VOLUMEBUILDER_SPLINE_BAND, 2);
+  s.particleBand = bc->GetInt32(VOLUMEBUILDER_PARTICLE_BAND, 2);
+  s.volumeType = bc->GetInt32(VOLUMEBUILDER_VOLUMETYPE, 0);
+  s.autoUpdate = bc->GetBool(VOLUMEBUILDER_AUTOUPDATE, true);
+  s.createGradient = bc->GetBool(VOLUMEBUILDER_CREATEGRADIENT);
+  s.createCurl = bc->GetBool(VOLUMEBUILDER_CREATECURL);
+  const zta::Matrix scale = zta::MatrixScale(zta::Vector(s.voxelSize, s.voxelSize, s.voxelSize));
+  auto* ref = static_cast<zta::BaseObject*>(bc->GetLink(VOLUMEBUILDER_REFERENCE, op->GetDocument(), zta::HOST_TYPE_OBJECT));
+  if (ref) {
+    s.hasReference = true;
+    const zta::Matrix rmg = ref->GetMg();
+    const zta::Vector rs = rmg.GetScale();
+    const zta::Matrix unscale =
+        zta::MatrixScale(zta::Vector(rs.x ? 1.0 / rs.x : 1.0, rs.y ? 1.0 / rs.y : 1.0, rs.z ? 1.0 / rs.z : 1.0));
+    s.gridMatrix = rmg * unscale * scale;
+  } else {
+    s.gridMatrix = scale;
+  }
+  const BuilderSettings& o = settings;
+  const bool changed = s.voxelSize != o.voxelSize || s.volumeType != o.volumeType ||
+                       s.meshExteriorBand != o.meshExteriorBand || s.meshInteriorBand != o.meshInteriorBand ||
+                       s.splineBand != o.splineBand || s.particleBand != o.particleBand ||
+                       s.hasReference != o.hasReference || !(s.gridMatrix == o.gridMatrix) ||
+                       s.createGradient != o.createGradient || s.createCurl != o.createCurl;
+  if (changed || s.autoUpdate != o.autoUpdate) settings = s;
+  return changed;
+}
+
+// ---- dirty scan
+
+zta::Result<void> VolumeBuilderData::ScanDirty(zta::BaseObject* op, const zta::HierarchyHelp* hh, DirtyFlags& flags) {
+  RefreshVolumeType(op);
+  // A cache whose grid no longer fits the type must go.
+  if (zta::BaseObject* cache = op->GetCache(); cache && cache->GetType() == ID_VOLUMEOBJECT) {
+    const Volume v = VolumeObjectData::GetVolume(cache);
+    if (v.HasGrid()) {
+      const bool fits = volumeType_ == BUILDERTYPE_SDF   ? v.GetGridType() == GRIDTYPE::FLOAT && v.GetGridClass() == GRIDCLASS::SDF
+                        : volumeType_ == BUILDERTYPE_FOG ? true
+                                                         : v.GetGridType() == GRIDTYPE::VEC3S;
+      if (!fits) flags.structureDirty = true;
+    }
+  }
+  const zta::UInt32 matrixDirty = op->GetDirty(zta::DIRTYFLAGS_MATRIX);
+  if (matrixDirty != documentDirty) documentDirty = matrixDirty;
+  zta::ItemTree* tree = GetTree(op);
+  if (!tree) return zta::OK();
+  zta::BaseDocument* doc = hh->GetDocument();
+  struct Entry {
+    zta::ItemTreeItem* item;
+    zta::Int32 depth;
+    bool underCache;
+  };
+  std::vector<Entry> stack;
+  if (tree->GetFirst()) stack.push_back({tree->GetFirst(), 0, false});
+  zta::Int32 activeIndex = 0, activeCount = 0;
+  while (!stack.empty()) {
+    Entry e = stack.back();
+    stack.pop_back();
+    zta::ItemTreeItem* item = e.item;
+    if (item->GetNext()) stack.push_back({item->GetNext(), e.depth, e.underCache});
+    if (item->GetDown()) stack.push_back({item->GetDown(), e.depth + 1, e.underCache});
+    const bool folder = (item->GetFlags() & LAYERFLAG_FOLDER) != 0;
+    if (item->GetLink().IsEmpty() && !folder) continue;
+    auto* object = static_cast<zta::BaseObject*>(item->GetLink().GetLink(doc, zta::HOST_TYPE_OBJECT));
+    bool active = true;
+    if (folder) active = item->GetDown() != nullptr;
+    else if (object && object->GetType() == ID_VOLUMEFILTER)
+      active = object->GetDataInstance()->GetInt32(kFilterTypeParameter) == volumeType_ - 1;
+    bool made = false;
+    EvalNodeRef node = FindOrMakeNode(item, &made);
+    if (!node) return zta::OutOfMemoryError("no eval node could be found or created");
+    if (made && active) flags.inputsDirty = true;
+    bool enabled;
+    if (folder) {
+      enabled = (item->GetFlags() & LAYERFLAG_ENABLED) != 0;
+    } else {
+      enabled = (item->GetFlags() & LAYERFLAG_ENABLED) != 0 && object != nullptr;
+    }
+    if (enabled && active && !e.underCache) ++activeCount;
+    EvalNode::ChangeKey key;
+    key.modeValue = GetLayerMode(item, volumeType_);
+    key.activeIndex = active ? activeIndex++ : -1;
+    key.depth = e.depth;
+    key.enabled = enabled;
+    key.isChildFlag = (item->GetFlags() & LAYERFLAG_CHILD) != 0;
+    if (object && !folder) {
+      // Everything the conversion reads: the hierarchy, where it stands, and the input's settings.
+      zta::UInt32 sum = object->GetHDirty(kInputDirtyFlags);
+      if (object->GetUp()) sum += object->GetUp()->GetDirty(zta::DIRTYFLAGS_MATRIX);
+      if (zta::BaseTag* tag = FindTag(op, object)) sum += tag->GetDirty(zta::DIRTYFLAGS_DATA);
+      if (zta::Int32(sum) != node->dirtySum) {
+        node->ClearResults();
+        node->dirtySum = zta::Int32(sum);
+        if (active) flags.inputsDirty = true;
+      }
+    }
+    if (key.isChildFlag != node->changeKey.isChildFlag) node->ClearResults();
+    if (!(key == node->changeKey)) {
+      if (active) flags.inputsDirty = true;
+      node->changeKey = key;
+    }
+  }
+  if (activeCount != lastActiveCount) {
+    lastActiveCount = activeCount;
+    flags.inputsDirty = true;
+  }
+  return zta::OK();
+}
+
+// ---- eval tree and inputs
+
+zta::Result<void> VolumeBuilderData::RefreshEvalTree(zta::BaseObject* op) {
+  const double voxelSize = op->GetDataInstance()->GetFloat(VOLUMEBUILDER_VOXELSIZE, 0.001);
+  rebuildList_.clear();
+  objectUsers_.clear();
+  zta::ItemTree* tree = GetTree(op);
+  if (!tree) return zta::OK();
+  zta::BaseDocument* doc = op->GetDocument();
+  std::vector<std::pair<zta::ItemTreeItem*, bool>> stack;
+  if (tree->GetFirst()) stack.emplace_back(tree->GetFirst(), false);
+  while (!stack.empty()) {
+    auto [item, underCache] = stack.back();
+    stack.pop_back();
+    if (item->GetDown()) stack.emplace_back(item->GetDown(), underCache);
+    EvalNodeRef node = FindOrMakeNode(item);
+    if (!node) return zta::OutOfMemoryError("no eval node could be found or created");
+    const zta::Int32 mode = GetLayerMode(item, volumeType_);
+    if (volumeType_ == BUILDERTYPE_FOG) node->fogMode = mode;
+    else if (volumeType_ == BUILDERTYPE_VECTOR) node->vectorMode = mode;
+    else node->sdfMode = mode;
+    const bool folder = (item->GetFlags() & LAYERFLAG_FOLDER) != 0;
+    auto* object = static_cast<zta::BaseObject*>(item->GetLink().GetLink(doc, zta::HOST_TYPE_OBJECT));
+    bool cacheCut = false;
+    if (!object) {
+      if (folder) {
+        node->isChild = true;
+        node->kind = EVALKIND_FOLDER;
+      }
+    } else {
+      if (!node->valid) node->voxelSize = voxelSize;
+      if (item->GetFlags() & LAYERFLAG_ENABLED) {
+        node->isChild = (item->GetFlags() & LAYERFLAG_CHILD) != 0;
+        node->link.SetLink(object);
+      }
+      node->kind = folder ? EVALKIND_FOLDER
+                   : object->GetType() == ID_VOLUMEFILTER     ? EVALKIND_FILTER
+                   : object->GetType() == ID_VOLUMECACHELAYER ? EVALKIND_CACHE
+                                                              : EVALKIND_INPUT;
+      // Cache layers are not built yet: none of them holds a valid cache, so
+      // none cuts off the rows below it.
+      if (node->kind != EVALKIND_FOLDER) {
+        objectUsers_[object].push_back(node);
+        rebuildList_.emplace_back(node, underCache);
+      }
+    }
+    if (item->GetNext()) stack.emplace_back(item->GetNext(), underCache || cacheCut);
+  }
+  return zta::OK();
+}
+
+zta::Result<void> VolumeBuilderData::CollectInputs(zta::BaseObject* op, const zta::HierarchyHelp* hh) {
+  zta::BeginDependenceList(op);
+  zta::BaseDocument* doc = hh->GetDocument();
+  for (auto& [node, belowCache] : rebuildList_) {
+    if (node->kind != EVALKIND_INPUT || !node->changeKey.enabled) continue;
+    auto* object = static_cast<zta::BaseObject*>(node->link.GetLink(doc, zta::HOST_TYPE_OBJECT));
+    if (!object) continue;
+    auto found = collectedInputs_.find(object);
+    if (found != collectedInputs_.end()) {
+      node->hasVolumes = !found->second.objects.empty() || !found->second.particleSources.empty();
+      continue;
+    }
+    bool force = false;
+    for (const EvalNodeRef& user : objectUsers_[object]) force = force || !user->valid;
+    if (!force) {
+      // Unchanged: it stays an input of this builder without being read again.
+      zta::AddDependence(op, object);
+      continue;
+    }
+    InputCollection collection;
+    if (auto ok = CollectObject(op, object, node->isChild, force, hh, collection); !ok) return ok;
+    if (!belowCache && (!collection.objects.empty() || !collection.particleSources.empty())) {
+      node->hasVolumes = true;
+      collectedInputs_[object] = std::move(collection);
+    }
+  }
+  objectUsers_.clear();
+  rebuildList_.clear();
+  return zta::OK();
+}
+
+zta::Result<void> VolumeBuilderData::CollectObject(zta::BaseObject* op, zta::BaseObject* object, bool isChild, bool,
+                                                   const zta::HierarchyHelp* hh, InputCollection& c) {
+  const InputSettings s = ReadInputSettings(FindTag(op, object));
+  if (IsParticleSource(object) || object->GetType() == zta::HOST_TYPE_MATRIX) {
+    zta::AddDependence(op, object);
+    if (object->GetDeformMode()) c.particleSources.push_back(object);
+    return zta::OK();
+  }
+  if (IsFieldCarrier(object)) {
+    zta::AddDependence(op, object);
+    if (object->GetDeformMode()) c.objects.push_back(object);
+    return zta::OK();
+  }
+  // Particle sources inside the hierarchy are converted from the scene's own objects.
+  std::vector<const zta::BaseObject*> stack;
+  if (object->GetDown() && !IsActiveGenerator(object)) stack.push_back(object->GetDown());
+  while (!stack.empty()) {
+    const zta::BaseObject* e = stack.back();
+    stack.pop_back();
+    if (e->GetNext()) stack.push_back(e->GetNext());
+    if (e->GetDown() && !IsActiveGenerator(e)) stack.push_back(e->GetDown());
+    if (e->GetType() == zta::HOST_TYPE_MATRIX || (IsParticleSource(e) && !(e->GetInfo() & zta::OBJECT_NO_PARTICLES)))
+      c.particleSources.push_back(const_cast<zta::BaseObject*>(e));
+  }
+  if (object->GetType() == zta::HOST_TYPE_SPHERE && s.asPrimitive &&
+      object->GetDataInstance()->GetInt32(kSphereTypeParameter) != 5) {
+    zta::AddDependence(op, object);
+    c.objects.push_back(object);
+    return zta::OK();
+  }
+  if (zta::BaseTag* tag = FindTag(op, object)) {
+    const zta::Int32 mask = ComputeKindMask(object);
+    if (auto* data = tag->GetNodeData<VolumeBuilderTag>()) data->kindMask = mask;
+  }
+  ObjectCollection collection;
+  bool dirty = false;
+  if (auto ok = collection.Collect(hh->GetDocument(), object, true, hh, &dirty); !ok) return ok;
+  (void)isChild;
+  auto keep = [&](std::unique_ptr<zta::BaseObject> tree, bool volumes) {
+    if (!tree) return;
+    std::shared_ptr<zta::BaseObject> holder = Share(std::move(tree));
+    for (zta::BaseObject* o = holder->GetDown(); o; o = o->GetNext()) {
+      if (volumes) {
+        const Volume v = VolumeObjectData::GetVolume(o);
+        const bool fits = volumeType_ == BUILDERTYPE_VECTOR ? v.GetGridType() == GRIDTYPE::VEC3S
+                                                            : v.GetGridType() == GRIDTYPE::FLOAT;
+        if (!fits) continue;
+      }
+      c.objects.push_back(o);
+    }
+    c.holders.push_back(std::move(holder));
+  };
+  keep(collection.TakePolygons(), false);
+  keep(collection.TakeSplines(), false);
+  keep(collection.TakeVolumes(), true);
+  return zta::OK();
+}
+
+void VolumeBuilderData::Prune(zta::BaseObject* op) {
+  std::unordered_set<const zta::ItemTreeItem*> used;
+  if (zta::ItemTree* tree = GetTree(op)) {
+    for (zta::ItemTreeItem* item = tree->GetFirst(); item; item = tree->GetNextInTree(item)) {
+      auto it = evalNodes_.find(item);
+      if (it == evalNodes_.end()) continue;
+      used.insert(item);
+      if (!(item->GetFlags() & LAYERFLAG_FOLDER) && !item->GetLink().GetLink(op->GetDocument()) &&
+          !it->second->volumes.empty())
+        it->second->changeKey.enabled = false;
+    }
+  }
+  for (auto it = evalNodes_.begin(); it != evalNodes_.end();) {
+    if (used.count(it->first)) ++it;
+    else it = evalNodes_.erase(it);
+  }
+}
+
+void VolumeBuilderData::OrderLayers(zta::BaseObject* op) {
+  layerLists_.clear();
+  zta::ItemTree* tree = GetTree(op);
+  if (!tree || !tree->GetFirst()) return;
+  zta::BaseDocument* doc = op->GetDocument();
+  // Children first, so that a folder's volumes stand before its own group is folded.
+  std::function<void(zta::ItemTreeItem*)> group = [&](zta::ItemTreeItem* first) {
+    std::vector<std::pair<zta::ItemTreeItem*, zta::Int32>> childLists;
+    zta::ItemTreeItem* last = first;
+    for (zta::ItemTreeItem* i = first; i; i = i->GetNext()) {
+      last = i;
+      if (i->GetDown()) {
+        group(i->GetDown());
+        childLists.emplace_back(i, zta::Int32(layerLists_.size()) - 1);
+      }
+    }
+    std::vector<EvalNodeRef> list;
+    const zta::Int32 listIndex = zta::Int32(layerLists_.size());
+    for (zta::ItemTreeItem* i = last; i; i = i->GetPrev()) {
+      const bool folder = (i->GetFlags() & LAYERFLAG_FOLDER) != 0;
+      auto it = evalNodes_.find(i);
+      if (it == evalNodes_.end()) continue;
+      if (!folder && !i->GetLink().GetLink(doc)) continue;
+      it->second->parentList = -1;
+      it->second->parentIndex = -1;
+      for (auto& [parentItem, childList] : childLists) {
+        if (parentItem != i || childList < 0 || layerLists_[size_t(childList)].empty()) continue;
+        for (EvalNodeRef& child : layerLists_[size_t(childList)]) {
+          child->parentList = listIndex;
+          child->parentIndex = zta::Int32(list.size());
+        }
+      }
+      list.push_back(it->second);
+    }
+    layerLists_.push_back(std::move(list));
+  };
+  group(tree->GetFirst());
+}
+
+void VolumeBuilderData::ComputeBoundingSize() {
+  bool any = false;
+  zta::Vector lo, hi;
+  for (auto& [object, collection] : collectedInputs_) {
+    auto add = [&](const zta::BaseObject* o) {
+      const zta::Matrix mg = o->GetMg();
+      const zta::Vector c = mg * o->GetMp();
+      const zta::Vector r = o->GetRad();
+      const zta::Vector a = c - r, b = c + r;
+      if (!any) {
+        lo = a;
+        hi = b;
+        any = true;
+      }
+      lo = zta::Vector(std::min(lo.x, a.x), std::min(lo.y, a.y), std::min(lo.z, a.z));
+      hi = zta::Vector(std::max(hi.x, b.x), std::max(hi.y, b.y), std::max(hi.z, b.z));
+    };
+    for (const zta::BaseObject* o : collection.objects) add(o);
+  }
+  boundingSize = any ? std::max({hi.x - lo.x, hi.y - lo.y, hi.z - lo.z}) : 0.0;
+}
+
+void VolumeBuilderData::ApplyVoxelLimit(zta::BaseObject* op) {
+  const double voxelSize = op->GetDataInstance()->GetFloat(VOLUMEBUILDER_VOXELSIZE, 10.0);
+  if (voxelSize <= 0.0 || boundingSize / voxelSize <= kVoxelLimit) return;
+  if (zta::QuestionDialog(Text(kVoxelLimitQuestion)) != zta::DIALOG_ANSWER_YES) return;
+  const double size = boundingSize / 100.0;
+  op->GetDataInstance()->SetFloat(VOLUMEBUILDER_VOXELSIZE, size);
+  for (auto& [item, node] : evalNodes_) node->voxelSize = size;
+  CompareSettings(op);
+}
+
+// ---- conversions
+
+zta::Result<void> VolumeBuilderData::PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> r,
+                                                 const InputSettings& s, const zta::HierarchyHelp* hh) {
+  if (!r) return zta::OK();
+  const zta::ThreadRef& thread = hh->GetThread();
+  auto replace = [&](const Volume& v) -> bool {
+    r = MakeVolumeObject(v);
+    return r != nullptr;
+  };
+  Volume v = VolumeObjectData::GetVolume(r.get());
+  if (IsVectorType(v.GetGridType()) && volumeType_ != BUILDERTYPE_VECTOR) {
+    auto fog = VolumeToolsInterface::ConvertVectorToFog(v, thread);
+    if (!fog) return fog.GetError();
+    if (!replace(*fog)) return zta::OutOfMemoryError();
+  }
+  v = VolumeObjectData::GetVolume(r.get());
+  if (volumeType_ == BUILDERTYPE_FOG || (volumeType_ == BUILDERTYPE_VECTOR && s.vectorMode == 2)) {
+    if (v.GetGridClass() == GRIDCLASS::SDF) {
+      zta::BaseContainer bc;
+      bc.SetFloat(SDFTOFOG_CUTOFF, std::numeric_limits<double>::max());
+      auto fog = RunCommand(kSdfToFogCommand, bc, {r.get()}, hh);
+      if (!fog) return fog.GetError();
+      if (*fog) r = *fog;
+    }
+    v = VolumeObjectData::GetVolume(r.get());
+    if (volumeType_ == BUILDERTYPE_VECTOR && v.GetGridType() != GRIDTYPE::VEC3S) {
+      auto g = VolumeToolsInterface::CreateGradientVolume(v, thread);
+      if (!g) return g.GetError();
+      if (!replace(*g)) return zta::OutOfMemoryError();
+    }
+  }
+  v = VolumeObjectData::GetVolume(r.get());
+  if ((volumeType_ == BUILDERTYPE_SDF || (volumeType_ == BUILDERTYPE_VECTOR && (s.vectorMode == 1 || s.vectorMode == 3))) &&
+      v.GetGridType() != GRIDTYPE::VEC3S) {
+    if (v.GetGridClass() == GRIDCLASS::FOG ||
+        (v.GetGridClass() == GRIDCLASS::UNKNOWN && v.GetGridType() == GRIDTYPE::FLOAT && s.vectorMode != 3)) {
+      zta::BaseContainer bc;
+      bc.SetFloat(FOGTOSDF_ISO, s.fogThreshold);
+      auto sdf = RunCommand(kFogToSdfCommand, bc, {r.get()}, hh);
+      if (!sdf) return sdf.GetError();
+      if (*sdf) r = *sdf;
+    }
+    if (volumeType_ == BUILDERTYPE_VECTOR) {
+      v = VolumeObjectData::GetVolume(r.get());
+      if (s.vectorMode == 3 && v.GetGridClass() == GRIDCLASS::SDF) {
+        zta::BaseContainer bc;
+        bc.SetInt32(SDFFILTER_TYPE, zta::Int32(SDFFILTERTYPE::RENORMALIZE));
+        auto f = RunCommand(kSdfFilterCommand, bc, {r.get()}, hh);
+        if (!f || !*f) return zta::IllegalStateError("could not filter volume");
+        r = *f;
+      }
+      auto g = VolumeToolsInterface::CreateGradientVolume(VolumeObjectData::GetVolume(r.get()), thread);
+      if (!g) return g.GetError();
+      if (!replace(*g)) return zta::OutOfMemoryError();
+    }
+  }
+  n.volumes.push_back(r.get());
+  n.ownedResults.push_back(std::move(r));
+  n.valid = true;
+  ++statistics_.conversions;
+  return zta::OK();
+}
+
+zta::Result<void> VolumeBuilderData::ConvertParticles(zta::BaseObject* op, EvalNode& n,
+                                                      const std::vector<zta::BaseObject*>& sources,
+                                                      const InputSettings& s, const zta::HierarchyHelp* hh) {
+  const zta::BaseContainer* obc = op->GetDataInstance();
+  const double v = n.voxelSize;
+  if (v == 0.0) return zta::OK();
+  zta::Int32 band = 1;
+  if (volumeType_ == BUILDERTYPE_SDF) band = obc->GetInt32(VOLUMEBUILDER_PARTICLE_BAND, 2);
+  else if (volumeType_ == BUILDERTYPE_VECTOR && (s.vectorMode == 1 || s.vectorMode == 3)) band = s.vectorParticleBand;
+  else if (volumeType_ == BUILDERTYPE_FOG) band = s.fillInterior ? zta::Int32(s.radius / v + 1.0) : s.interiorBand;
+  zta::BaseContainer bc;
+  bc.SetFloat(PARTICLESTOVOLUME_GRIDSIZE, v);
+  bc.SetInt32(PARTICLESTOVOLUME_BANDWIDTH, std::max(band, 1));
+  bc.SetFloat(PARTICLESTOVOLUME_RADIUS, s.radius);
+  bc.SetFloat(PARTICLESTOVOLUME_VELOCITYSCALE, s.velocityScale);
+  bc.SetInt32(PARTICLESTOVOLUME_MODE, s.particleMode);
+  if (settings.hasReference) bc.SetMatrix(PARTICLESTOVOLUME_TRANSFORM, settings.gridMatrix);
+  std::vector<const zta::BaseObject*> inputs(sources.begin(), sources.end());
+  auto r = RunCommand(kParticlesToVolumeCommand, bc, inputs, hh);
+  if (!r) return r.GetError();
+  return PostProcess(n, *r, s, hh);
+}
+
+zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode& n, zta::BaseObject* object,
+                                                   const InputSettings& s, const zta::HierarchyHelp* hh) {
+  const zta::BaseContainer* obc = op->GetDataInstance();
+  double v = n.voxelSize;
+  const zta::Int32 type = object->GetType();
+  const bool sdf = volumeType_ == BUILDERTYPE_SDF, fog = volumeType_ == BUILDERTYPE_FOG,
+             vecSdf = volumeType_ == BUILDERTYPE_VECTOR && (s.vectorMode == 1 || s.vectorMode == 3);
+  auto fogBand = [&]() { return s.fillInterior && v != 0.0 ? zta::Int32(s.radius / v + 1.0) : s.interiorBand; };
+  zta::Result<std::shared_ptr<zta::BaseObject>> r = std::shared_ptr<zta::BaseObject>();
+  if (type == zta::HOST_TYPE_POLYGON) {
+    if (v == 0.0) v = 0.001;
+    zta::Int32 exterior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2) : vecSdf ? s.vectorExteriorBand : fog ? s.interiorBand : 1;
+    zta::Int32 interior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2) : vecSdf ? s.vectorInteriorBand : 1;
+    if (s.useInteriorDistance) {
+      if (fog && !s.fillInterior) interior = s.interiorBand;
+      if (s.fillInterior && v != 0.0) interior = zta::Int32(s.interiorDistance / v + 1.0);
+    }
+    zta::BaseContainer bc;
+    bc.SetFloat(MESHTOVOLUME_GRIDSIZE, v);
+    bc.SetInt32(MESHTOVOLUME_EXTERIORBAND, std::max(exterior, 1));
+    bc.SetInt32(MESHTOVOLUME_INTERIORBAND, std::max(interior, 1));
+    bc.SetBool(MESHTOVOLUME_USEINTERIORDISTANCE, s.useInteriorDistance);
+    bc.SetFloat(MESHTOVOLUME_INTERIORDISTANCE, s.interiorDistance);
+    if (settings.hasReference) bc.SetMatrix(MESHTOVOLUME_TRANSFORM, settings.gridMatrix);
+    r = RunCommand(kMeshToVolumeCommand, bc, {object}, hh);
+  } else if (type == zta::HOST_TYPE_SPHERE) {
+    if (v == 0.0) v = 0.001;
+    zta::Int32 band = sdf || vecSdf ? obc->GetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2)
+                      : s.fillInterior ? zta::Int32(object->GetDataInstance()->GetFloat(kSphereRadius, 100.0) / v + 1.0)
+                                       : s.interiorBand;
+    zta::BaseContainer bc;
+    bc.SetFloat(CREATESPHERE_GRIDSIZE, v);
+    bc.SetFloat(CREATESPHERE_RADIUS, object->GetDataInstance()->GetFloat(kSphereRadius, 100.0) * object->GetMg().v1.GetLength());
+    bc.SetVector(CREATESPHERE_POSITION, object->GetMg().off);
+    bc.SetInt32(CREATESPHERE_BANDWIDTH, std::max(band, 2));
+    if (settings.hasReference) bc.SetMatrix(CREATESPHERE_TRANSFORM, settings.gridMatrix);
+    r = RunCommand(kCreateSphereVolumeCommand, bc, {}, hh);
+  } else if (type == zta::HOST_TYPE_SPLINE || type == zta::HOST_TYPE_LINE) {
+    if (v == 0.0) return zta::OK();
+    zta::Int32 band = sdf ? obc->GetInt32(VOLUMEBUILDER_SPLINE_BAND, 2) : vecSdf ? s.vectorSplineBand : fog ? fogBand() : 1;
+    zta::BaseContainer bc;
+    bc.SetFloat(SPLINETOVOLUME_GRIDSIZE, v);
+    bc.SetInt32(SPLINETOVOLUME_BANDWIDTH, std::max(band, 1));
+    bc.SetFloat(SPLINETOVOLUME_RADIUS, float(s.radius));
+    bc.SetFloat(SPLINETOVOLUME_DENSITY, s.splineDensity);
+    if (s.useRadiusCurve && s.radiusCurve) bc.SetCustomData(SPLINETOVOLUME_RADIUSCURVE, s.radiusCurve);
+    if (settings.hasReference) bc.SetMatrix(SPLINETOVOLUME_TRANSFORM, settings.gridMatrix);
+    r = RunCommand(kSplineToVolumeCommand, bc, {object}, hh);
+  } else if (IsParticleSource(object) || type == zta::HOST_TYPE_MATRIX) {
+    return ConvertParticles(op, n, {object}, s, hh);
+  } else if (type == ID_VOLUMEOBJECT) {
+    zta::BaseContainer bc;
+    bc.SetFloat(RESAMPLE_GRIDSIZE, v);
+    bc.SetInt32(RESAMPLE_INTERPOLATION, 3);
+    bc.SetMatrix(RESAMPLE_TRANSFORM, settings.gridMatrix);
+    r = RunCommand(kResampleCommand, bc, {object}, hh);
+  } else if (IsFieldCarrier(object) || type == zta::HOST_TYPE_FIELD_OBJECT) {
+    zta::Vector size = s.boxSize;
+    zta::Matrix place;
+    if (s.fieldSource == 0) {
+      return zta::OK();  // the size of the layers below: applied where a base volume stands
+    }
+    if (s.referenceObject) {
+      place = s.referenceObject->GetMg();
+      const zta::Vector sc = place.GetScale();
+      size = zta::Vector(size.x * sc.x, size.y * sc.y, size.z * sc.z);
+    } else {
+      place.off = s.boxPosition;
+    }
+    zta::BaseContainer bc;
+    bc.SetBool(FIELDTOVOLUME_VECTOR, volumeType_ == BUILDERTYPE_VECTOR);
+    bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, v);
+    bc.SetVector(FIELDTOVOLUME_BOXMIN, place.off - size * 0.5);
+    bc.SetVector(FIELDTOVOLUME_BOXMAX, place.off + size * 0.5);
+    r = RunCommand(kFieldToVolumeCommand, bc, {object}, hh);
+  } else {
+    return zta::OK();
+  }
+  if (!r) return r.GetError();
+  return PostProcess(n, *r, s, hh);
+}
+
+zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh) {
+  if (n.valid || n.kind != EVALKIND_INPUT) return zta::OK();
+  // A cache layer would give its stored volume here; filter and cache rows
+  // are held in their place and make nothing of their own.
+  auto* object = static_cast<zta::BaseObject*>(n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT));
+  if (!object) return zta::OK();
+  auto found = collectedInputs_.find(object);
+  if (found == collectedInputs_.end()) return zta::OK();
+  const InputSettings s = ReadInputSettings(FindTag(op, object));
+  InputCollection& c = found->second;
+  n.ClearResults();
+  if (!c.particleSources.empty()) {
+    if (auto ok = ConvertParticles(op, n, c.particleSources, s, hh); !ok) return ok;
+  }
+  for (zta::BaseObject* o : c.objects) {
+    if (StopAsked(hh)) return CancelledError();
+    if (auto ok = ConvertObject(op, n, o, s, hh); !ok) return ok;
+    if (auto progress = ProgressHandler::Get()) (*progress)->NextStep(false);
+  }
+  if (n.volumes.size() > 1) {
+    std::shared_ptr<zta::BaseObject> m = n.ownedResults.front();
+    const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? 2 : 1;
+    for (size_t i = 1; i < n.ownedResults.size(); ++i) {
+      auto folded = Combine(m.get(), n.ownedResults[i].get(), mode, hh);
+      if (!folded) return folded.GetError();
+      if (*folded) m = *folded;
+    }
+    n.ClearResults();
+    n.volumes.push_back(m.get());
+    n.ownedResults.push_back(m);
+  }
+  n.valid = true;
+  return zta::OK();
+}
+
+zta::Result<std::shared_ptr<zta::BaseObject>> VolumeBuilderData::Combine(const zta::BaseObject* a, const zta::BaseObject* b,
+                                                                         zta::Int32 mode, const zta::HierarchyHelp* hh) {
+  if (!a || !b) return std::shared_ptr<zta::BaseObject>();
+  ++statistics_.folds;
+  if (volumeType_ == BUILDERTYPE_VECTOR) {
+    const Volume va = VolumeObjectData::GetVolume(a), vb = VolumeObjectData::GetVolume(b);
+    if (!va.HasGrid()) return zta::IllegalStateError("base volume is not initialized");
+    if (!vb.HasGrid()) return MakeVolumeObject(va);
+    auto mixed = VolumeToolsInterface::MixVectorVolumes(va, vb, MIXVECTORTYPE(mode), hh->GetThread());
+    if (!mixed || !mixed->HasGrid()) return zta::IllegalStateError("could not mix volumes");
+    return MakeVolumeObject(*mixed);
+  }
+  zta::BaseContainer bc;
+  if (volumeType_ == BUILDERTYPE_SDF) {
+    bc.SetInt32(BOOLE_TYPE, mode - 1);
+    return RunCommand(kBooleCommand, bc, {a, b}, hh);
+  }
+  bc.SetInt32(MIX_TYPE, mode);
+  return RunCommand(kMixCommand, bc, {a, b}, hh);
+}
+
+zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
+                                               std::vector<std::shared_ptr<zta::BaseObject>>& current,
+                                               const zta::HierarchyHelp* hh) {
+  if (n.kind == EVALKIND_FILTER || n.kind == EVALKIND_NONE || n.kind > EVALKIND_FILTER) return zta::OK();
+  if (auto ok = MakeVolumes(op, n, hh); !ok) return ok;
+  const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
+  if (volumeType_ != BUILDERTYPE_VECTOR && mode == 0) {
+    for (const auto& owned : n.ownedResults) current.push_back(MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
+  } else if (!n.ownedResults.empty()) {
+    std::shared_ptr<zta::BaseObject> m = n.ownedResults.front();
+    const zta::Int32 inner = volumeType_ == BUILDERTYPE_FOG ? 1 : 1;
+    for (size_t i = 1; i < n.ownedResults.size(); ++i) {
+      auto folded = Combine(m.get(), n.ownedResults[i].get(), inner, hh);
+      if (!folded) return folded.GetError();
+      if (*folded) m = *folded;
+    }
+    std::vector<std::shared_ptr<zta::BaseObject>> next;
+    for (auto& c : current) {
+      if (StopAsked(hh)) return CancelledError();
+      auto r = Combine(c.get(), m.get(), mode, hh);
+      if (!r) return r.GetError();
+      if (*r) next.push_back(*r);
+    }
+    current = std::move(next);
+  }
+  if (n.kind == EVALKIND_FOLDER) n.ClearResults();
+  return zta::OK();
+}
+
+zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Evaluate(zta::BaseObject* op,
+                                                                                      const zta::HierarchyHelp* hh) {
+  for (auto& [item, node] : evalNodes_)
+    if (node->kind == EVALKIND_FOLDER) node->ClearResults();
+  std::vector<std::shared_ptr<zta::BaseObject>> current;
+  for (auto& list : layerLists_) {
+    current.clear();
+    for (size_t i = 0; i < list.size(); ++i) {
+      EvalNode& n = *list[i];
+      if (n.changeKey.enabled) {
+        if (current.empty()) {
+          if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
+          if (StopAsked(hh)) return CancelledError();
+          for (const auto& owned : n.ownedResults)
+            current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
+          if (n.kind == EVALKIND_FOLDER) n.ClearResults();
+        } else {
+          if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+        }
+      }
+      if (i + 1 == list.size() && n.parentList >= 0 && size_t(n.parentList) < layerLists_.size()) {
+        auto& parentList = layerLists_[size_t(n.parentList)];
+        if (size_t(n.parentIndex) < parentList.size() && parentList[size_t(n.parentIndex)]->kind == EVALKIND_FOLDER) {
+          EvalNode& parent = *parentList[size_t(n.parentIndex)];
+          for (auto& c : current) {
+            parent.volumes.push_back(c.get());
+            parent.ownedResults.push_back(c);
+          }
+        }
+      }
+    }
+  }
+  if (StopAsked(hh)) return CancelledError();
+  return current;
+}
+
+void VolumeBuilderData::SetInfo(zta::BaseObject* op, zta::Int64 voxels, zta::Int64 memory) {
+  op->GetDataInstance()->SetString(VOLUMEBUILDER_INFO, VolumeObjectData::InfoSizeText(voxels, memory));
+}
+
+// ---- the rebuild
+
+zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, const zta::HierarchyHelp* hh) {
+  if (!op || !hh) return nullptr;
+  zta::BaseDocument* doc = hh->GetDocument();
+  if (!doc) return nullptr;
+  const zta::Int32 hostMode = zta::GetHostMode();
+  const bool showProgress = hostMode != 2 && hostMode != 3 && !(hh->GetBuildFlags() & (2 | 4));
+  std::shared_ptr<ProgressHandler> progress;
+  if (auto p = ProgressHandler::Get()) progress = *p;
+  if (progress && showProgress) {
+    progress->SetActive(true);
+    progress->SetTitle(Text(kProgressTitleResource) + "...");
+  }
+  zta::BaseContainer* bc = op->GetDataInstance();
+  const bool mayUpdate = bc->GetBool(VOLUMEBUILDER_AUTOUPDATE, true) || updateRequested || !showProgress;
+  DirtyFlags flags;
+  if (mayUpdate) {
+    flags = {pendingName, pendingInputs, pendingStructure};
+    pendingName = pendingInputs = pendingStructure = false;
+  }
+  if (!skipSettingsCheck && CompareSettings(op)) flags.structureDirty = true;
+  skipSettingsCheck = false;
+  const zta::BaseTime t = doc->GetTime();
+  const double seconds = t.GetDenominator() ? double(t.GetNumerator()) / double(t.GetDenominator()) : 0.0;
+  timeChanged = seconds != documentTime;
+  documentTime = seconds;
+
+  auto cancel = [&]() -> zta::BaseObject* {
+    bc->SetString(VOLUMEBUILDER_INFO, "");
+    if (progress) progress->ClearProgress(false);
+    pendingName = pendingName || flags.nameDirty;
+    pendingInputs = pendingInputs || flags.inputsDirty;
+    pendingStructure = pendingStructure || flags.structureDirty;
+    cancelled = true;
+    return op->GetCache();
+  };
+
+  if (IsEvalLocked()) {
+    auto null = zta::AllocObject(zta::HOST_TYPE_NULL);
+    return null.release();
+  }
+  if (auto ok = ScanDirty(op, hh, flags); !ok) return nullptr;
+  if (!hasLastName_ || op->GetName() != lastName_) {
+    lastName_ = op->GetName();
+    hasLastName_ = true;
+    flags.nameDirty = true;
+  }
+  if (StopAsked(hh)) return cancel();
+  if (!mayUpdate) {
+    pendingName = pendingName || flags.nameDirty;
+    pendingInputs = pendingInputs || flags.inputsDirty;
+    pendingStructure = pendingStructure || flags.structureDirty;
+    flags = {};
+  }
+  if (!op->GetCache()) flags.structureDirty = true;
+  if (!flags.inputsDirty && !flags.structureDirty) {
+    if (progress && showProgress) progress->ClearProgress(false);
+    zta::TouchDependenceList(op);
+    zta::BaseObject* cache = op->GetCache();
+    if (!flags.nameDirty || !cache) return cache;
+    if (cache->GetDown()) {
+      zta::Int32 i = 1;
+      for (zta::BaseObject* c = cache->GetDown(); c; c = c->GetNext()) c->SetName(zta::FormatString("@.@", op->GetName(), i++));
+    } else {
+      for (zta::BaseObject* c = cache; c; c = c->GetNext()) c->SetName(op->GetName());
+    }
+    return cache;
+  }
+  updateRequested = false;
+  if (flags.structureDirty) {
+    if (!cancelled)
+      for (auto& [item, node] : evalNodes_) node->ClearResults();
+    flags.structureDirty = false;
+    flags.inputsDirty = true;
+  }
+  cancelled = false;
+  if (progress && showProgress) progress->SetSpinning();
+
+  if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
+  layerLists_.clear();
+  ++statistics_.rebuilds;
+  auto refreshed = RefreshEvalTree(op);
+  auto collected = refreshed ? CollectInputs(op, hh) : refreshed;
+  Unlock();
+  auto fail = [&]() -> zta::BaseObject* {
+    collectedInputs_.clear();
+    if (progress) progress->ClearProgress(false);
+    return nullptr;
+  };
+  if (!collected) return fail();
+  Prune(op);
+  OrderLayers(op);
+  zta::Int64 rows = 0;
+  for (const auto& list : layerLists_) rows += zta::Int64(list.size());
+  if (progress) progress->SetStepCount(std::max<zta::Int64>(rows, 1));
+  ComputeBoundingSize();
+  if (checkVoxelLimit && !collectedInputs_.empty()) {
+    ApplyVoxelLimit(op);
+    checkVoxelLimit = false;
+  }
+  auto evaluated = Evaluate(op, hh);
+  collectedInputs_.clear();
+  if (progress) progress->ClearProgress(false);
+  if (!evaluated) {
+    if (IsCancelled(evaluated.GetError())) return cancel();
+    return nullptr;
+  }
+  if (StopAsked(hh)) return cancel();
+  std::vector<std::shared_ptr<zta::BaseObject>>& results = *evaluated;
+  std::unique_ptr<zta::BaseObject> root;
+  if (results.size() != 1) {
+    root = zta::AllocObject(zta::HOST_TYPE_NULL);
+    if (!root) return nullptr;
+    root->SetName(op->GetName());
+  }
+  zta::Int64 voxels = 0, memory = 0;
+  zta::Int32 number = 1;
+  const bool gradient = bc->GetBool(VOLUMEBUILDER_CREATEGRADIENT), curl = bc->GetBool(VOLUMEBUILDER_CREATECURL);
+  for (auto& r : results) {
+    if (!r) break;
+    Volume v = VolumeObjectData::GetVolume(r.get());
+    if (gradient && v.GetGridType() != GRIDTYPE::VEC3S) {
+      auto g = VolumeToolsInterface::CreateGradientVolume(v, hh->GetThread());
+      if (!g) return nullptr;
+      v = *g;
+      if (curl) {
+        auto c = VolumeToolsInterface::CreateCurlVolume(v, hh->GetThread());
+        if (!c) return nullptr;
+        v = *c;
+      }
+    }
+    if (v.HasGrid()) {
+      voxels += v.GetActiveVoxelCount();
+      memory += v.GetMemUsage();
+    }
+    // The results may share an input's volume object: each gets its own.
+    std::unique_ptr<zta::BaseObject> out = VolumeObjectData::MakeObject(v);
+    if (!out) return nullptr;
+    if (root) {
+      out->SetName(zta::FormatString("@.@", op->GetName(), number++));
+      out.release()->InsertUnderLast(root.get());
+    } else {
+      out->SetName(op->GetName());
+      root = std::move(out);
+    }
+  }
+  SetInfo(op, voxels, memory);
+  return root.release();
+}
+
+}  // namespace zelmar
