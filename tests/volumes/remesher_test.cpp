@@ -27,7 +27,9 @@ namespace {
 // A cube of edge 200 in the scene's units, selected.
 zta::BaseObject* InsertCube(zta::BaseDocument& doc, const zta::Vector& at) {
   zta::BaseObject* cube = zta::AllocObject(zta::HOST_TYPE_CUBE).release();
-  doc.InsertObject(cube);
+  zta::BaseObject* last = doc.GetFirstObject();
+  while (last && last->GetNext()) last = last->GetNext();
+  doc.InsertObject(cube, nullptr, last);
   cube->SetMg(zta::MatrixMove(at));
   doc.SetActiveObject(cube, zta::SELECTION_ADD);
   return cube;
