@@ -78,6 +78,10 @@ class BaseDraw {
   BaseDraw(const BaseDraw&) = delete;
   BaseDraw& operator=(const BaseDraw&) = delete;
 
+  // Whether `bd` is a view that still exists: what a plug-in asks before it
+  // frees buffers it made in a view that may have gone away.
+  static bool IsAlive(const BaseDraw* bd);
+
   Int32 GetWidth() const { return width_; }
   Int32 GetHeight() const { return height_; }
   void SetSize(Int32 width, Int32 height);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <mutex>
+#include <set>
 
 #include "host/objects/polygonobject.h"
 #include "host/ui/basedraw.h"
@@ -122,7 +124,15 @@ const char* const kShadedFragment =
     "  fragcolor = vec4(pen * (0.15 + 0.85 * d), 1.0);\n"
     "}\n";
 
+std::mutex g_viewsLock;
+std::set<const BaseDraw*> g_views;
+
 }  // namespace
+
+bool BaseDraw::IsAlive(const BaseDraw* bd) {
+  std::lock_guard lock(g_viewsLock);
+  return g_views.count(bd) != 0;
+}
 
 struct BaseDraw::Device {
   GLuint vao = 0;
@@ -141,9 +151,15 @@ BaseDraw::BaseDraw(Int32 width, Int32 height) : device_(std::make_unique<Device>
   glEnable(GL_DEPTH_TEST);
   glEnable(GL_PROGRAM_POINT_SIZE);
   glViewport(0, 0, width, height);
+  std::lock_guard lock(g_viewsLock);
+  g_views.insert(this);
 }
 
 BaseDraw::~BaseDraw() {
+  {
+    std::lock_guard lock(g_viewsLock);
+    g_views.erase(this);
+  }
   glDeleteProgram(device_->lineProgram);
   glDeleteProgram(device_->shadedProgram);
   glDeleteBuffers(1, &device_->scratch);

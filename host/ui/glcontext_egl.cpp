@@ -58,7 +58,7 @@ Result<std::unique_ptr<OffscreenContext>> OffscreenContext::Create(Int32 width, 
   if (s.display == EGL_NO_DISPLAY || !eglInitialize(s.display, &major, &minor))
     return IllegalStateError("no OpenGL driver: EGL found no display to draw on");
   if (!eglBindAPI(EGL_OPENGL_API)) return IllegalStateError("no OpenGL driver: EGL offers no desktop OpenGL");
-  const EGLint configAttribs[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_NONE};
+  const EGLint configAttribs[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_SURFACE_TYPE, EGL_DONT_CARE, EGL_NONE};
   EGLConfig config = nullptr;
   EGLint configCount = 0;
   const bool surfaceless = HasExtension(eglQueryString(s.display, EGL_EXTENSIONS), "EGL_KHR_surfaceless_context");
