@@ -47,6 +47,8 @@ Shown LoadShown(const Context& ctx, const std::string& path, const std::string& 
     return shown;
   }
   if (frame) throw CLI::ValidationError("--frame", "--frame needs a scene; a .vdb file has one frame");
+  if (zta::IoDetect(zta::Url::FromSystemPath(path)) != zta::IODETECT::FILE)
+    throw Failure("File could not be found: " + path);
   shown.doc = zta::BaseDocument::Alloc();
   std::vector<int64_t> indices;
   if (!grid.empty()) {

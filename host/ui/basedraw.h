@@ -96,6 +96,11 @@ class BaseDraw {
   const Vector& GetCameraRight() const { return right_; }
   const Vector& GetCameraUp() const { return up_; }
 
+  // How many pixels one world unit covers at `p` (scene frame), facing the camera.
+  double GetPixelsPerUnit(const Vector& p) const;
+  // The size of points drawn as POINTS, in pixels.
+  void SetPointSize(float pixels) { pointSize_ = pixels; }
+
   BaseContainer& GetSettings() { return settings_; }
   const BaseContainer& GetSettings() const { return settings_; }
   // The view's own lights; none means the plug-in's defaults.
@@ -152,6 +157,8 @@ class BaseDraw {
   Vector background_{0.22, 0.24, 0.28};
   Matrix matrix_;
   Vector pen_{1, 1, 1};
+  double fovY_ = 0.5;
+  float pointSize_ = 1.0f;
 };
 
 // What an object's DrawObject gets beside the view: the document and the

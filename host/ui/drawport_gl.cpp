@@ -149,7 +149,6 @@ BaseDraw::BaseDraw(Int32 width, Int32 height) : device_(std::make_unique<Device>
   device_->lineProgram = LinkProgram(kPlainVertex, {}, kLineFragment, log);
   device_->shadedProgram = LinkProgram(kPlainVertex, {}, kShadedFragment, log);
   glEnable(GL_DEPTH_TEST);
-  glEnable(GL_PROGRAM_POINT_SIZE);
   glViewport(0, 0, width, height);
   std::lock_guard lock(g_viewsLock);
   g_views.insert(this);
@@ -204,8 +203,14 @@ void BaseDraw::SetView(const Vector& eye, const Vector& target, const Vector& up
   device_->viewProj = Mul(proj, Mul(view, mirrorM));
   ToFloat(device_->viewProj, viewProj_);
   eye_ = eye;
+  fovY_ = fovY;
   right_ = flip(r);
   up_ = flip(u);
+}
+
+double BaseDraw::GetPixelsPerUnit(const Vector& p) const {
+  const double distance = std::max((p - eye_).GetLength(), 1e-12);
+  return double(height_) * 0.5 / std::tan(fovY_ * 0.5) / distance;
 }
 
 void BaseDraw::Clear() {
@@ -399,6 +404,7 @@ bool BaseDraw::DrawBuffered(const DrawProgram& program, const ShaderBuilder& lay
     glBlendFunc(GL_CONSTANT_ALPHA, GL_ONE);
     glDepthMask(GL_FALSE);
   }
+  glPointSize(primitive == DRAWPRIMITIVE::POINTS ? std::max(pointSize_, 1.0f) : 1.0f);
   glDrawArrays(primitive == DRAWPRIMITIVE::LINES ? GL_LINES : GL_POINTS, 0, GLsizei(count));
   if (blend == DRAWBLEND::ADD) {
     glDisable(GL_BLEND);

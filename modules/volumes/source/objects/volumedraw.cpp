@@ -49,25 +49,36 @@ void VolumeObjectDisplay::Release() {
 
 namespace {
 
-// Visits every active voxel of the tree, tiles voxel by voxel, keeping one
-// in `step`.
+// Visits every active voxel of the tree, tiles voxel by voxel.
 template <typename TreeT, typename Fn>
-void ForEachShownVoxel(const TreeT& tree, Int64 step, Fn&& fn) {
-  Int64 index = 0;
+void ForEachActiveVoxel(const TreeT& tree, Fn&& fn) {
   for (auto it = tree.cbeginValueOn(); it; ++it) {
     if (it.isVoxelValue()) {
-      if (index++ % step == 0) fn(it.getCoord(), *it);
+      fn(it.getCoord(), *it);
       continue;
     }
     openvdb::CoordBBox box;
     it.getBoundingBox(box);
     const auto value = *it;
-    for (auto c = box.begin(); c; ++c)
-      if (index++ % step == 0) fn(*c, value);
+    for (auto c = box.begin(); c; ++c) fn(*c, value);
   }
 }
 
-Int64 StepFor(Int64 activeCount) { return activeCount > kMaxDisplayPoints ? activeCount / kMaxDisplayPoints + 1 : 1; }
+Int64 StepFor(Int64 count) { return count > kMaxDisplayPoints ? count / kMaxDisplayPoints + 1 : 1; }
+
+// Keeps every step-th record of the arrays that are filled; returns the step.
+Int64 Thin(std::vector<Vector32>& points, std::vector<Vector32>& colors, std::vector<Vector32>& normals) {
+  const Int64 step = StepFor(Int64(points.size()));
+  if (step == 1) return 1;
+  for (auto* v : {&points, &colors, &normals}) {
+    if (v->empty()) continue;
+    size_t kept = 0;
+    for (size_t i = 0; i < v->size(); i += size_t(step)) (*v)[kept++] = (*v)[i];
+    v->resize(kept);
+    v->shrink_to_fit();
+  }
+  return step;
+}
 
 Vector32 ToVector32(const openvdb::Coord& c) { return {float(c.x()), float(c.y()), float(c.z())}; }
 
@@ -76,7 +87,7 @@ void CollectSurface(const GridT& grid, double voxelSize, std::vector<Vector32>& 
   using ValueT = typename GridT::ValueType;
   const double band = 1.02 * 0.5 * voxelSize;
   auto acc = grid.getConstAccessor();
-  ForEachShownVoxel(grid.tree(), StepFor(Int64(grid.activeVoxelCount())), [&](const openvdb::Coord& c, ValueT v) {
+  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
     const double a = std::abs(double(v));
     if (a <= 1e-5 || a > band) return;
     // The distance's gradient in index space, by central differences.
@@ -92,7 +103,7 @@ template <typename GridT>
 void CollectFog(const GridT& grid, const ValueRange& range, std::vector<Vector32>& points, std::vector<Vector32>& colors) {
   using ValueT = typename GridT::ValueType;
   const double span = range.max - range.min;
-  ForEachShownVoxel(grid.tree(), StepFor(Int64(grid.activeVoxelCount())), [&](const openvdb::Coord& c, ValueT v) {
+  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
     const double d = double(v);
     if (std::abs(d) <= 1e-5) return;
     // A grid of one value shows it at full strength.
@@ -106,7 +117,7 @@ template <typename GridT>
 void CollectVectors(const GridT& grid, const zta::Matrix& toIndex, std::vector<Vector32>& points,
                     std::vector<Vector32>& colors, std::vector<Vector32>& normals) {
   using ValueT = typename GridT::ValueType;
-  ForEachShownVoxel(grid.tree(), StepFor(Int64(grid.activeVoxelCount())), [&](const openvdb::Coord& c, ValueT v) {
+  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
     const zta::Vector file{double(v[0]), double(v[1]), double(v[2])};
     const double length = file.GetLength();
     if (length <= 1e-5) return;
@@ -122,13 +133,16 @@ void CollectVectors(const GridT& grid, const zta::Matrix& toIndex, std::vector<V
 
 }  // namespace
 
-void CollectDisplayPoints(const Volume& volume, std::vector<Vector32>& points, std::vector<Vector32>& colors,
-                          std::vector<Vector32>& normals) {
+namespace {
+
+// CollectDisplayPoints, returning the step it took through the voxels shown.
+Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::vector<Vector32>& colors,
+                    std::vector<Vector32>& normals) {
   points.clear();
   colors.clear();
   normals.clear();
   const openvdb::GridBase::Ptr base = volume.IsInitialized() ? VolumeImpl::GetGrid(volume) : nullptr;
-  if (!base || !base->transform().baseMap()->isLinear()) return;
+  if (!base || !base->transform().baseMap()->isLinear()) return 1;
   const zta::Matrix transform = volume.GetGridTransform();
   const double voxelSize = transform.v1.GetLength();
   switch (volume.GetGridType()) {
@@ -159,6 +173,14 @@ void CollectDisplayPoints(const Volume& volume, std::vector<Vector32>& points, s
     }
     default: break;
   }
+  return Thin(points, colors, normals);
+}
+
+}  // namespace
+
+void CollectDisplayPoints(const Volume& volume, std::vector<Vector32>& points, std::vector<Vector32>& colors,
+                          std::vector<Vector32>& normals) {
+  CollectPoints(volume, points, colors, normals);
 }
 
 // ---- lights and keys
@@ -235,7 +257,7 @@ Result<void> Upload(VolumeObjectDisplay& display, zta::BaseDraw* bd, const std::
 
 Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd) {
   std::vector<Vector32> points, colors, normals;
-  CollectDisplayPoints(volume, points, colors, normals);
+  const Int64 step = CollectPoints(volume, points, colors, normals);
   display.voxelData.resize(points.size() * 6);
   std::vector<float> floats(points.size() * 6);
   for (size_t i = 0; i < points.size(); ++i) {
@@ -250,7 +272,9 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
   // axis whose length is not zero.
   const zta::Matrix t = volume.GetGridTransform();
   const double l1 = t.v1.GetLength(), l2 = t.v2.GetLength();
-  display.voxelSize = {l1 > 0.0 ? 1.0 : 0.0, l2 > 0.0 ? 1.0 : 0.0, 1.0};
+  // When only every step-th voxel is shown, larger quads keep the surface closed.
+  const double grow = std::sqrt(double(step));
+  display.voxelSize = {l1 > 0.0 ? grow : 0.0, l2 > 0.0 ? grow : 0.0, 1.0};
   ++display.fillCount;
   return Upload(display, bd, floats);
 }
@@ -258,7 +282,7 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
 Result<void> FillColored(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd, const zta::Vector& color,
                          bool lines) {
   std::vector<Vector32> points, colors, normals;
-  CollectDisplayPoints(volume, points, colors, normals);
+  display.step = CollectPoints(volume, points, colors, normals);
   std::vector<float> floats;
   floats.reserve(points.size() * (lines ? 12 : 6));
   const float scale = float(std::max(display.scaleKey, 1));
@@ -419,8 +443,17 @@ Result<void> DrawVolume(VolumeObjectDisplay& display, const Volume& volume, cons
     // that a column through the whole grid reaches about the full colour.
     const auto dim = volume.GetActiveVoxelDim();
     const double depth = std::max({dim.x, dim.y, dim.z, 1});
-    const double step = double(StepFor(volume.GetActiveVoxelCount()));
-    const float weight = float(std::min(1.0, 2.0 * step / depth));
+    const double step = double(display.step);
+    // Points as large as a voxel looks at the grid's centre leave no gaps;
+    // the weight makes up for their overlap and leaves the densest column
+    // short of white.
+    const BoundingBox& box = volume.GetWorldBoundingBox();
+    const zta::Vector centre = drawMatrix * ((box.min + box.max) * 0.5);
+    const double voxelPixels = bd->GetPixelsPerUnit(centre) * drawMatrix.v1.GetLength();
+    const double pointSize = std::clamp(std::ceil(voxelPixels), 1.0, 64.0);
+    const double overlap = std::min(1.0, voxelPixels * voxelPixels / (pointSize * pointSize));
+    const float weight = float(std::min(1.0, 0.6 * step / depth * std::max(overlap, 1e-3)));
+    bd->SetPointSize(float(pointSize));
     drawn = bd->DrawBuffered(display.program, sb, display.vertexBuffer, zta::DRAWPRIMITIVE::POINTS,
                              display.pointCount, {}, {}, zta::DRAWBLEND::ADD, weight);
   }

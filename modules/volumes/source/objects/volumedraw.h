@@ -48,6 +48,8 @@ class VolumeObjectDisplay {
   std::vector<zta::ShaderVertexInput> inputs;
   std::vector<zta::ShaderVertexInput> outputs;
   zta::Int64 pointCount = 0;
+  // Every step-th voxel of those that show is in the buffer.
+  zta::Int64 step = 1;
   zta::DrawBuffer vertexBuffer;
   zta::DrawBuffer indexBuffer;
   bool needsRebuild = true;
@@ -77,7 +79,9 @@ Result<void> DrawVolume(VolumeObjectDisplay& display, const Volume& volume, cons
 // What a view shows of a grid, in its index space (the object's own space),
 // the arrays cleared first: at most kMaxDisplayPoints voxels, every
 // (count / kMaxDisplayPoints + 1)-th when there are more, those of absolute
-// value at or below 1e-5 left out. Signed distance grids give the voxels
+// value at or below 1e-5 left out. The count is of the voxels that pass the
+// rules below (not of all active voxels): a wide narrow band then costs no
+// holes in the surface. Signed distance grids give the voxels
 // within 1.02 half voxels of the surface with their gradients in `normals`;
 // fog grids the value mapped by the grid's range in `colors`; vector grids
 // the vector in index space in `normals` and its direction's colour.
