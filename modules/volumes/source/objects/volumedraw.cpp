@@ -283,6 +283,8 @@ Result<void> FillColored(VolumeObjectDisplay& display, const Volume& volume, zta
                          bool lines) {
   std::vector<Vector32> points, colors, normals;
   display.step = CollectPoints(volume, points, colors, normals);
+  const auto dim = volume.GetActiveVoxelDim();
+  display.depth = std::max({dim.x, dim.y, dim.z, 1});
   std::vector<float> floats;
   floats.reserve(points.size() * (lines ? 12 : 6));
   const float scale = float(std::max(display.scaleKey, 1));
@@ -441,8 +443,7 @@ Result<void> DrawVolume(VolumeObjectDisplay& display, const Volume& volume, cons
   } else {
     // Fog glows: points add up along the line of sight, each weighted so
     // that a column through the whole grid reaches about the full colour.
-    const auto dim = volume.GetActiveVoxelDim();
-    const double depth = std::max({dim.x, dim.y, dim.z, 1});
+    const double depth = display.depth;
     const double step = double(display.step);
     // Points as large as a voxel looks at the grid's centre leave no gaps;
     // the weight makes up for their overlap and leaves the densest column

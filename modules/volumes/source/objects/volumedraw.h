@@ -50,6 +50,8 @@ class VolumeObjectDisplay {
   zta::Int64 pointCount = 0;
   // Every step-th voxel of those that show is in the buffer.
   zta::Int64 step = 1;
+  // The most voxels a line of sight crosses, when the buffers were filled.
+  double depth = 1.0;
   zta::DrawBuffer vertexBuffer;
   zta::DrawBuffer indexBuffer;
   bool needsRebuild = true;
