@@ -4,6 +4,9 @@
 #include <cmath>
 #include <cstring>
 
+#include <tbb/blocked_range.h>
+#include <tbb/parallel_for.h>
+
 #include "host/scene/basedocument.h"
 #include "host/scene/baseobject.h"
 #include "host/scene/hosttypes.h"
@@ -49,18 +52,46 @@ void VolumeObjectDisplay::Release() {
 
 namespace {
 
-// Visits every active voxel of the tree, tiles voxel by voxel.
-template <typename TreeT, typename Fn>
-void ForEachActiveVoxel(const TreeT& tree, Fn&& fn) {
-  for (auto it = tree.cbeginValueOn(); it; ++it) {
-    if (it.isVoxelValue()) {
-      fn(it.getCoord(), *it);
-      continue;
-    }
+struct PointSink {
+  std::vector<Vector32> points, colors, normals;
+};
+
+// Calls a visitor for every active voxel of the grid, tiles voxel by voxel:
+// leaves in parallel, each task with a visitor of its own from
+// `makeVisitor` (accessors are not shared), and the results joined in the
+// tree's order, tiles last.
+template <typename GridT, typename MakeVisitor>
+void CollectActive(const GridT& grid, PointSink& out, MakeVisitor&& makeVisitor) {
+  using TreeT = typename GridT::TreeType;
+  using LeafT = typename TreeT::LeafNodeType;
+  std::vector<const LeafT*> leaves;
+  grid.tree().getNodes(leaves);
+  constexpr size_t grain = 32;
+  const size_t chunks = (leaves.size() + grain - 1) / grain;
+  std::vector<PointSink> sinks(chunks + 1);
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, chunks), [&](const tbb::blocked_range<size_t>& r) {
+    auto visit = makeVisitor();
+    for (size_t c = r.begin(); c < r.end(); ++c)
+      for (size_t i = c * grain; i < std::min(leaves.size(), (c + 1) * grain); ++i)
+        for (auto it = leaves[i]->cbeginValueOn(); it; ++it) visit(sinks[c], it.getCoord(), *it);
+  });
+  auto visit = makeVisitor();
+  typename TreeT::ValueOnCIter it = grid.tree().cbeginValueOn();
+  it.setMaxDepth(TreeT::ValueOnCIter::LEAF_DEPTH - 1);
+  for (; it; ++it) {
     openvdb::CoordBBox box;
     it.getBoundingBox(box);
     const auto value = *it;
-    for (auto c = box.begin(); c; ++c) fn(*c, value);
+    for (auto c = box.begin(); c; ++c) visit(sinks.back(), *c, value);
+  }
+  size_t total = 0;
+  for (const auto& sink : sinks) total += sink.points.size();
+  out.points.reserve(total);
+  for (auto& sink : sinks) {
+    out.points.insert(out.points.end(), sink.points.begin(), sink.points.end());
+    out.colors.insert(out.colors.end(), sink.colors.begin(), sink.colors.end());
+    out.normals.insert(out.normals.end(), sink.normals.begin(), sink.normals.end());
+    sink = {};
   }
 }
 
@@ -83,51 +114,55 @@ Int64 Thin(std::vector<Vector32>& points, std::vector<Vector32>& colors, std::ve
 Vector32 ToVector32(const openvdb::Coord& c) { return {float(c.x()), float(c.y()), float(c.z())}; }
 
 template <typename GridT>
-void CollectSurface(const GridT& grid, double voxelSize, std::vector<Vector32>& points, std::vector<Vector32>& normals) {
+void CollectSurface(const GridT& grid, double voxelSize, PointSink& out) {
   using ValueT = typename GridT::ValueType;
   const double band = 1.02 * 0.5 * voxelSize;
-  auto acc = grid.getConstAccessor();
-  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
-    const double a = std::abs(double(v));
-    if (a <= 1e-5 || a > band) return;
-    // The distance's gradient in index space, by central differences.
-    const double gx = double(acc.getValue(c.offsetBy(1, 0, 0))) - double(acc.getValue(c.offsetBy(-1, 0, 0)));
-    const double gy = double(acc.getValue(c.offsetBy(0, 1, 0))) - double(acc.getValue(c.offsetBy(0, -1, 0)));
-    const double gz = double(acc.getValue(c.offsetBy(0, 0, 1))) - double(acc.getValue(c.offsetBy(0, 0, -1)));
-    points.push_back(ToVector32(c));
-    normals.push_back({float(gx * 0.5), float(gy * 0.5), float(gz * 0.5)});
+  CollectActive(grid, out, [&] {
+    return [band, acc = grid.getConstAccessor()](PointSink& s, const openvdb::Coord& c, ValueT v) mutable {
+      const double a = std::abs(double(v));
+      if (a <= 1e-5 || a > band) return;
+      // The distance's gradient in index space, by central differences.
+      const double gx = double(acc.getValue(c.offsetBy(1, 0, 0))) - double(acc.getValue(c.offsetBy(-1, 0, 0)));
+      const double gy = double(acc.getValue(c.offsetBy(0, 1, 0))) - double(acc.getValue(c.offsetBy(0, -1, 0)));
+      const double gz = double(acc.getValue(c.offsetBy(0, 0, 1))) - double(acc.getValue(c.offsetBy(0, 0, -1)));
+      s.points.push_back(ToVector32(c));
+      s.normals.push_back({float(gx * 0.5), float(gy * 0.5), float(gz * 0.5)});
+    };
   });
 }
 
 template <typename GridT>
-void CollectFog(const GridT& grid, const ValueRange& range, std::vector<Vector32>& points, std::vector<Vector32>& colors) {
+void CollectFog(const GridT& grid, const ValueRange& range, PointSink& out) {
   using ValueT = typename GridT::ValueType;
   const double span = range.max - range.min;
-  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
-    const double d = double(v);
-    if (std::abs(d) <= 1e-5) return;
-    // A grid of one value shows it at full strength.
-    const float t = span > 0.0 ? float(std::clamp((d - range.min) / span, 0.0, 1.0)) : 1.0f;
-    points.push_back(ToVector32(c));
-    colors.push_back({t, t, t});
+  CollectActive(grid, out, [&] {
+    return [&](PointSink& s, const openvdb::Coord& c, ValueT v) {
+      const double d = double(v);
+      if (std::abs(d) <= 1e-5) return;
+      // A grid of one value shows it at full strength.
+      const float t = span > 0.0 ? float(std::clamp((d - range.min) / span, 0.0, 1.0)) : 1.0f;
+      s.points.push_back(ToVector32(c));
+      s.colors.push_back({t, t, t});
+    };
   });
 }
 
 template <typename GridT>
-void CollectVectors(const GridT& grid, const zta::Matrix& toIndex, std::vector<Vector32>& points,
-                    std::vector<Vector32>& colors, std::vector<Vector32>& normals) {
+void CollectVectors(const GridT& grid, const zta::Matrix& toIndex, PointSink& out) {
   using ValueT = typename GridT::ValueType;
-  ForEachActiveVoxel(grid.tree(), [&](const openvdb::Coord& c, ValueT v) {
-    const zta::Vector file{double(v[0]), double(v[1]), double(v[2])};
-    const double length = file.GetLength();
-    if (length <= 1e-5) return;
-    // Components keep the axes of files, where the scene's third axis is
-    // mirrored; the line is drawn in the grid's index space.
-    const zta::Vector index = toIndex.TransformVector({file.x, file.y, -file.z});
-    const zta::Vector dir = file * (1.0 / length);
-    points.push_back(ToVector32(c));
-    colors.push_back({float(dir.x * 0.5 + 0.5), float(dir.y * 0.5 + 0.5), float(dir.z * 0.5 + 0.5)});
-    normals.push_back({float(index.x), float(index.y), float(index.z)});
+  CollectActive(grid, out, [&] {
+    return [&](PointSink& s, const openvdb::Coord& c, const ValueT& v) {
+      const zta::Vector file{double(v[0]), double(v[1]), double(v[2])};
+      const double length = file.GetLength();
+      if (length <= 1e-5) return;
+      // Components keep the axes of files, where the scene's third axis is
+      // mirrored; the line is drawn in the grid's index space.
+      const zta::Vector index = toIndex.TransformVector({file.x, file.y, -file.z});
+      const zta::Vector dir = file * (1.0 / length);
+      s.points.push_back(ToVector32(c));
+      s.colors.push_back({float(dir.x * 0.5 + 0.5), float(dir.y * 0.5 + 0.5), float(dir.z * 0.5 + 0.5)});
+      s.normals.push_back({float(index.x), float(index.y), float(index.z)});
+    };
   });
 }
 
@@ -143,6 +178,7 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
   normals.clear();
   const openvdb::GridBase::Ptr base = volume.IsInitialized() ? VolumeImpl::GetGrid(volume) : nullptr;
   if (!base || !base->transform().baseMap()->isLinear()) return 1;
+  PointSink sink;
   const zta::Matrix transform = volume.GetGridTransform();
   const double voxelSize = transform.v1.GetLength();
   switch (volume.GetGridType()) {
@@ -152,11 +188,11 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
       const bool sdf = cls == GRIDCLASS::SDF;
       const ValueRange range = sdf ? ValueRange{0, 0} : volume.GetMinMaxValues(false);
       if (auto f = openvdb::gridConstPtrCast<openvdb::FloatGrid>(base)) {
-        if (sdf) CollectSurface(*f, voxelSize, points, normals);
-        else CollectFog(*f, range, points, colors);
+        if (sdf) CollectSurface(*f, voxelSize, sink);
+        else CollectFog(*f, range, sink);
       } else if (auto d = openvdb::gridConstPtrCast<openvdb::DoubleGrid>(base)) {
-        if (sdf) CollectSurface(*d, voxelSize, points, normals);
-        else CollectFog(*d, range, points, colors);
+        if (sdf) CollectSurface(*d, voxelSize, sink);
+        else CollectFog(*d, range, sink);
       }
       break;
     }
@@ -164,15 +200,19 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
     case GRIDTYPE::VEC3S:
     case GRIDTYPE::VEC3D: {
       const zta::Matrix toIndex = transform.GetInverse();
-      if (auto i = openvdb::gridConstPtrCast<openvdb::Vec3IGrid>(base)) CollectVectors(*i, toIndex, points, colors, normals);
+      if (auto i = openvdb::gridConstPtrCast<openvdb::Vec3IGrid>(base))
+        CollectVectors(*i, toIndex, sink);
       else if (auto s = openvdb::gridConstPtrCast<openvdb::Vec3SGrid>(base))
-        CollectVectors(*s, toIndex, points, colors, normals);
+        CollectVectors(*s, toIndex, sink);
       else if (auto d = openvdb::gridConstPtrCast<openvdb::Vec3DGrid>(base))
-        CollectVectors(*d, toIndex, points, colors, normals);
+        CollectVectors(*d, toIndex, sink);
       break;
     }
     default: break;
   }
+  points = std::move(sink.points);
+  colors = std::move(sink.colors);
+  normals = std::move(sink.normals);
   return Thin(points, colors, normals);
 }
 
