@@ -10,7 +10,9 @@
 #include <mutex>
 #include <set>
 
+#include "host/objects/phongtag.h"
 #include "host/objects/polygonobject.h"
+#include "host/scene/hosttypes.h"
 #include "host/ui/basedraw.h"
 #include "host/ui/shaderbuilder.h"
 
@@ -271,28 +273,46 @@ void BaseDraw::DrawPolygonObject(const PolygonObject& op) {
   const Vector* points = op.GetPointR();
   const CPolygon* polys = op.GetPolygonR();
   if (pointCount <= 0 || !points || !polys) return;
-  // Point normals: the sum of the areas' normals of the polygons around each point.
-  std::vector<Vector> normals(size_t(pointCount), Vector(0.0));
-  std::vector<float> v;
-  v.reserve(size_t(op.GetPolygonCount()) * 36);
-  auto valid = [&](Int32 i) { return i >= 0 && i < pointCount; };
-  for (Int32 i = 0; i < op.GetPolygonCount(); ++i) {
+  auto valid = [&](const CPolygon& c) {
+    return c.a >= 0 && c.a < pointCount && c.b >= 0 && c.b < pointCount && c.c >= 0 && c.c < pointCount &&
+           c.d >= 0 && c.d < pointCount;
+  };
+  // As in the host's viewport: flat without a Phong tag, smooth up to the
+  // tag's angle with one. A corner takes the normals of the polygons round
+  // its point that lie within the angle of its own polygon's.
+  const auto* phong = static_cast<const PhongTag*>(op.GetTag(HOST_TAG_PHONG));
+  const double limit = phong ? std::cos(std::min(phong->GetSmoothingAngle(), 3.14159265358979)) : 2.0;
+  const Int32 polyCount = op.GetPolygonCount();
+  std::vector<Vector> faceNormals(size_t(polyCount), Vector(0.0));
+  std::vector<std::vector<Int32>> around(phong ? size_t(pointCount) : 0);
+  for (Int32 i = 0; i < polyCount; ++i) {
     const CPolygon& c = polys[i];
-    if (!valid(c.a) || !valid(c.b) || !valid(c.c) || !valid(c.d)) continue;
+    if (!valid(c)) continue;
     const Vector n = Cross(points[c.c] - points[c.a], points[c.b] - points[c.a]) +
                      (c.IsTriangle() ? Vector(0.0) : Cross(points[c.d] - points[c.a], points[c.c] - points[c.a]));
-    for (Int32 j = 0; j < (c.IsTriangle() ? 3 : 4); ++j) normals[size_t(c[j])] += n;
+    faceNormals[size_t(i)] = n.GetNormalized();
+    if (phong)
+      for (Int32 j = 0; j < (c.IsTriangle() ? 3 : 4); ++j) around[size_t(c[j])].push_back(i);
   }
-  auto put = [&](Int32 i) {
-    const Vector& p = points[i];
-    const Vector n = normals[size_t(i)].GetNormalized();
+  std::vector<float> v;
+  v.reserve(size_t(polyCount) * 36);
+  auto put = [&](Int32 poly, Int32 point) {
+    const Vector& own = faceNormals[size_t(poly)];
+    Vector n = own;
+    if (phong) {
+      n = Vector(0.0);
+      for (Int32 other : around[size_t(point)])
+        if (Dot(faceNormals[size_t(other)], own) >= limit) n += faceNormals[size_t(other)];
+      n = n.GetNormalized();
+    }
+    const Vector& p = points[point];
     v.insert(v.end(), {float(p.x), float(p.y), float(p.z), float(n.x), float(n.y), float(n.z)});
   };
-  for (Int32 i = 0; i < op.GetPolygonCount(); ++i) {
+  for (Int32 i = 0; i < polyCount; ++i) {
     const CPolygon& c = polys[i];
-    if (!valid(c.a) || !valid(c.b) || !valid(c.c) || !valid(c.d)) continue;
-    put(c.a), put(c.b), put(c.c);
-    if (!c.IsTriangle()) put(c.a), put(c.c), put(c.d);
+    if (!valid(c)) continue;
+    put(i, c.a), put(i, c.b), put(i, c.c);
+    if (!c.IsTriangle()) put(i, c.a), put(i, c.c), put(i, c.d);
   }
   if (v.empty()) return;
   const GLuint p = device_->shadedProgram;
