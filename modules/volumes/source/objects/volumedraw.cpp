@@ -66,7 +66,7 @@ void CollectActive(const GridT& grid, PointSink& out, MakeVisitor&& makeVisitor)
   using LeafT = typename TreeT::LeafNodeType;
   std::vector<const LeafT*> leaves;
   grid.tree().getNodes(leaves);
-  constexpr size_t grain = 32;
+  constexpr size_t grain = 256;
   const size_t chunks = (leaves.size() + grain - 1) / grain;
   std::vector<PointSink> sinks(chunks + 1);
   tbb::parallel_for(tbb::blocked_range<size_t>(0, chunks), [&](const tbb::blocked_range<size_t>& r) {
@@ -118,7 +118,9 @@ void CollectSurface(const GridT& grid, double voxelSize, PointSink& out) {
   using ValueT = typename GridT::ValueType;
   const double band = 1.02 * 0.5 * voxelSize;
   CollectActive(grid, out, [&] {
-    return [band, acc = grid.getConstAccessor()](PointSink& s, const openvdb::Coord& c, ValueT v) mutable {
+    // Unregistered accessors: each task makes its own, and the grid does not change meanwhile.
+    using Accessor = openvdb::tree::ValueAccessor<const typename GridT::TreeType, false>;
+    return [band, acc = Accessor(grid.tree())](PointSink& s, const openvdb::Coord& c, ValueT v) mutable {
       const double a = std::abs(double(v));
       if (a <= 1e-5 || a > band) return;
       // The distance's gradient in index space, by central differences.
