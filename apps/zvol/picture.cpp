@@ -76,7 +76,9 @@ bool ShownBounds(const Shown& shown, zta::Vector& min, zta::Vector& max) {
   max = zta::Vector(-1e300);
   for (const auto& top : shown.objects)
     ForEachObject(top.get(), zta::Matrix(), [&](zta::BaseObject* op, const zta::Matrix& mg) {
-      if (zelmar::GetObjectVolume(op).IsInitialized()) {
+      const zelmar::Volume volume = zelmar::GetObjectVolume(op);
+      if (volume.IsInitialized()) {
+        if (volume.GetActiveVoxelCount() == 0) return;
         zta::Vector mp, rad;
         if (auto* data = op->GetNodeData<zta::ObjectData>()) data->GetObjectBounds(op, &mp, &rad);
         // The box is in the grid's index space; voxels reach half a voxel beyond their centres.
@@ -84,7 +86,7 @@ bool ShownBounds(const Shown& shown, zta::Vector& min, zta::Vector& max) {
           const zta::Vector corner{c & 1 ? mp.x + rad.x + 0.5 : mp.x - rad.x - 0.5,
                                    c & 2 ? mp.y + rad.y + 0.5 : mp.y - rad.y - 0.5,
                                    c & 4 ? mp.z + rad.z + 0.5 : mp.z - rad.z - 0.5};
-          if (zelmar::GetObjectVolume(op).GetActiveVoxelCount() > 0) Widen(min, max, ToOutside(mg * corner));
+          Widen(min, max, ToOutside(mg * corner));
         }
       } else if (const auto* poly = dynamic_cast<const zta::PolygonObject*>(op)) {
         const zta::Vector* p = poly->GetPointR();
