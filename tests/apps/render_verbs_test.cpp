@@ -68,7 +68,9 @@ double RingBrightness(const zta::Picture& p, double r0, double r1) {
   return n ? sum / n : 0;
 }
 
-pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+// Starts `args` with stdout and stderr to /dev/null; `passFd`, when given,
+// becomes the child's descriptor 3.
+pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, int passFd = -1) {
   std::vector<char*> argv;
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -82,6 +84,7 @@ pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  if (passFd >= 0) posix_spawn_file_actions_adddup2(&actions, passFd, 3);
   pid_t pid = -1;
   if (posix_spawn(&pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
   posix_spawn_file_actions_destroy(&actions);
@@ -232,11 +235,22 @@ TEST(RenderVerb, WithoutDriverOrDisplayBothVerbsSayItInOneLine) {
 TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
   if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
   zvtest::Files f;
-  const std::string display = ":" + std::to_string(90 + getpid() % 100);
-  const pid_t x = Spawn({"/usr/bin/Xvfb", display, "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {});
+  // Xvfb picks a free display itself and writes its number to descriptor 3.
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const pid_t x = Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {},
+                        fds[1]);
+  close(fds[1]);
   ASSERT_GT(x, 0);
-  const std::string socket = "/tmp/.X11-unix/X" + display.substr(1);
-  ASSERT_TRUE(WaitFor([&] { return std::filesystem::exists(socket); }, 10)) << "Xvfb did not start";
+  std::string number;
+  char ch = 0;
+  while (read(fds[0], &ch, 1) == 1 && ch != '\n') number += ch;
+  close(fds[0]);
+  if (number.empty()) {
+    Stop(x);
+    FAIL() << "Xvfb did not start";
+  }
+  const std::string display = ":" + number;
   WriteSphereScene(f("ball.json"), 50);
   const pid_t view = Spawn({ZV_BIN_DIR "/zvol", "view", f("ball.json"), "--size", "320x240", "--snapshot", f("shot.png")},
                            {"DISPLAY=" + display});
