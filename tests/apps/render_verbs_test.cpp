@@ -267,6 +267,13 @@ TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
   for (int y = 100; y < 140; ++y)
     for (int xx = 140; xx < 180; ++xx) drawn += !IsBackground(first, bgFirst, xx, y) ? 1 : 0;
   EXPECT_GT(drawn, 1200) << "the centre shows the object";
+  // Touched alone: drawn again, the same.
+  auto shotTime = std::filesystem::last_write_time(f("shot.png"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  std::filesystem::last_write_time(f("ball.json"), std::filesystem::file_time_type::clock::now());
+  EXPECT_TRUE(WaitFor([&] { return std::filesystem::last_write_time(f("shot.png")) != shotTime; }, 20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(Read(f("shot.png")).rgba, first.rgba);
   // A smaller ball on disk: the window reads the scene again and redraws.
   const auto firstTime = std::filesystem::last_write_time(f("shot.png"));
   std::this_thread::sleep_for(std::chrono::milliseconds(50));

@@ -1,10 +1,12 @@
 // zvol view: a live window on a .vdb file or a scene. The left button
 // orbits, the middle or right one (or shift and left) pans, the wheel zooms,
 // F frames everything, the arrow keys step through the frames of a scene,
-// Esc closes. A scene whose file changes on disk is read and evaluated again.
+// Esc closes. A file that changes on disk is read (a scene evaluated) again.
 #include <chrono>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <optional>
 #include <system_error>
 
@@ -53,6 +55,13 @@ std::filesystem::file_time_type ModifiedTime(const std::string& path) {
   return ec ? std::filesystem::file_time_type::min() : t;
 }
 
+// Files that only were touched need no reading: their bytes tell.
+size_t ContentHash(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  return std::hash<std::string>()(bytes);
+}
+
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string input;
@@ -86,6 +95,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     auto aspect = [&] { return double(window->GetWidth()) / double(std::max(window->GetHeight(), 1)); };
     Orbit orbit = Orbit::From(zvol::ParseCamera("auto", shown, aspect()));
     auto modified = ModifiedTime(o->input);
+    size_t contentHash = ContentHash(o->input);
     auto lastCheck = std::chrono::steady_clock::now();
     bool redraw = true;
     while (!window->ShouldClose()) {
@@ -124,22 +134,28 @@ zvol::VerbRun Setup(CLI::App& app) {
         const double perPixel = 2.0 * orbit.distance * std::tan(orbit.fovY * 0.5) / std::max(window->GetHeight(), 1);
         orbit.target = orbit.target - r * (in.panX * perPixel) + u * (in.panY * perPixel);
       }
-      // A scene is read again when its file changed; a file being written
-      // that does not read yet keeps the last picture.
+      // The input is read again when its file changed on disk; a file that
+      // was only touched is drawn again without reading, and one being
+      // written that does not read yet keeps the last picture.
       const auto now = std::chrono::steady_clock::now();
-      if (shown.scene && now - lastCheck > std::chrono::milliseconds(250)) {
+      if (now - lastCheck > std::chrono::milliseconds(250)) {
         lastCheck = now;
         const auto t = ModifiedTime(o->input);
         if (t != modified) {
           modified = t;
-          try {
-            zvol::Shown fresh = zvol::LoadShown(ctx, o->input, {}, frame);
-            shown.objects.clear();
-            shown = std::move(fresh);
-            ctx.Say("read " + o->input + " again");
-            redraw = true;
-          } catch (const std::exception& e) {
-            ctx.Say(std::string("cannot read the changed scene: ") + e.what());
+          redraw = true;
+          const size_t hash = ContentHash(o->input);
+          if (hash != contentHash) {
+            try {
+              zvol::Shown fresh = zvol::LoadShown(ctx, o->input, o->grid, shown.scene ? std::optional<int64_t>(frame)
+                                                                                      : std::nullopt);
+              shown.objects.clear();
+              shown = std::move(fresh);
+              contentHash = hash;
+              ctx.Say("read " + o->input + " again");
+            } catch (const std::exception& e) {
+              ctx.Say(std::string("cannot read the changed file: ") + e.what());
+            }
           }
         }
       }
