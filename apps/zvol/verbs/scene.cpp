@@ -25,6 +25,7 @@
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
 #include "zelmar/volumecommands.h"
+#include "sceneeval.h"
 #include "zvol.h"
 
 namespace {
@@ -219,9 +220,7 @@ std::string Plain(const json& j) {
 
 std::unique_ptr<zta::BaseDocument> Load(const zvol::Context& ctx, const std::string& path) {
   RequireScene(path);
-  zvol::Step step(ctx, "read " + std::filesystem::path(path).filename().string());
-  if (zta::IsJsonScenePath(path)) return zvol::Take(zta::LoadDocumentJson(path, ctx.thread));
-  return zvol::Take(zta::LoadDocument(path, ctx.thread));
+  return zvol::LoadScene(ctx, path);
 }
 
 // `path` with the frame number before its extension: "out.0042.obj".
@@ -230,53 +229,6 @@ std::string FramePath(const std::string& path, int64_t frame) {
   char number[32];
   std::snprintf(number, sizeof(number), ".%04lld", static_cast<long long>(frame));
   return (p.parent_path() / (p.stem().string() + number + p.extension().string())).string();
-}
-
-// What the objects of `first` and its siblings show, as free objects placed
-// in world space: a copy of a generator's (deformed) cache, of a polygon,
-// spline or line object, or of a volume object. An object that shows nothing
-// of its own (a null) gives what its children show; the children of one that
-// does are its to consume.
-void Gather(const zvol::Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
-            std::vector<std::unique_ptr<zta::BaseObject>>& out) {
-  for (zta::BaseObject* op = first; op; op = op->GetNext()) {
-    const bool volume = zelmar::GetObjectVolume(op).IsInitialized();
-    const bool geometry = op->GetType() == zta::HOST_TYPE_POLYGON || op->GetType() == zta::HOST_TYPE_SPLINE ||
-                          op->GetType() == zta::HOST_TYPE_LINE;
-    if (!volume && !geometry && !op->GetCache() && !op->GetDeformCache()) {
-      Gather(ctx, doc, op->GetDown(), out);
-      continue;
-    }
-    std::unique_ptr<zta::BaseObject> copy;
-    if (volume) {
-      copy.reset(static_cast<zta::BaseObject*>(op->GetClone(zta::COPYFLAGS_NO_HIERARCHY).release()));
-      if (!copy) throw zvol::Failure("out of memory copying " + op->GetName());
-    } else {
-      zta::ModelingCommandData data;
-      data.doc = &doc;
-      data.op = op;
-      data.objects = {op};
-      data.thread = ctx.thread;
-      zvol::Check(zta::SendModelingCommand(zta::MCOMMAND_CURRENTSTATETOOBJECT, data));
-      if (data.result.empty()) continue;
-      copy = std::move(data.result.front());
-    }
-    // The copy stands where the object stood among its parents.
-    if (auto* up = dynamic_cast<zta::BaseObject*>(op->GetUp())) copy->SetMl(up->GetMg() * copy->GetMl());
-    out.push_back(std::move(copy));
-  }
-}
-
-// What the scene shows at `frame`, once evaluated there.
-std::vector<std::unique_ptr<zta::BaseObject>> Evaluate(const zvol::Context& ctx, zta::BaseDocument& doc, int64_t frame) {
-  zvol::Step step(ctx, zta::FormatString("evaluate frame @", frame));
-  doc.SetTime(zta::BaseTime(frame, doc.GetFps()));
-  const bool done = zta::ExecutePasses(&doc, ctx.thread);
-  ctx.CheckInterrupted();
-  if (!done) throw zvol::Failure("evaluation stopped");
-  std::vector<std::unique_ptr<zta::BaseObject>> shown;
-  Gather(ctx, doc, doc.GetFirstObject(), shown);
-  return shown;
 }
 
 // The volumes of the objects and everything below them, in tree order.
@@ -444,7 +396,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       }
       zvol::Progress progress(ctx, "evaluate");
       for (size_t i = 0; i < frames.size(); ++i) {
-        const auto objects = Evaluate(ctx, *doc, frames[i]);
+        const auto objects = zvol::EvaluateScene(ctx, *doc, frames[i]);
         WriteFrame(ctx, objects, o->frames.empty() ? o->evalOutput : FramePath(o->evalOutput, frames[i]), frames[i]);
         progress.Set(double(i + 1) / double(frames.size()));
       }

@@ -21,6 +21,8 @@ class BaseDocument;
 
 namespace zelmar {
 
+class VolumeObjectDisplay;
+
 enum : zta::Int32 {
   ID_VOLUMEOBJECT = 1039858,
   // Parameters.
@@ -83,6 +85,9 @@ class VolumeObjectData : public zta::ObjectData {
   bool IsParameterEnabled(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data, zta::Int32 flags,
                           const zta::BaseContainer* itemdesc) override;
   void GetObjectBounds(zta::BaseObject* op, zta::Vector* mp, zta::Vector* rad) override;
+  // volumedraw.cpp: the box, and the voxels by the grid's kind.
+  zta::DRAWRESULT DrawObject(zta::BaseObject* op, zta::DRAWPASS pass, zta::BaseDraw* bd,
+                             zta::BaseDrawHelp* bh) override;
   bool AddToExecution(zta::BaseObject* op, zta::PriorityList* list) override;
   zta::EXECUTIONRESULT ExecuteObject(zta::BaseObject* op, zta::BaseDocument* doc, zta::ZTAThread* bt,
                                      zta::Int32 priority, zta::Int32 flags) override;
@@ -172,6 +177,8 @@ class VolumeObjectData : public zta::ObjectData {
   bool enforcing_ = false;
   Url fileUrl_;
   std::unique_ptr<zta::BaseLink> hookLink_;
+  // Made at the first draw; each copy of the object draws with its own.
+  std::shared_ptr<VolumeObjectDisplay> display_;
 };
 
 }  // namespace zelmar

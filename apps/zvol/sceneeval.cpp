@@ -1,0 +1,77 @@
+#include "sceneeval.h"
+
+#include <filesystem>
+
+#include "host/core/format.h"
+#include "host/modeling/modeling.h"
+#include "host/scene/basedocument.h"
+#include "host/scene/execution.h"
+#include "host/scene/scenefile.h"
+#include "host/scene/scenejson.h"
+#include "zelmar/volumecommands.h"
+
+namespace zvol {
+
+namespace {
+
+// What the objects of `first` and its siblings show, as free objects placed
+// in world space: a copy of a generator's (deformed) cache, of a polygon,
+// spline or line object, or of a volume object. An object that shows nothing
+// of its own (a null) gives what its children show; the children of one that
+// does are its to consume.
+void Gather(const Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
+            std::vector<std::unique_ptr<zta::BaseObject>>& out) {
+  for (zta::BaseObject* op = first; op; op = op->GetNext()) {
+    const bool volume = zelmar::GetObjectVolume(op).IsInitialized();
+    const bool geometry = op->GetType() == zta::HOST_TYPE_POLYGON || op->GetType() == zta::HOST_TYPE_SPLINE ||
+                          op->GetType() == zta::HOST_TYPE_LINE;
+    if (!volume && !geometry && !op->GetCache() && !op->GetDeformCache()) {
+      Gather(ctx, doc, op->GetDown(), out);
+      continue;
+    }
+    std::unique_ptr<zta::BaseObject> copy;
+    if (volume) {
+      copy.reset(static_cast<zta::BaseObject*>(op->GetClone(zta::COPYFLAGS_NO_HIERARCHY).release()));
+      if (!copy) throw Failure("out of memory copying " + op->GetName());
+    } else {
+      zta::ModelingCommandData data;
+      data.doc = &doc;
+      data.op = op;
+      data.objects = {op};
+      data.thread = ctx.thread;
+      Check(zta::SendModelingCommand(zta::MCOMMAND_CURRENTSTATETOOBJECT, data));
+      if (data.result.empty()) continue;
+      copy = std::move(data.result.front());
+    }
+    // The copy stands where the object stood among its parents.
+    if (auto* up = dynamic_cast<zta::BaseObject*>(op->GetUp())) copy->SetMl(up->GetMg() * copy->GetMl());
+    out.push_back(std::move(copy));
+  }
+}
+
+// What the scene shows at `frame`, once evaluated there.
+}  // namespace
+
+bool IsScenePath(const std::string& path) {
+  return std::filesystem::path(path).extension() == std::string(".") + zta::kSceneFileSuffix ||
+         zta::IsJsonScenePath(path);
+}
+
+std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::string& path) {
+  Step step(ctx, "read " + std::filesystem::path(path).filename().string());
+  if (zta::IsJsonScenePath(path)) return Take(zta::LoadDocumentJson(path, ctx.thread));
+  return Take(zta::LoadDocument(path, ctx.thread));
+}
+
+std::vector<std::unique_ptr<zta::BaseObject>> EvaluateScene(const Context& ctx, zta::BaseDocument& doc, int64_t frame) {
+  Step step(ctx, zta::FormatString("evaluate frame @", frame));
+  doc.SetTime(zta::BaseTime(frame, doc.GetFps()));
+  const bool done = zta::ExecutePasses(&doc, ctx.thread);
+  ctx.CheckInterrupted();
+  if (!done) throw Failure("evaluation stopped");
+  std::vector<std::unique_ptr<zta::BaseObject>> shown;
+  Gather(ctx, doc, doc.GetFirstObject(), shown);
+  return shown;
+}
+
+}  // namespace zvol

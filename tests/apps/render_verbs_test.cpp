@@ -1,0 +1,298 @@
+// zvol render and zvol view: pictures read back and measured, the window
+// under a virtual X server, and the refusals without a display or driver.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <map>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "host/ui/pngfile.h"
+#include "support/run.h"
+#include "support/verbs.h"
+
+extern char** environ;
+
+using zvtest::Zvol;
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+zta::Picture Read(const std::string& path) {
+  auto r = zta::ReadPng(path);
+  EXPECT_TRUE(r) << (r ? "" : r.GetError().GetMessage());
+  return r ? r.GetValue() : zta::Picture{};
+}
+
+// The most common colour of the picture's border, where little is drawn.
+std::array<int, 3> BackgroundOf(const zta::Picture& p) {
+  std::map<std::array<int, 3>, int> counts;
+  auto count = [&](int x, int y) { ++counts[{p.At(x, y)[0], p.At(x, y)[1], p.At(x, y)[2]}]; };
+  for (int x = 0; x < p.width; ++x) count(x, 0), count(x, p.height - 1);
+  for (int y = 0; y < p.height; ++y) count(0, y), count(p.width - 1, y);
+  return std::max_element(counts.begin(), counts.end(), [](auto& a, auto& b) { return a.second < b.second; })->first;
+}
+
+bool IsBackground(const zta::Picture& p, const std::array<int, 3>& b, int x, int y) {
+  const uint8_t* a = p.At(x, y);
+  return std::abs(a[0] - b[0]) <= 3 && std::abs(a[1] - b[1]) <= 3 && std::abs(a[2] - b[2]) <= 3;
+}
+
+// The box's orange: much more red than blue.
+bool IsBoxLine(const zta::Picture& p, int x, int y) { return p.At(x, y)[0] - p.At(x, y)[2] > 80; }
+
+double Brightness(const zta::Picture& p, int x, int y) { return (p.At(x, y)[0] + p.At(x, y)[1] + p.At(x, y)[2]) / 3.0; }
+
+// Mean brightness of the pixels whose distance from the centre lies in [r0, r1).
+double RingBrightness(const zta::Picture& p, double r0, double r1) {
+  double sum = 0;
+  int n = 0;
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x) {
+      const double r = std::hypot(x + 0.5 - p.width / 2.0, y + 0.5 - p.height / 2.0);
+      if (r < r0 || r >= r1 || IsBoxLine(p, x, y)) continue;
+      sum += Brightness(p, x, y);
+      ++n;
+    }
+  return n ? sum / n : 0;
+}
+
+// Starts `args` with stdout and stderr to /dev/null; `passFd`, when given,
+// becomes the child's descriptor 3.
+pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, int passFd = -1) {
+  std::vector<char*> argv;
+  for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+  argv.push_back(nullptr);
+  std::vector<std::string> envStrings;
+  for (char** e = environ; *e; ++e) envStrings.emplace_back(*e);
+  for (const auto& e : env) envStrings.push_back(e);
+  std::vector<char*> envp;
+  for (auto& e : envStrings) envp.push_back(e.data());
+  envp.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  if (passFd >= 0) posix_spawn_file_actions_adddup2(&actions, passFd, 3);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+void Stop(pid_t pid) {
+  if (pid <= 0) return;
+  kill(pid, SIGTERM);
+  int status = 0;
+  waitpid(pid, &status, 0);
+}
+
+// Waits until `ready` holds, for at most `seconds`.
+template <typename Fn>
+bool WaitFor(Fn&& ready, double seconds) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (std::chrono::steady_clock::now() < end) {
+    if (ready()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  return ready();
+}
+
+void WriteSphereScene(const std::string& path, double radius) {
+  std::ofstream out(path);
+  out << R"({"format": "zelmar-scene", "version": 1, "objects": [
+    {"type": "Osphere", "name": "ball", "parameters": {"PRIM_SPHERE_RAD": )"
+      << radius << R"(, "PRIM_SPHERE_SUB": 32}}]})";
+}
+
+}  // namespace
+
+TEST(RenderVerb, LevelSetSphereFromTheFrontCoversItsProjectedDisc) {
+  zvtest::Files f;
+  ASSERT_EQ(Zvol({"sphere", "--radius", "1", "--voxel-size", "0.01", "--half-width", "2", "-o", f("s.vdb")}).status, 0);
+  const auto r = Zvol({"render", f("s.vdb"), "-o", f("s.png"), "--size", "400x400", "--camera", "0,0,4:0,0,0"});
+  zvtest::ExpectOk(r);
+  const zta::Picture p = Read(f("s.png"));
+  const auto bg = BackgroundOf(p);
+  ASSERT_EQ(p.width, 400);
+  ASSERT_EQ(p.height, 400);
+  // A sphere of radius 1 seen from 4 units under a 30 degree field of view.
+  const double focal = 200.0 / std::tan(15.0 * kPi / 180.0);
+  const double radius = focal / std::sqrt(16.0 - 1.0);
+  double area = 0, cx = 0, cy = 0;
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x)
+      if (!IsBackground(p, bg, x, y) && !IsBoxLine(p, x, y)) area += 1, cx += x + 0.5, cy += y + 0.5;
+  EXPECT_NEAR(area / (kPi * radius * radius), 1.0, 0.03) << area << " pixels";
+  EXPECT_NEAR(cx / area, 200.0, 1.0);
+  EXPECT_NEAR(cy / area, 200.0, 1.0);
+  // Lit, not flat: the surface has light and shade.
+  EXPECT_GT(Brightness(p, 200, 200) + 1, 0.0);
+  double lo = 255, hi = 0;
+  for (int y = 120; y < 280; y += 4)
+    for (int x = 120; x < 280; x += 4) lo = std::min(lo, Brightness(p, x, y)), hi = std::max(hi, Brightness(p, x, y));
+  EXPECT_GT(hi - lo, 60.0);
+}
+
+TEST(RenderVerb, FogSphereGrowsBrighterTowardsItsCentre) {
+  zvtest::Files f;
+  ASSERT_EQ(Zvol({"sphere", "--radius", "1", "--voxel-size", "0.05", "-o", f("s.vdb")}).status, 0);
+  ASSERT_EQ(Zvol({"convert", "sdf2fog", f("s.vdb"), "-o", f("fog.vdb")}).status, 0);
+  zvtest::ExpectOk(Zvol({"render", f("fog.vdb"), "-o", f("fog.png"), "--size", "300x300", "--camera", "front"}));
+  const zta::Picture p = Read(f("fog.png"));
+  // The sphere fills about half the picture's height from the front.
+  const double centre = RingBrightness(p, 0, 15), middle = RingBrightness(p, 40, 50), rim = RingBrightness(p, 62, 68);
+  const std::array<int, 3> b = BackgroundOf(p);
+  const double background = (b[0] + b[1] + b[2]) / 3.0;
+  EXPECT_GT(centre, middle + 5) << centre << " " << middle;
+  EXPECT_GT(middle, rim + 5) << middle << " " << rim;
+  EXPECT_GT(rim, background) << rim << " " << background;
+  EXPECT_LT(centre, 254.0) << "the densest column stays short of white";
+}
+
+TEST(RenderVerb, VectorLinesPointTheWayOfTheirColours) {
+  zvtest::Files f;
+  ASSERT_EQ(Zvol({"sphere", "--radius", "1", "--voxel-size", "0.1", "--half-width", "2", "-o", f("s.vdb")}).status, 0);
+  // Gradients of a level set point outward: right on the right, up at the top.
+  ASSERT_EQ(Zvol({"derive", "gradient", f("s.vdb"), "-o", f("g.vdb")}).status, 0);
+  zvtest::ExpectOk(Zvol({"render", f("g.vdb"), "-o", f("g.png"), "--size", "300x300", "--camera", "0,0,8:0,0,0"}));
+  const zta::Picture p = Read(f("g.png"));
+  const auto bg = BackgroundOf(p);
+  const double focal = 150.0 / std::tan(15.0 * kPi / 180.0);
+  const double sphere = focal / std::sqrt(64.0 - 1.0);
+  double redRight = 0, redLeft = 0, greenTop = 0, greenBottom = 0;
+  int right = 0, left = 0, top = 0, bottom = 0;
+  // Beyond the sphere there are only lines, reaching out from it.
+  for (int y = 0; y < p.height; ++y)
+    for (int x = 0; x < p.width; ++x) {
+      const double dx = x + 0.5 - 150, dy = 150 - (y + 0.5);
+      if (std::hypot(dx, dy) < sphere * 1.3 || IsBackground(p, bg, x, y) || IsBoxLine(p, x, y)) continue;
+      const uint8_t* c = p.At(x, y);
+      if (dx > std::abs(dy)) redRight += c[0], ++right;
+      if (-dx > std::abs(dy)) redLeft += c[0], ++left;
+      if (dy > std::abs(dx)) greenTop += c[1], ++top;
+      if (-dy > std::abs(dx)) greenBottom += c[1], ++bottom;
+    }
+  ASSERT_GT(right, 50);
+  ASSERT_GT(left, 50);
+  ASSERT_GT(top, 50);
+  ASSERT_GT(bottom, 50);
+  EXPECT_GT(redRight / right, redLeft / left + 80);
+  EXPECT_GT(greenTop / top, greenBottom / bottom + 80);
+}
+
+TEST(RenderVerb, ScenesDrawTheirPolygonsAtTheFrameAsked) {
+  zvtest::Files f;
+  WriteSphereScene(f("ball.json"), 100);
+  zvtest::ExpectOk(Zvol({"render", f("ball.json"), "-o", f("b.png"), "--size", "200x200", "--camera", "front",
+                         "--frame", "0"}));
+  const zta::Picture p = Read(f("b.png"));
+  const auto bg = BackgroundOf(p);
+  EXPECT_FALSE(IsBackground(p, bg, 100, 100));
+  EXPECT_TRUE(IsBackground(p, bg, 2, 100));
+}
+
+TEST(RenderVerb, BadInputIsRefusedAndLeavesNoPicture) {
+  zvtest::Files f;
+  ASSERT_EQ(Zvol({"sphere", "-o", f("s.vdb")}).status, 0);
+  zvtest::ExpectRefused(Zvol({"render", f("missing.vdb"), "-o", f("a.png")}), "could not be found", f("a.png"));
+  zvtest::ExpectRefused(Zvol({"render", f("s.vdb"), "-o", f("a.png"), "--grid", "nosuch"}), "no grid 'nosuch'",
+                        f("a.png"));
+  EXPECT_EQ(Zvol({"render", f("s.vdb"), "-o", f("a.png"), "--size", "0x10"}).status, 2);
+  EXPECT_EQ(Zvol({"render", f("s.vdb"), "-o", f("a.png"), "--camera", "sideways"}).status, 2);
+  EXPECT_EQ(Zvol({"render", f("s.vdb"), "-o", f("a.jpg")}).status, 2);
+  EXPECT_EQ(Zvol({"render", f("s.vdb"), "-o", f("a.png"), "--frame", "3"}).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(f("a.png")));
+  // A picture that stood there stays when the new one cannot be made.
+  zvtest::ExpectOk(Zvol({"render", f("s.vdb"), "-o", f("a.png"), "--size", "64x64"}));
+  const auto before = std::filesystem::file_size(f("a.png"));
+  EXPECT_EQ(Zvol({"render", f("missing.vdb"), "-o", f("a.png")}).status, 1);
+  EXPECT_EQ(std::filesystem::file_size(f("a.png")), before);
+}
+
+TEST(RenderVerb, WithoutDriverOrDisplayBothVerbsSayItInOneLine) {
+  zvtest::Files f;
+  ASSERT_EQ(Zvol({"sphere", "-o", f("s.vdb")}).status, 0);
+  // libglvnd finds no vendor library: no GL driver at all.
+  const auto noDriver = zvtest::Run({ZV_BIN_DIR "/zvol", "render", f("s.vdb"), "-o", f("a.png")},
+                                    {"__EGL_VENDOR_LIBRARY_FILENAMES=/nonexistent.json", "__EGL_VENDOR_LIBRARY_DIRS=/nonexistent"});
+  zvtest::ExpectRefused(noDriver, "no OpenGL driver", f("a.png"));
+  const auto noDisplay = zvtest::Run({ZV_BIN_DIR "/zvol", "view", f("s.vdb")}, {"DISPLAY=", "WAYLAND_DISPLAY="});
+  zvtest::ExpectRefused(noDisplay, "no display", f("nothing"));
+}
+
+TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
+  if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
+  zvtest::Files f;
+  // Xvfb picks a free display itself and writes its number to descriptor 3.
+  int fds[2];
+  ASSERT_EQ(pipe(fds), 0);
+  const pid_t x = Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {},
+                        fds[1]);
+  close(fds[1]);
+  ASSERT_GT(x, 0);
+  std::string number;
+  char ch = 0;
+  while (read(fds[0], &ch, 1) == 1 && ch != '\n') number += ch;
+  close(fds[0]);
+  if (number.empty()) {
+    Stop(x);
+    FAIL() << "Xvfb did not start";
+  }
+  const std::string display = ":" + number;
+  WriteSphereScene(f("ball.json"), 50);
+  const pid_t view = Spawn({ZV_BIN_DIR "/zvol", "view", f("ball.json"), "--size", "320x240", "--snapshot", f("shot.png")},
+                           {"DISPLAY=" + display});
+  ASSERT_GT(view, 0);
+  const bool shown = WaitFor([&] { return std::filesystem::exists(f("shot.png")); }, 30);
+  if (!shown) {
+    Stop(view);
+    Stop(x);
+    FAIL() << "the window drew nothing";
+  }
+  const zta::Picture first = Read(f("shot.png"));
+  const auto bgFirst = BackgroundOf(first);
+  int drawn = 0;
+  for (int y = 100; y < 140; ++y)
+    for (int xx = 140; xx < 180; ++xx) drawn += !IsBackground(first, bgFirst, xx, y) ? 1 : 0;
+  EXPECT_GT(drawn, 1200) << "the centre shows the object";
+  // Touched alone: drawn again, the same.
+  auto shotTime = std::filesystem::last_write_time(f("shot.png"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  std::filesystem::last_write_time(f("ball.json"), std::filesystem::file_time_type::clock::now());
+  EXPECT_TRUE(WaitFor([&] { return std::filesystem::last_write_time(f("shot.png")) != shotTime; }, 20));
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(Read(f("shot.png")).rgba, first.rgba);
+  // A smaller ball on disk: the window reads the scene again and redraws.
+  const auto firstTime = std::filesystem::last_write_time(f("shot.png"));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  WriteSphereScene(f("ball.json"), 10);
+  std::filesystem::last_write_time(f("ball.json"), std::filesystem::file_time_type::clock::now());
+  const bool redrawn = WaitFor([&] { return std::filesystem::last_write_time(f("shot.png")) != firstTime; }, 20);
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  const zta::Picture second = Read(f("shot.png"));
+  const auto bgSecond = BackgroundOf(second);
+  Stop(view);
+  Stop(x);
+  ASSERT_TRUE(redrawn);
+  int covered = 0, coveredBefore = 0;
+  for (int y = 0; y < first.height; ++y)
+    for (int xx = 0; xx < first.width; ++xx) {
+      coveredBefore += !IsBackground(first, bgFirst, xx, y);
+      covered += !IsBackground(second, bgSecond, xx, y);
+    }
+  // The view frames what it first saw: the new ball covers a quarter of the width it did.
+  EXPECT_LT(covered * 10, coveredBefore);
+  EXPECT_GT(covered, 0);
+}
