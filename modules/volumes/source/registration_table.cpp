@@ -5,6 +5,7 @@
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
 #include "modules/volumes/source/objects/volumetag.h"
+#include "modules/volumes/source/sceneio/vdbscenesaver.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 
 namespace zelmar {
@@ -15,6 +16,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolumeTag-", true, &VolumeTagData::Register},
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
+      {"SceneHandler-", false, &RegisterVDBSceneHandlers},
       {"VolumeSaveHook-", false, &VolumeSaveManagerHook::Register},
   };
   return rows;
