@@ -45,6 +45,19 @@ zta::Int32 CountChecked(const zta::CheckListData* list) {
   return n;
 }
 
+// A name for a new volume file, `base` or `base_1`, `base_2`, ..., that
+// finds no file beside the document: an imported grid must not be replaced
+// by a file of the same name that happens to lie there, and the file it was
+// imported from is never the one the scene writes to.
+std::string FreshFileName(const std::string& base, const zta::BaseDocument* doc) {
+  std::string name = base.empty() ? std::string("Volume") : base;
+  for (int n = 1;; ++n) {
+    Url probe(name + ".vdb");
+    if (!VolumeObjectData::FindVolumeFile(probe, doc)) return name;
+    name = zta::FormatString("@_@", base, n);
+  }
+}
+
 }  // namespace
 
 bool FindVDBSequence(const Url& url, VDBSequenceRecord* record) {
@@ -217,7 +230,10 @@ zta::Result<zta::BaseObject*> OpenVDBLoaderData::CreateVolumeObject(zta::BaseDoc
   op->InsertUnderLast(doc->GetObjectListHead());
   // Inside the document the save hook gives the new file a name that no
   // other object holds; the object adds the suffix.
-  zta::SetParameter(op, zta::DescID(VOLUMEOBJECT_FILE), zta::GeData(gridName));
+  zta::SetParameter(op, zta::DescID(VOLUMEOBJECT_FILE), zta::GeData(FreshFileName(gridName, doc)));
+  // Should the hook's name find a file after all, the grid read here stays.
+  if (!(VolumeObjectData::GetVolume(op) == volume))
+    if (auto* data = op->GetNodeData<VolumeObjectData>()) data->SetVolume(op, volume);
   return op;
 }
 
@@ -271,13 +287,18 @@ zta::Int32 OpenVDBLoaderData::LoadScene(zta::BaseList2D* node, zta::BaseDocument
       run.error = "a Volume Set could not be made";
       return zta::FILEERROR_OUTOFMEMORY;
     }
-    made->SetName(fs::path(url.GetPath()).stem().string());
+    const std::string name = fs::path(url.GetPath()).stem().string();
+    made->SetName(name);
     if (!zta::SetParameter(made.get(), zta::DescID(VOLUMESET_FILE), zta::GeData(url.ToString())) ||
         !zta::PressButton(made.get(), zta::DescID(VOLUMESET_RELOAD))) {
       run.error = zta::FormatString("the grids of @ could not be read", url.ToString());
       return zta::FILEERROR_READ;
     }
-    made.release()->InsertUnderLast(doc->GetObjectListHead());
+    zta::BaseObject* set = made.release();
+    set->InsertUnderLast(doc->GetObjectListHead());
+    // The set keeps its grids in a file of its own beside the scene: a save
+    // never writes into the file that was imported.
+    zta::SetParameter(set, zta::DescID(VOLUMESET_FILE), zta::GeData(FreshFileName(name, doc)));
   } else {
     std::vector<Int> indices;
     if (select) {
