@@ -216,6 +216,7 @@ TEST(VdbImport, ScalesByTheUnitsAndFailsOnBadFiles) {
   // A file cut short: an error in words, and what stood in the document stays.
   const std::string whole = Write(dir / "two.vdb", {Sphere(1.0, "a"), Sphere(1.0, "b")});
   auto cutNode = Loader(doc.get(), whole);
+  ASSERT_TRUE(zta::SetParameter(cutNode.get(), zta::DescID(VDBIMPORT_AS_SET), zta::GeData(false)));
   fs::resize_file(whole, 200);
   std::string error;
   EXPECT_NE(Load(cutNode.get(), doc.get(), whole, &error), zta::FILEERROR_NONE);
