@@ -152,6 +152,24 @@ TEST(ImportExportVerbs, ImportThenExportGivesTheSameGrids) {
             "1.0\n");
 }
 
+TEST(ImportExportVerbs, AHandWrittenJsonSceneNamesItsVolumeFiles) {
+  zvtest::Files f;
+  MakeMultiGridFile(f("multi.vdb"));
+  ASSERT_EQ(PyOut("import pyopenvdb as vdb\ng = vdb.read('" + f("multi.vdb") + "', 'surface')\nvdb.write('" +
+                  f("smoke.vdb") + "', grids=[g])\n"), "");
+  std::ofstream(f("s.json")) << R"({"format": "zelmar-scene", "version": 1, "objects": [
+    {"type": "ovolume", "name": "surface", "parameters": {"VOLUMEOBJECT_FILE": "smoke.vdb"}},
+    {"type": "ovolume", "name": "gone", "parameters": {"VOLUMEOBJECT_FILE": "gone.vdb"}}]})";
+  // The file found beside the scene is read; the missing one leaves its object empty and marked.
+  auto info = Zvol({"scene", "info", f("s.json"), "--json"});
+  ASSERT_EQ(info.status, 0) << info.err;
+  const json j = json::parse(info.out);
+  EXPECT_EQ(j["objects"][0]["parameters"]["6001"], "Float SDF");
+  EXPECT_EQ(j["objects"][1]["parameters"]["6001"], "File not found");
+  ASSERT_EQ(Zvol({"export", f("s.json"), "-o", f("out.vdb")}).status, 0);
+  EXPECT_EQ(CompareFiles(f("smoke.vdb"), f("out.vdb")), "same\n");
+}
+
 TEST(ImportExportVerbs, PicksGridsAndMakesASetOnlyOfSeveral) {
   zvtest::Files f;
   MakeMultiGridFile(f("multi.vdb"));
