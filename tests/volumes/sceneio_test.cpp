@@ -13,6 +13,7 @@
 #include "host/core/format.h"
 #include "host/scene/basedocument.h"
 #include "host/scene/checklist.h"
+#include "host/scene/execution.h"
 #include "host/scene/parameters.h"
 #include "host/scene/sceneio.h"
 #include "host/scene/unitscale.h"
@@ -123,6 +124,13 @@ TEST(VdbImport, FindsTheSeriesAndKeepsTheFrameRangeInside) {
   EXPECT_EQ(record.prefix, "cloud.");
   EXPECT_EQ(record.suffix, ".vdb");
 
+  // The dialog's frame fields reach as far as the series.
+  zta::Description loaderDescription;
+  zta::Int32 describeFlags = 0;
+  ASSERT_TRUE(node->GetNodeData()->DescribeParameters(node.get(), &loaderDescription, describeFlags));
+  ASSERT_NE(loaderDescription.GetParameter(zta::DescID(VDBIMPORT_LAST)), nullptr);
+  EXPECT_EQ(loaderDescription.GetParameter(zta::DescID(VDBIMPORT_LAST))->GetFloat(zta::DESC_MAX), 9.0);
+
   // Ten files: the last frame goes no higher than 9, the first no higher than the last.
   ASSERT_TRUE(zta::SetParameter(node.get(), zta::DescID(VDBIMPORT_LAST), zta::GeData(zta::Int32(25))));
   EXPECT_EQ(bc->GetInt32(VDBIMPORT_LAST), 9);
@@ -145,6 +153,14 @@ TEST(VdbImport, FindsTheSeriesAndKeepsTheFrameRangeInside) {
   EXPECT_EQ(seq->GetType(), ID_VOLUMESEQUENCE);
   EXPECT_EQ(seq->GetDataInstance()->GetInt32(SEQUENCE_FIRST), 2);
   EXPECT_EQ(seq->GetDataInstance()->GetInt32(SEQUENCE_LAST), 5);
+  // Once it has found its files it describes its frame fields within the series.
+  ASSERT_TRUE(zta::ExecutePasses(doc.get(), nullptr));
+  zta::Description description;
+  zta::Int32 flags = 0;
+  ASSERT_TRUE(seq->GetNodeData()->DescribeParameters(seq, &description, flags));
+  ASSERT_NE(description.GetParameter(zta::DescID(SEQUENCE_LAST)), nullptr);
+  EXPECT_EQ(description.GetParameter(zta::DescID(SEQUENCE_LAST))->GetFloat(zta::DESC_MAX), 9.0);
+  EXPECT_FALSE(description.IsHidden(zta::DescID(SEQUENCE_GRIDS)));
 
   // No number, or a name that begins with it: no series.
   for (const char* name : {"plain.vdb", "0042.vdb"}) {

@@ -162,7 +162,7 @@ bool OpenVDBLoaderData::DescribeParameters(zta::GeListNode* node, zta::Descripti
     }
   }
   flags |= zta::DESCFLAGS_DESC_LOADED;
-  return SceneLoaderData::DescribeParameters(node, description, flags);
+  return true;
 }
 
 bool OpenVDBLoaderData::SetParameterValue(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,

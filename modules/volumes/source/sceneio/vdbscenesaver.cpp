@@ -234,7 +234,7 @@ bool OpenVDBSaverData::DescribeParameters(zta::GeListNode* node, zta::Descriptio
   if (!node || !description) return false;
   if (!description->LoadDescription(static_cast<zta::BaseList2D*>(node)->GetType())) return false;
   flags |= zta::DESCFLAGS_DESC_LOADED;
-  return SceneSaverData::DescribeParameters(node, description, flags);
+  return true;
 }
 
 bool OpenVDBSaverData::SetParameterValue(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,
