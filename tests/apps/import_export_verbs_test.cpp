@@ -290,6 +290,23 @@ TEST(ImportExportVerbs, CtrlCKeepsTheFramesWrittenAndNoPartialFile) {
   EXPECT_EQ(ActiveCounts(written), ActiveCounts(sources));
 }
 
+TEST(ImportExportVerbs, GridNamesWithPathPartsStayInsideVol) {
+  zvtest::Files f;
+  fs::create_directories(f("in"));
+  ASSERT_EQ(PyOut("import pyopenvdb as vdb\ngs = []\nfor n in ['../evil', '/tmp/abs', 'a/../../b', '..']:\n"
+                  "    g = vdb.FloatGrid(0.0)\n    g.fill((0, 0, 0), (1, 1, 1), 1.0, True)\n    g.name = n\n    gs.append(g)\n"
+                  "vdb.write('" + f("in/odd.vdb") + "', grids=gs)\n"), "");
+  ASSERT_EQ(Zvol({"import", f("in/odd.vdb"), "-o", f("in/s.zscene")}).status, 0);
+  std::vector<std::string> written;
+  for (const auto& e : fs::recursive_directory_iterator(f(""))) written.push_back(e.path().lexically_relative(f("")).string());
+  std::sort(written.begin(), written.end());
+  EXPECT_EQ(written, (std::vector<std::string>{"in", "in/odd.vdb", "in/s.zscene", "in/vol", "in/vol/.._evil.vdb",
+                                               "in/vol/Volume.vdb", "in/vol/_tmp_abs.vdb", "in/vol/a_.._.._b.vdb"}));
+  // The grids come back under their own names.
+  ASSERT_EQ(Zvol({"export", f("in/s.zscene"), "-o", f("out.vdb")}).status, 0);
+  EXPECT_EQ(CompareFiles(f("in/odd.vdb"), f("out.vdb")), "same\n");
+}
+
 TEST(ImportExportVerbs, FilesThatAreNotVdbAreRefusedInOneLine) {
   zvtest::Files f;
   MakeMultiGridFile(f("multi.vdb"));

@@ -16,6 +16,7 @@
 #include "modules/volumes/source/objects/volumesavehookinterface.h"
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
+#include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -49,8 +50,11 @@ zta::Int32 CountChecked(const zta::CheckListData* list) {
 // finds no file beside the document: an imported grid must not be replaced
 // by a file of the same name that happens to lie there, and the file it was
 // imported from is never the one the scene writes to.
-std::string FreshFileName(const std::string& base, const zta::BaseDocument* doc) {
-  std::string name = base.empty() ? std::string("Volume") : base;
+// Grid names are free text: the name is first made a single safe file name.
+std::string FreshFileName(const std::string& gridName, const zta::BaseDocument* doc) {
+  std::string base = SafeVolumeFileName(gridName);
+  base.resize(base.size() - 4);  // ".vdb"
+  std::string name = base;
   for (int n = 1;; ++n) {
     Url probe(name + ".vdb");
     if (!VolumeObjectData::FindVolumeFile(probe, doc)) return name;
