@@ -62,7 +62,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       ->required();
   auto* grids = app.add_option("--grids", o->grids, "the grids to import, by name: a,b (default: every grid that can be loaded)");
   app.add_flag("--all", o->all, "every grid that can be loaded")->excludes(grids);
-  app.add_flag("--set", o->set, "put the grids into one Volume Set");
+  app.add_flag("--set", o->set, "one Volume Set of the file instead of objects, when two or more grids are chosen (the set holds every grid of the file)");
   auto* sequence = app.add_flag("--sequence", o->sequence, "import the numbered series the file belongs to as a Volume Sequence");
   app.add_option("--first", o->first, "first file of the series to play, counted from 0")->needs(sequence);
   app.add_option("--last", o->last, "last file of the series to play, counted from 0")->needs(sequence);
