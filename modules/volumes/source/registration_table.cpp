@@ -11,6 +11,7 @@
 #include "modules/volumes/source/objects/volumesequence.h"
 #include "modules/volumes/source/objects/volumeset.h"
 #include "modules/volumes/source/objects/volumetag.h"
+#include "modules/volumes/source/sceneio/vdbscenesaver.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
 
 namespace zelmar {
@@ -25,6 +26,7 @@ const std::vector<RegistrationRow>& GetRegistrationTable() {
       {"VolSeq-", false, &VolumeSequence::Register},
       {"VolGroup-", false, &VolumeSetData::Register},
       {"VolCache-", false, &VolumeCacheLayerData::Register},
+      {"SceneHandler-", false, &RegisterVDBSceneHandlers},
       {"VolumeRemesher-", false, &VolumeRemesherCommand::Register},
       {"VolumeObjectApi-", false, &RegisterVolumeObjectLibraries},
       {"VolumeBuilderApi-", false, &RegisterVolumeBuilderLibrary},

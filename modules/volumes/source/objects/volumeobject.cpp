@@ -399,11 +399,20 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
         // A relative file read with the scene is found only now that the
         // document knows its folder.
         zta::BaseDocument* loadedInto = info->doc ? info->doc : doc;
-        if (!volume_.HasGrid() && !inSet && fileMissing_) {
+        // A scene written by hand (the JSON form) may name the file without
+        // any data of the object: it is read here as a missing one would be.
+        if (!volume_.HasGrid() && !inSet && (fileMissing_ || !bc->GetString(VOLUMEOBJECT_FILE).empty())) {
           Url url(bc->GetString(VOLUMEOBJECT_FILE));
           if (FindVolumeFile(url, loadedInto) && LoadFile(op, url, false)) {
             fileUrl_ = url;
-            RefreshInfo(op);
+            fileMissing_ = false;
+          } else {
+            fileMissing_ = true;
+          }
+          RefreshInfo(op);
+          if (fileMissing_) {
+            bc->SetString(VOLUMEOBJECT_INFO_TYPE, Text(kFileNotFoundResource));
+            bc->SetString(VOLUMEOBJECT_INFO_SIZE, std::string());
           }
         }
         // Without a grid there is nothing to stand by: the saved matrix stays.

@@ -350,6 +350,24 @@ bool VolumeSequence::SetParameterValue(zta::GeListNode* node, const zta::DescID&
   return ObjectData::SetParameterValue(node, id, t_data, flags);
 }
 
+bool VolumeSequence::DescribeParameters(zta::GeListNode* node, zta::Description* description, zta::Int32& flags) {
+  if (!node || !description) return false;
+  if (!description->LoadDescription(static_cast<zta::BaseList2D*>(node)->GetType())) return false;
+  if (filesFound_) {
+    const double top = double(std::max<zta::Int32>(GetFrameCount() - 1, 0));
+    for (zta::Int32 id : {zta::Int32(SEQUENCE_FRAME), zta::Int32(SEQUENCE_FIRST), zta::Int32(SEQUENCE_LAST)}) {
+      const zta::BaseContainer* settings = description->GetParameter(zta::DescID(id));
+      if (!settings) continue;
+      zta::BaseContainer limited = *settings;
+      limited.SetFloat(zta::DESC_MAX, top);
+      description->SetParameter(zta::DescID(id), limited);
+    }
+  }
+  description->Hide(zta::DescID(SEQUENCE_GRIDS), gridNames_.empty());
+  flags |= zta::DESCFLAGS_DESC_LOADED;
+  return true;
+}
+
 bool VolumeSequence::IsParameterEnabled(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,
                                         zta::Int32 flags, const zta::BaseContainer* itemdesc) {
   const zta::BaseContainer* bc = static_cast<zta::BaseObject*>(node)->GetDataInstance();

@@ -64,6 +64,9 @@ class VolumeSequence : public zta::ObjectData {
   bool CopyNode(zta::NodeData* dest, const zta::GeListNode* snode, zta::GeListNode* dnode, zta::Int32 flags,
                 zta::AliasTrans* trans) const override;
   bool HandleMessage(zta::GeListNode* node, zta::Int32 type, void* data) override;
+  // The frame fields reach as far as the series found; the grid list shows
+  // only when the files have grids to choose from.
+  bool DescribeParameters(zta::GeListNode* node, zta::Description* description, zta::Int32& flags) override;
   bool SetParameterValue(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,
                          zta::Int32& flags) override;
   bool IsParameterEnabled(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data, zta::Int32 flags,

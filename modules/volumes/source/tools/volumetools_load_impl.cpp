@@ -79,6 +79,21 @@ class OpenVdbFile {
   std::vector<std::string> names_;
 };
 
+// OpenVDB's message about a damaged file may quote what it read there: a
+// name whose length came from garbage can run to gigabytes of blanks. The
+// message keeps one blank per run and its first few hundred characters.
+std::string Brief(const char* what) {
+  constexpr size_t kMost = 300;
+  std::string out;
+  for (const char* c = what; *c && out.size() < kMost; ++c) {
+    const bool blank = *c == ' ' || *c == '\t' || *c == '\n' || *c == '\r';
+    if (blank && !out.empty() && out.back() == ' ') continue;
+    out += blank ? ' ' : *c;
+  }
+  if (out.size() >= kMost) out += "...";
+  return out;
+}
+
 std::string LoadFailure(const Url& url, const std::string& why) {
   return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
 }
@@ -123,7 +138,7 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
   } catch (const std::bad_alloc&) {
     return zta::IoError(LoadFailure(url, std::strerror(errno)));
   } catch (const openvdb::Exception& e) {
-    return zta::IoError(LoadFailure(url, e.what()));
+    return zta::IoError(LoadFailure(url, Brief(e.what())));
   } catch (...) {
     return zta::IoError(zta::FormatString("File @ could not be loaded and an error occured", url.ToString()));
   }
@@ -143,7 +158,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
     }
     return names;
   } catch (const openvdb::Exception& e) {
-    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", Brief(e.what())));
   } catch (...) {
     return zta::IoError("Grids names could not be loaded");
   }
@@ -159,7 +174,7 @@ Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filen
   } catch (const std::bad_alloc&) {
     return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", std::strerror(ENOMEM)));
   } catch (const openvdb::Exception& e) {
-    return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", e.what()));
+    return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", Brief(e.what())));
   } catch (...) {
     return zta::IoError("Grids metadata could not be loaded");
   }
@@ -219,7 +234,7 @@ Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const 
     }
     return transforms;
   } catch (const openvdb::Exception& e) {
-    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", Brief(e.what())));
   } catch (...) {
     return zta::IoError("Grids names could not be loaded");
   }
@@ -272,7 +287,7 @@ Result<std::vector<Volume>> VolumeToolsInterface::LoadVDBFile(const Url& filenam
   try {
     file.emplace(filename);
   } catch (const openvdb::Exception& e) {
-    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", e.what()));
+    return zta::IoError(zta::FormatString("Grids names could not be loaded: @", Brief(e.what())));
   } catch (...) {
     return zta::IoError("Grids names could not be loaded");
   }
