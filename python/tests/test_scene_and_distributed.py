@@ -1,0 +1,134 @@
+"""Scenes from Python, and frames exported on a Dask cluster."""
+import json
+import os
+import signal
+import time
+
+import numpy as np
+import pytest
+
+import zelmar
+from zelmar import tools
+
+EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "scenes")
+
+
+def test_document_objects_parameters_and_evaluation(tmp_path):
+    doc = zelmar.Document.load(os.path.join(EXAMPLES, "cube-and-sphere.json"))
+    assert [o.path for o in doc.objects()] == ["shapes", "shapes/box", "shapes/ball", "floor"]
+    ball = doc.find("shapes/ball")
+    assert "PRIM_SPHERE_RAD" in ball.parameters
+    assert ball.get("PRIM_SPHERE_RAD") == pytest.approx(80.0)
+    ball.set("PRIM_SPHERE_RAD", 40.0)
+    assert ball.get("PRIM_SPHERE_RAD") == pytest.approx(40.0)
+    with pytest.raises(TypeError, match="PRIM_SPHERE_RAD"):
+        ball.set("PRIM_SPHERE_RAD", "big")
+    with pytest.raises(KeyError, match="NO_SUCH"):
+        ball.get("NO_SUCH")
+    with pytest.raises(KeyError):
+        doc.find("shapes/nothing")
+    assert ball.volume is None
+
+    shown = doc.evaluate(0)
+    points, polygons = shown["meshes"]["shapes/ball"]
+    # In the outside frame the ball sits at x = 150 with radius 40.
+    r = np.linalg.norm(points - [150, 0, 0], axis=1)
+    assert r.max() == pytest.approx(40.0, rel=0.02)
+    assert polygons.shape[1] in (3, 4)
+
+    saved = str(tmp_path / "s.zscene")
+    doc.save(saved)
+    again = zelmar.Document.load(saved)
+    assert again.find("shapes/ball").get("PRIM_SPHERE_RAD") == pytest.approx(40.0)
+    with pytest.raises((OSError, ValueError)):
+        zelmar.Document.load(str(tmp_path / "missing.zscene"))
+
+
+def make_sequence_scene(folder, frames=4):
+    """Spheres growing frame by frame as .vdb files, played by a Volume Sequence."""
+    for f in range(frames):
+        tools.sphere(0.5 + 0.1 * f, voxel_size=0.1).save(str(folder / f"ball.{f:04d}.vdb"))
+    scene = {
+        "format": "zelmar-scene", "version": 1, "document": {"fps": 25},
+        "objects": [{"type": "Ovolumesequence", "name": "seq",
+                     "parameters": {"SEQUENCE_FILE": str(folder / "ball.0000.vdb"),
+                                    "SEQUENCE_FIRST": 0, "SEQUENCE_LAST": frames - 1}}],
+    }
+    path = folder / "seq.json"
+    path.write_text(json.dumps(scene))
+    return str(path)
+
+
+def test_export_frames_on_a_local_cluster_equals_a_serial_export(tmp_path):
+    pytest.importorskip("distributed")
+    from zelmar import distributed as zd
+
+    scene = make_sequence_scene(tmp_path)
+    os.makedirs(tmp_path / "serial")
+    serial = zd.export_frames_serial(scene, range(4), output=str(tmp_path / "serial" / "out.vdb"))
+    assert serial.ok, serial.failed
+    os.makedirs(tmp_path / "dask")
+    report = zd.export_frames(scene, range(4), output=str(tmp_path / "dask" / "out.vdb"), n_workers=2)
+    assert report.ok, report.failed
+    assert sorted(report.written) == [0, 1, 2, 3]
+    for f in range(4):
+        a = zelmar.Volume.load(serial.written[f])
+        b = zelmar.Volume.load(report.written[f])
+        assert a.active_voxel_count == b.active_voxel_count
+        coords, values = a.active_voxels()
+        assert np.array_equal(b.get_values(coords), values)
+    # The frames differ: the sequence played by frame.
+    counts = [zelmar.Volume.load(report.written[f]).active_voxel_count for f in range(4)]
+    assert counts == sorted(counts) and counts[0] < counts[-1]
+    assert sorted(os.listdir(tmp_path / "dask")) == [f"out.{f:04d}.vdb" for f in range(4)]
+
+    with pytest.raises(ValueError, match="repeat"):
+        zd.export_frames(scene, [1, 1])
+    with pytest.raises(FileNotFoundError):
+        zd.export_frames(str(tmp_path / "none.json"), [0])
+
+
+def _slow_export(scene, frame, output):
+    # Frames take long enough that a worker dies in the middle of the run.
+    import time as _t
+    from zelmar import distributed as _zd
+    _t.sleep(0.5)
+    return _zd.export_frame(scene, frame, output)
+
+
+def test_a_worker_killed_mid_way_loses_no_frame(tmp_path):
+    distributed = pytest.importorskip("distributed")
+    from zelmar import distributed as zd
+
+    # The workers cannot import this test file; its functions travel by value.
+    import sys
+    import cloudpickle
+    cloudpickle.register_pickle_by_value(sys.modules[__name__])
+    scene = make_sequence_scene(tmp_path, frames=4)
+    out = str(tmp_path / "out.vdb")
+    with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
+                                  dashboard_address=None) as cluster, distributed.Client(cluster) as client:
+        futures = [client.submit(_slow_export, scene, f, out, pure=False, retries=2) for f in range(4)]
+        # Kill one worker while the frames run; the nanny starts a new one and
+        # the scheduler runs the lost tasks again.
+        time.sleep(0.3)
+        pids = client.run(os.getpid)
+        victim = sorted(pids.values())[0]
+        os.kill(victim, signal.SIGKILL)
+        paths = client.gather(futures)
+    assert sorted(os.path.basename(p) for p in paths) == [f"out.{f:04d}.vdb" for f in range(4)]
+    for p in paths:
+        assert zelmar.Volume.load(p).active_voxel_count > 0
+
+
+def test_failed_frames_are_reported_and_written_ones_stay(tmp_path):
+    pytest.importorskip("distributed")
+    from zelmar import distributed as zd
+
+    scene = make_sequence_scene(tmp_path, frames=2)
+    # Frame 1's file disappears: that frame fails, frame 0 is written.
+    os.remove(tmp_path / "ball.0001.vdb")
+    report = zd.export_frames(scene, [0, 1], output=str(tmp_path / "out.vdb"), retries=1, n_workers=1)
+    assert sorted(report.written) == [0] and sorted(report.failed) == [1]
+    assert os.path.exists(report.written[0])
+    assert not os.path.exists(zd.frame_path(str(tmp_path / "out.vdb"), 1))
