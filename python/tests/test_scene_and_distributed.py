@@ -50,7 +50,7 @@ def make_sequence_scene(folder, frames=4):
         tools.sphere(0.5 + 0.1 * f, voxel_size=0.1).save(str(folder / f"ball.{f:04d}.vdb"))
     scene = {
         "format": "zelmar-scene", "version": 1, "document": {"fps": 25},
-        "objects": [{"type": "Ovolumesequence", "name": "seq",
+        "objects": [{"type": 1039866, "name": "seq",
                      "parameters": {"SEQUENCE_FILE": str(folder / "ball.0000.vdb"),
                                     "SEQUENCE_FIRST": 0, "SEQUENCE_LAST": frames - 1}}],
     }
