@@ -209,6 +209,10 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
 
 }  // namespace zvpy
 
+namespace zvpy {
+void BindCommands(py::module_& m);
+}
+
 PYBIND11_MODULE(_native, m) {
   m.doc() = "Native part of the zelmar package; use the modules of zelmar instead.";
   m.def(
@@ -220,4 +224,5 @@ PYBIND11_MODULE(_native, m) {
   zvpy::BindAccessors(m);
   zvpy::BindTools(m);
   zvpy::BindScene(m);
+  zvpy::BindCommands(m);
 }

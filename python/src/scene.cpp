@@ -311,8 +311,14 @@ void BindScene(py::module_& m) {
               CollectPolygons(op.get(), meshes);
             }
             py::dict outVolumes, outMeshes;
-            for (const auto& [name, v] : volumes) outVolumes[py::str(name)] = std::make_shared<PyVolume>(ToOutsideFrame(v));
-            for (const auto& [name, p] : meshes) outMeshes[py::str(name)] = PolygonObjectToArrays(*p, true);
+            // Names may repeat; the later ones get "#2", "#3", ... in the order shown.
+            auto key = [](py::dict& d, const std::string& name) {
+              std::string k = name;
+              for (int n = 2; d.contains(py::str(k)); ++n) k = name + "#" + std::to_string(n);
+              return py::str(k);
+            };
+            for (const auto& [name, v] : volumes) outVolumes[key(outVolumes, name)] = std::make_shared<PyVolume>(ToOutsideFrame(v));
+            for (const auto& [name, p] : meshes) outMeshes[key(outMeshes, name)] = PolygonObjectToArrays(*p, true);
             py::dict out;
             out["volumes"] = outVolumes;
             out["meshes"] = outMeshes;

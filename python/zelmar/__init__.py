@@ -39,11 +39,11 @@ from ._native import (  # noqa: E402
     load_volumes,
     save_volumes,
 )
-from . import volume, tools  # noqa: E402,F401
+from . import commands, tools, volume  # noqa: E402,F401
 
 __all__ = [
     "Capsule", "Document", "FieldList", "FieldSampleData", "FilterSettings", "SceneObject", "Spline", "Volume",
-    "file_metadata", "grid_names", "load_volumes", "save_volumes", "volume", "tools",
+    "file_metadata", "grid_names", "load_volumes", "save_volumes", "volume", "tools", "commands",
 ]
 
 # The dense constructor is reachable from the class too, as OpenVDB's
