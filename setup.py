@@ -32,5 +32,7 @@ setup(
     package_dir={"": "python"},
     ext_modules=[Extension("zelmar._native", sources=[])],
     cmdclass={"build_ext": CMakeBuild},
+    # setuptools' own build folder stays out of the CMake build folders.
+    options={"build": {"build_base": os.path.join("build-pip", "setuptools")}},
     zip_safe=False,
 )

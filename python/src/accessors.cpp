@@ -5,6 +5,7 @@
 #include <tbb/parallel_for.h>
 
 #include <atomic>
+#include <cstring>
 
 #include "bridge.h"
 #include "zelmar/volumeiterators.h"
@@ -270,6 +271,43 @@ py::tuple ActiveVoxels(const PyVolume& self) {
   });
 }
 
+// The walk of an iterator over the active, inactive or all values, tiles as
+// one entry each: coordinates, values and depths (3 a voxel, 2 to 0 tiles of
+// the internal levels and the root).
+py::tuple WalkValues(const PyVolume& self, const std::string& which) {
+  const auto& volume = self.GetGrid();
+  zelmar::GRIDITERATORTYPE kind = zelmar::GRIDITERATORTYPE::ACTIVE;
+  if (which == "inactive") kind = zelmar::GRIDITERATORTYPE::INACTIVE;
+  else if (which == "all") kind = zelmar::GRIDITERATORTYPE::ALL;
+  else if (which != "active") throw py::value_error("which must be 'active', 'inactive' or 'all', got '" + which + "'");
+  return WithType(volume.GetGridType(), [&](auto tag) -> py::tuple {
+    using T = decltype(tag);
+    std::vector<zta::IntVector32> coords;
+    std::vector<T> values;
+    std::vector<int8_t> depths;
+    RunReleased([&](const zta::ThreadRef& thread) {
+      auto it = Take(zelmar::GridIteratorCreationImpl::Create<T>(kind));
+      Check(it->Init(volume));
+      size_t step = 0;
+      for (; it->IsValid(); it->MoveNext()) {
+        if ((++step & 0xFFFF) == 0 && thread->TestBreak()) return;
+        coords.push_back(it->GetCoords());
+        values.push_back(it->GetValue());
+        depths.push_back(int8_t(it->GetDepth()));
+      }
+    });
+    py::array_t<int32_t> outC({py::ssize_t(coords.size()), py::ssize_t(3)});
+    static_assert(sizeof(zta::IntVector32) == 3 * sizeof(int32_t));
+    std::memcpy(outC.mutable_data(), coords.data(), coords.size() * sizeof(zta::IntVector32));
+    py::array outV = MakeOut<T>(values.size());
+    auto* ov = static_cast<typename Out<T>::E*>(outV.mutable_data());
+    for (size_t i = 0; i < values.size(); ++i) Store<T>(ov, i, values[i]);
+    py::array_t<int8_t> outD(py::ssize_t(depths.size()));
+    std::memcpy(outD.mutable_data(), depths.data(), depths.size());
+    return py::make_tuple(outC, outV, outD);
+  });
+}
+
 // The index box of the active values (tiles whole), from a walk over them:
 // the box a Volume caches is taken when its grid is set, before any write.
 std::optional<std::pair<zta::IntVector32, zta::IntVector32>> ActiveBox(const zelmar::Volume& volume) {
@@ -347,6 +385,9 @@ void BindAccessors(py::module_& m) {
       .def("set_values", &SetValues, py::arg("coords"), py::arg("values"), py::arg("activate") = true,
            "Writes values at index coordinates; with activate, the voxels become active.")
       .def("set_active", &SetActive, py::arg("coords"), py::arg("states"))
+      .def("values", &WalkValues, py::arg("which") = "active",
+           "(coords (N, 3) int32, values, depths (N,) int8) of a walk over the 'active', 'inactive' or 'all' values;\n"
+           "a tile comes once, at its first voxel, with its depth (3 a voxel, 2 a leaf-sized tile, ...).")
       .def("active_voxels", &ActiveVoxels, "(coords (N, 3) int32, values) of the active voxels, tiles voxel by voxel.")
       .def("to_dense", &ToDense, py::arg("bbox") = py::none(),
            "Values of every voxel of an index box [[min], [max]] (inclusive; the active box by default).")

@@ -17,10 +17,7 @@ def test_commands_are_listed_with_their_settings():
 
 
 def test_sphere_command_in_the_outside_frame():
-    names = commands.info("createspherevolume")["settings"]
-    radius = next(n for n, s in names.items() if s["key"] == 1)
-    position = next(n for n, s in names.items() if s["key"] == 2)
-    [ball] = commands.run("createspherevolume", settings={radius: 1.0, position: (0.0, 0.0, 2.0)})
+    [ball] = commands.run("createspherevolume", settings={"radius": 1.0, "position": (0.0, 0.0, 2.0)})
     assert isinstance(ball, zelmar.Volume) and ball.grid_class == "level set"
     # The sphere stands at z = 2 as given, as zvol sphere --center 0,0,2 puts it.
     assert ball.sample(np.array([[0.0, 0.0, 2.0]]))[0] < 0
@@ -28,7 +25,7 @@ def test_sphere_command_in_the_outside_frame():
     with pytest.raises(ValueError, match="no setting 'size'"):
         commands.run("createspherevolume", settings={"size": 1.0})
     with pytest.raises(TypeError, match="takes a number"):
-        commands.run("createspherevolume", settings={radius: "big"})
+        commands.run("createspherevolume", settings={"radius": "big"})
 
 
 def test_commands_take_volumes_and_meshes(cube_mesh, sphere):

@@ -216,3 +216,20 @@ def test_long_calls_stop_on_ctrl_c_and_on_a_raising_progress_callback(sphere):
     timer.join()
     # Nothing is left half done: the volume answers as before.
     assert sphere.sample(np.array([[0.0, 0.0, 0.5]]))[0] < 0
+
+
+def test_walks_over_active_inactive_and_all_values(sphere):
+    fog = tools.sdf_to_fog(sphere)
+    coords, values, depths = fog.values("active")
+    assert coords.shape == (len(values), 3) and depths.dtype == np.int8
+    # Tiles come once each; spread out they cover exactly the active voxels.
+    span = np.array([4096, 128, 8, 1])[depths]
+    assert int((span.astype(np.int64) ** 3).sum()) == fog.active_voxel_count
+    voxels, _ = fog.active_voxels()
+    assert len(voxels) == fog.active_voxel_count
+    c_in, v_in, d_in = sphere.values("inactive")
+    c_all, v_all, d_all = sphere.values("all")
+    assert len(c_all) == len(c_in) + sphere.active_voxel_count
+    assert not sphere.get_active(c_in[d_in == 3]).any()
+    with pytest.raises(ValueError, match="which must be"):
+        sphere.values("on")
