@@ -119,7 +119,7 @@ void ForChunks(const zelmar::Volume& volume, zelmar::VOLUMESAMPLER sampler, size
 // The values at world positions, interpolated.
 py::array Sample(const PyVolume& self, const py::handle& positions, const std::string& samplerName,
                  const ProgressCallback& progress) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   const auto sampler = SamplerName(samplerName);
   auto pts = RequirePoints(positions, "positions");
   const size_t n = size_t(pts.shape(0));
@@ -138,7 +138,7 @@ py::array Sample(const PyVolume& self, const py::handle& positions, const std::s
 }
 
 py::array GetValues(const PyVolume& self, const py::handle& coords) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   const auto c = CoordsArg(coords);
   return WithType(volume.GetGridType(), [&](auto tag) -> py::array {
     using T = decltype(tag);
@@ -155,7 +155,7 @@ py::array GetValues(const PyVolume& self, const py::handle& coords) {
 }
 
 py::array GetActive(const PyVolume& self, const py::handle& coords) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   const auto c = CoordsArg(coords);
   py::array_t<bool> out(py::ssize_t(c.size()));
   bool* o = out.mutable_data();
@@ -226,7 +226,7 @@ void SetActive(PyVolume& self, const py::handle& coords, const py::handle& state
 // Index coordinates and values of the active voxels; active tiles are given
 // voxel by voxel.
 py::tuple ActiveVoxels(const PyVolume& self) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   return WithType(volume.GetGridType(), [&](auto tag) -> py::tuple {
     using T = decltype(tag);
     std::vector<zta::IntVector32> coords;
@@ -275,7 +275,7 @@ py::tuple ActiveVoxels(const PyVolume& self) {
 // one entry each: coordinates, values and depths (3 a voxel, 2 to 0 tiles of
 // the internal levels and the root).
 py::tuple WalkValues(const PyVolume& self, const std::string& which) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   zelmar::GRIDITERATORTYPE kind = zelmar::GRIDITERATORTYPE::ACTIVE;
   if (which == "inactive") kind = zelmar::GRIDITERATORTYPE::INACTIVE;
   else if (which == "all") kind = zelmar::GRIDITERATORTYPE::ALL;
@@ -337,7 +337,7 @@ std::optional<std::pair<zta::IntVector32, zta::IntVector32>> ActiveBox(const zel
 // The values of every voxel of an index box (inclusive), as an array
 // indexed [i, j, k] from the box's minimum.
 py::array ToDense(const PyVolume& self, const py::object& bbox) {
-  const auto& volume = self.GetGrid();
+  const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
   zta::IntVector32 lo, hi;
   if (bbox.is_none()) {
     const auto box = ActiveBox(volume);
@@ -434,7 +434,7 @@ void BindAccessors(py::module_& m) {
       .def(
           "world_to_index",
           [](const PyVolume& self, const py::handle& positions) {
-            const auto& volume = self.GetGrid();
+            const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
             auto pts = RequirePoints(positions, "positions");
             const zta::Matrix inv = volume.GetGridTransform().GetInverse();
             py::array_t<double> out({pts.shape(0), py::ssize_t(3)});

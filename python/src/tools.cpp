@@ -253,9 +253,33 @@ void BindTools(py::module_& m) {
       "A level set of a mesh: points (N, 3), polygons (M, 3) or (M, 4) (a fourth index -1 marks a triangle).");
 
   m.def(
+      "close_holes",
+      [](const py::handle& points, const py::handle& polygons) {
+        auto pts = RequirePoints(points, "points");
+        const auto polys = PolygonsArg(polygons, size_t(pts.shape(0)));
+        if (pts.shape(0) > INT32_MAX || polys.size() > size_t(INT32_MAX)) throw py::value_error("the mesh is too large");
+        EnsureModuleStarted();
+        auto poly = zta::PolygonObject::Alloc(int32_t(pts.shape(0)), int32_t(polys.size()));
+        if (!poly) throw std::bad_alloc();
+        std::memcpy(static_cast<void*>(poly->GetPointW()), pts.data(), size_t(pts.shape(0)) * sizeof(zta::Vector));
+        zta::CPolygon* q = poly->GetPolygonW();
+        for (size_t i = 0; i < polys.size(); ++i) {
+          const auto& p = polys[i];
+          q[i] = p.IsTriangle() ? zta::CPolygon(int32_t(p.a), int32_t(p.b), int32_t(p.c))
+                                : zta::CPolygon(int32_t(p.a), int32_t(p.b), int32_t(p.c), int32_t(p.d));
+        }
+        bool closed = false;
+        RunReleased([&](const zta::ThreadRef&) { closed = Take(zelmar::ClosePolygonObject(poly.get(), nullptr, false)); });
+        py::tuple mesh = PolygonObjectToArrays(*poly, false);
+        return py::make_tuple(mesh[0], mesh[1], closed);
+      },
+      py::arg("points"), py::arg("polygons"),
+      "(points, polygons, closed): the mesh with near points merged and its holes filled, as before meshing;\n"
+      "`closed` tells whether holes were found. The arrays given are not changed.");
+  m.def(
       "volume_to_mesh",
       [](const VolPtr& vol, double iso, double adaptivity) {
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "volume_to_mesh");
         if (!std::isfinite(iso)) throw py::value_error("iso must be finite");
         if (!(adaptivity >= 0 && adaptivity <= 1)) throw py::value_error("adaptivity must be between 0 and 1");
@@ -313,8 +337,8 @@ void BindTools(py::module_& m) {
       [](const VolPtr& a, const VolPtr& b, const std::string& op) {
         const auto type = Choice<zelmar::BOOLTYPE>(op, {{"union", zelmar::BOOLTYPE::UNION}, {"difference", zelmar::BOOLTYPE::DIFFERENCE},
                                                         {"intersection", zelmar::BOOLTYPE::INTERSECTION}}, "op");
-        const auto& va = a->GetGrid("a");
-        const auto& vb = b->GetGrid("b");
+        const zelmar::Volume va = a->GetGrid("a");
+        const zelmar::Volume vb = b->GetGrid("b");
         RequireClass(va, zelmar::GRIDCLASS::SDF, "boolean");
         RequireClass(vb, zelmar::GRIDCLASS::SDF, "boolean");
         RequireType(va, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "boolean");
@@ -330,8 +354,8 @@ void BindTools(py::module_& m) {
                                                        {"min", zelmar::MIXTYPE::MINIMUM}, {"add", zelmar::MIXTYPE::ADD},
                                                        {"subtract", zelmar::MIXTYPE::SUBTRACT}, {"multiply", zelmar::MIXTYPE::MULTIPLY},
                                                        {"divide", zelmar::MIXTYPE::DIVIDE}}, "op");
-        const auto& va = a->GetGrid("a");
-        const auto& vb = b->GetGrid("b");
+        const zelmar::Volume va = a->GetGrid("a");
+        const zelmar::Volume vb = b->GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::MixVolumes(va, vb, type, t);
         }));
@@ -342,8 +366,8 @@ void BindTools(py::module_& m) {
       [](const VolPtr& a, const VolPtr& b, const std::string& op) {
         const auto type = Choice<zelmar::MIXVECTORTYPE>(op, {{"normal", zelmar::MIXVECTORTYPE::NORMAL}, {"add", zelmar::MIXVECTORTYPE::ADD},
                                                              {"subtract", zelmar::MIXVECTORTYPE::SUBTRACT}, {"cross", zelmar::MIXVECTORTYPE::CROSS}}, "op");
-        const auto& va = a->GetGrid("a");
-        const auto& vb = b->GetGrid("b");
+        const zelmar::Volume va = a->GetGrid("a");
+        const zelmar::Volume vb = b->GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::MixVectorVolumes(va, vb, type, t);
         }));
@@ -353,8 +377,8 @@ void BindTools(py::module_& m) {
       "blend",
       [](const VolPtr& a, const VolPtr& b, double weight) {
         if (!std::isfinite(weight)) throw py::value_error("weight must be finite");
-        const auto& va = a->GetGrid("a");
-        const auto& vb = b->GetGrid("b");
+        const zelmar::Volume va = a->GetGrid("a");
+        const zelmar::Volume vb = b->GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::BlendVolumes(va, vb, weight, t);
         }));
@@ -368,7 +392,7 @@ void BindTools(py::module_& m) {
                             {"quadratic", zelmar::RESAMPLEINTERPOLATIONTYPE::QUADRATIC}}, "interpolation");
         const zta::Matrix m = ArrayToMatrix(transform, "transform");
         if (std::abs(m.Det()) < 1e-300) throw py::value_error("transform must not be singular");
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::ResampleVolume(v, m, type, t);
         }));
@@ -393,7 +417,7 @@ void BindTools(py::module_& m) {
         s.stencilWidth = width;
         s.offset = float(offset);
         s.strength = strength;
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireClass(v, zelmar::GRIDCLASS::SDF, "sdf_filter");
         zelmar::Volume maskVolume;
         if (!mask.is_none()) maskVolume = As<PyVolume&>(mask, "a Volume as mask").GetGrid("mask");
@@ -407,7 +431,7 @@ void BindTools(py::module_& m) {
   m.def(
       "filter",
       [](const VolPtr& vol, const FilterSettingsRecord& settings, const py::object& mask) {
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::VEC3S}, "filter");
         zelmar::Volume maskVolume;
         if (!mask.is_none()) maskVolume = As<PyVolume&>(mask, "a Volume as mask").GetGrid("mask");
@@ -420,7 +444,7 @@ void BindTools(py::module_& m) {
   m.def(
       "sdf_to_fog",
       [](const VolPtr& vol, double cutoff) {
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireClass(v, zelmar::GRIDCLASS::SDF, "sdf_to_fog");
         if (!std::isfinite(cutoff) || cutoff < 0) throw py::value_error("cutoff must be a number not below 0");
         // 0 takes the whole inner band, as zvol's --cutoff does.
@@ -432,7 +456,7 @@ void BindTools(py::module_& m) {
   m.def(
       "fog_to_sdf",
       [](const VolPtr& vol, double iso) {
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "fog_to_sdf");
         return Require(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::ConvertFogToSDF(v, iso, t);
@@ -444,7 +468,7 @@ void BindTools(py::module_& m) {
     m.def(
         name,
         [fn, ts, name](const VolPtr& vol) {
-          const auto& v = vol->GetGrid();
+          const zelmar::Volume v = vol->GetGrid();
           bool ok = false;
           std::string names;
           for (auto t : ts) {
@@ -468,7 +492,7 @@ void BindTools(py::module_& m) {
   m.def(
       "rotate_vectors",
       [](const VolPtr& vol, const py::object& axis, double angle) {
-        const auto& v = vol->GetGrid();
+        const zelmar::Volume v = vol->GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::VEC3S, zelmar::GRIDTYPE::VEC3D}, "rotate_vectors");
         const zta::Vector ax = RequireVector(axis, "axis");
         if (!std::isfinite(angle)) throw py::value_error("angle must be finite");

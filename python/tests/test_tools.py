@@ -165,3 +165,16 @@ def test_resample_and_primitives(sphere):
         tools.platonic(5, 1.0)
     with pytest.raises(ValueError, match="center"):
         tools.sphere(1.0, center=(0, 0))
+
+
+def test_close_holes(cube_mesh):
+    points, quads = cube_mesh
+    open_box = quads[1:]                      # the bottom face is missing
+    closed_points, closed_polys, closed = tools.close_holes(points, open_box)
+    assert closed
+    assert len(closed_polys) > len(open_box)
+    # Closed, the box encloses its unit volume again.
+    assert abs(signed_volume(closed_points, closed_polys)) == pytest.approx(1.0, rel=1e-6)
+    assert len(open_box) == 5 and points.shape == (8, 3)
+    _, _, again = tools.close_holes(points, quads)
+    assert not again

@@ -4,6 +4,7 @@ inputs unchanged and returns a new Volume (or arrays)."""
 from ._native import (  # noqa: F401
     blend,
     boolean,
+    close_holes,
     curl,
     empty,
     filter,
@@ -27,7 +28,7 @@ from ._native import (  # noqa: F401
 )
 
 __all__ = [
-    "blend", "boolean", "curl", "empty", "filter", "fog_to_sdf", "from_dense", "gradient", "mean_curvature",
+    "blend", "boolean", "close_holes", "curl", "empty", "filter", "fog_to_sdf", "from_dense", "gradient", "mean_curvature",
     "mesh_to_volume", "mix", "normalize", "platonic", "points_to_volume", "resample", "rotate_vectors", "sdf_filter",
     "sdf_to_fog", "sphere", "vector_mix", "vector_to_fog", "volume_to_mesh",
 ]
