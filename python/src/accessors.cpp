@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "bridge.h"
+#include "progress.h"
 #include "zelmar/volumeiterators.h"
 
 namespace zvpy {
@@ -103,13 +104,14 @@ template <typename T, typename F>
 void ForChunks(const zelmar::Volume& volume, zelmar::VOLUMESAMPLER sampler, size_t n, const zta::ThreadRef& thread,
                F&& chunk) {
   std::atomic<bool> failed{false};
-  std::string error;
+  std::atomic<size_t> done{0};
   tbb::parallel_for(tbb::blocked_range<size_t>(0, n, kChunk), [&](const tbb::blocked_range<size_t>& r) {
     if (failed.load() || (thread && thread->TestBreak())) return;
     auto acc = zelmar::GridAccessorCreationImpl::Create<T>();
     if (!acc) return void(failed.store(true));
     if (!acc.GetValue()->Init(volume, sampler)) return void(failed.store(true));
     chunk(r.begin(), r.end(), *acc.GetValue());
+    ReportProgress(thread, double(done.fetch_add(r.size()) + r.size()), double(n));
   });
   if (failed.load()) throw std::runtime_error("the grid could not be opened for reading");
 }

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "common.h"
+#include "progress.h"
 #include "host/scene/description.h"
 #include "modules/volumes/source/helper/progresshandler.h"
 #include "modules/volumes/source/main.h"
@@ -151,7 +152,8 @@ zta::Matrix ArrayToMatrix(const py::handle& obj, const char* what) {
 
 void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const ProgressCallback& progress) {
   EnsureModuleStarted();
-  auto thread = std::make_shared<zta::ZTAThread>();
+  auto progressThread = std::make_shared<ProgressThread>();
+  zta::ThreadRef thread = progressThread;
   std::exception_ptr failure;
   std::atomic<bool> done{false};
   bool interrupted = false;
@@ -181,12 +183,14 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
         thread->End();
         PyErr_Fetch(&errType, &errValue, &errTrace);
       }
-      if (handler && !interrupted) {
-        const int64_t p = handler->GetState().percent;
+      if (progress && !interrupted) {
+        // The binding's own loops report finer than the module's percent.
+        const double own = progressThread->fraction.load(std::memory_order_relaxed);
+        const int64_t p = own >= 0 ? int64_t(own * 1000) : handler ? handler->GetState().percent * 10 : 0;
         if (p != lastPercent) {
           lastPercent = p;
           try {
-            progress(double(p) / 100.0);
+            progress(double(p) / 1000.0);
           } catch (py::error_already_set& e) {
             e.restore();
             // A callback that raises stops the work and its error is raised.
@@ -198,6 +202,16 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
       }
     }
     worker.join();
+    if (progress && !interrupted && !failure && lastPercent != 1000) {
+      py::gil_scoped_acquire acquire;
+      try {
+        progress(1.0);
+      } catch (py::error_already_set& e) {
+        e.restore();
+        interrupted = true;
+        PyErr_Fetch(&errType, &errValue, &errTrace);
+      }
+    }
   }
   if (interrupted) {
     if (errType) PyErr_Restore(errType, errValue, errTrace);

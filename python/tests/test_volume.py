@@ -204,6 +204,11 @@ def test_long_calls_stop_on_ctrl_c_and_on_a_raising_progress_callback(sphere):
     def stop(fraction):
         raise ValueError(f"stopped at {fraction}")
 
+    seen = []
+    sphere.sample(pts[:200_000], progress=seen.append)
+    assert seen and seen[-1] == 1.0
+    assert all(0.0 <= f <= 1.0 for f in seen) and seen == sorted(seen)
+
     # The callback is asked as soon as the work runs; its error ends the call.
     with pytest.raises(ValueError, match="stopped at"):
         sphere.sample(pts, progress=stop)
