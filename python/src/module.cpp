@@ -16,7 +16,16 @@
 
 namespace zvpy {
 
+namespace {
+// An error met on a worker thread, which holds no GIL to make a Python
+// exception with; RunReleased raises it on the calling thread.
+struct WorkerError {
+  zta::Error error;
+};
+}  // namespace
+
 void Raise(const zta::Error& error) {
+  if (!PyGILState_Check()) throw WorkerError{error};
   const std::string& text = error.GetMessage().empty() ? std::string(zta::ErrorKindName(error.GetKind()))
                                                        : error.GetMessage();
   switch (error.GetKind()) {
@@ -218,7 +227,13 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
     else PyErr_SetNone(PyExc_KeyboardInterrupt);
     throw py::error_already_set();
   }
-  if (failure) std::rethrow_exception(failure);
+  if (failure) {
+    try {
+      std::rethrow_exception(failure);
+    } catch (const WorkerError& e) {
+      Raise(e.error);
+    }
+  }
 }
 
 }  // namespace zvpy
