@@ -106,16 +106,25 @@ def test_a_worker_killed_mid_way_loses_no_frame(tmp_path):
     cloudpickle.register_pickle_by_value(sys.modules[__name__])
     scene = make_sequence_scene(tmp_path, frames=4)
     out = str(tmp_path / "out.vdb")
+    import threading
     with distributed.LocalCluster(n_workers=2, threads_per_worker=1, processes=True,
                                   dashboard_address=None) as cluster, distributed.Client(cluster) as client:
-        futures = [client.submit(_slow_export, scene, f, out, pure=False, retries=2) for f in range(4)]
+        result = {}
+        run = threading.Thread(target=lambda: result.update(report=zd.export_frames(
+            scene, range(4), client=client, output=out, task=_slow_export)))
+        run.start()
         # Kill one worker while the frames run; the nanny starts a new one and
         # the scheduler runs the lost tasks again.
         time.sleep(0.3)
         pids = client.run(os.getpid)
         victim = sorted(pids.values())[0]
+        assert run.is_alive(), "the export ended before a worker could be killed"
         os.kill(victim, signal.SIGKILL)
-        paths = client.gather(futures)
+        run.join()
+        assert victim not in client.run(os.getpid).values()
+    report = result["report"]
+    assert report.ok, report.failed
+    paths = list(report.written.values())
     assert sorted(os.path.basename(p) for p in paths) == [f"out.{f:04d}.vdb" for f in range(4)]
     for p in paths:
         assert zelmar.Volume.load(p).active_voxel_count > 0

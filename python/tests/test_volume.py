@@ -163,6 +163,16 @@ def test_a_million_samples_in_one_call(sphere):
     assert (values[inside] < 0).all()
 
 
+def test_threads_sample_one_volume_at_once(sphere):
+    from concurrent.futures import ThreadPoolExecutor
+
+    pts = np.random.default_rng(5).uniform(-1.5, 1.5, size=(200_000, 3))
+    expected = sphere.sample(pts)
+    with ThreadPoolExecutor(4) as pool:
+        results = list(pool.map(lambda _: sphere.sample(pts), range(8)))
+    assert all(np.array_equal(r, expected) for r in results)
+
+
 def test_dense_round_trip(sphere):
     box = sphere.index_bbox
     dense = sphere.to_dense()

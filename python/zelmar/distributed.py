@@ -10,7 +10,7 @@ from __future__ import annotations
 
 import os
 from dataclasses import dataclass, field
-from typing import Dict, Iterable, List, Optional
+from typing import Callable, Dict, Iterable, List, Optional
 
 __all__ = ["ExportReport", "export_frames", "export_frame", "frame_path"]
 
@@ -69,7 +69,7 @@ def _frames(frames: Iterable[int]) -> List[int]:
 
 
 def export_frames(scene, frames: Iterable[int], client=None, output: Optional[str] = None,
-                  retries: int = 2, n_workers: int = 2) -> ExportReport:
+                  retries: int = 2, n_workers: int = 2, task: Callable[[str, int, str], str] = export_frame) -> ExportReport:
     """Evaluates and writes `frames` of `scene` in parallel, one Dask task per frame.
 
     `scene` is a scene file (.zscene or .json) or a saved Document; `output`
@@ -77,7 +77,8 @@ def export_frames(scene, frames: Iterable[int], client=None, output: Optional[st
     scene, named after it). Without `client`, a LocalCluster of `n_workers`
     single-threaded worker processes runs the export and is closed after it.
     A frame that fails `retries` + 1 times is reported in the result, and the
-    frames written stay.
+    frames written stay. `task(scene, frame, output)` is what a worker runs
+    for one frame and returns the path written; export_frame by default.
     """
     scene_path = _scene_path(scene)
     frame_list = _frames(frames)
@@ -103,7 +104,7 @@ def export_frames(scene, frames: Iterable[int], client=None, output: Optional[st
     try:
         futures = {}
         for f in frame_list:
-            fut = client.submit(export_frame, scene_path, f, output, key=f"zelmar-frame-{f}-{os.getpid()}-{id(report)}",
+            fut = client.submit(task, scene_path, f, output, key=f"zelmar-frame-{f}-{os.getpid()}-{id(report)}",
                                 retries=retries, pure=False)
             futures[fut] = f
         for fut in as_completed(list(futures)):
