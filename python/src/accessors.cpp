@@ -229,6 +229,10 @@ void SetActive(PyVolume& self, const py::handle& coords, const py::handle& state
 // voxel by voxel.
 py::tuple ActiveVoxels(const PyVolume& self) {
   const zelmar::Volume volume = self.GetGrid();  // a reference of its own: release() may run meanwhile
+  // Tiles spread out voxel by voxel can outgrow any memory; values() gives them whole.
+  if (volume.GetActiveVoxelCount() > (int64_t(1) << 31))
+    throw py::value_error("the volume has " + std::to_string(volume.GetActiveVoxelCount()) +
+                          " active voxels, too many to list one by one; values() lists its tiles whole");
   return WithType(volume.GetGridType(), [&](auto tag) -> py::tuple {
     using T = decltype(tag);
     std::vector<zta::IntVector32> coords;

@@ -66,6 +66,10 @@ def test_files_round_trip_and_failures_leave_files_alone(sphere, tmp_path):
         zelmar.Volume.load(path, grid=4)
     with pytest.raises(FileNotFoundError):
         zelmar.Volume.load(str(tmp_path / "missing.vdb"))
+    (tmp_path / "junk.vdb").write_bytes(b"\x00" * 64)
+    with pytest.raises((OSError, ValueError)):
+        zelmar.Volume.load(str(tmp_path / "junk.vdb"))
+    os.remove(tmp_path / "junk.vdb")
     before = open(path, "rb").read()
     with pytest.raises(ValueError, match="is a folder"):
         sphere.save(str(tmp_path))
