@@ -130,8 +130,20 @@ py::array Sample(const PyVolume& self, const py::handle& positions, const std::s
     using T = decltype(tag);
     py::array out = MakeOut<T>(n);
     auto* o = static_cast<typename Out<T>::E*>(out.mutable_data());
+    // Nearest samples go by index: the grid's inverse matrix and OpenVDB's
+    // rounding of worldToIndexCellCentered, without a sampler per value.
+    const zta::Matrix toIndex = volume.GetGridTransform().GetInverse();
     RunReleased([&](const zta::ThreadRef& thread) {
       ForChunks<T>(volume, sampler, n, thread, [&](size_t b, size_t e, zelmar::GridAccessorInterface<T>& acc) {
+        if (sampler == zelmar::VOLUMESAMPLER::NEAREST) {
+          for (size_t i = b; i < e; ++i) {
+            const zta::Vector q = toIndex.TransformPoint({p[3 * i], p[3 * i + 1], p[3 * i + 2]});
+            // Far positions are held to the index range rather than overflow it.
+            auto round = [](double x) { return int32_t(std::clamp(std::floor(x + 0.5), -2147483648.0, 2147483647.0)); };
+            Store<T>(o, i, acc.GetValueIntVector32({round(q.x), round(q.y), round(q.z)}));
+          }
+          return;
+        }
         for (size_t i = b; i < e; ++i) Store<T>(o, i, acc.GetValueVector({p[3 * i], p[3 * i + 1], p[3 * i + 2]}));
       });
     }, progress);

@@ -123,6 +123,9 @@ def test_active_voxels_and_batched_access(sphere):
     # World positions on the voxel centres give the voxel values.
     world = coords.astype(np.float64) * 0.1
     assert np.allclose(sphere.sample(world, "nearest"), values)
+    far = np.array([[1e30, 0.0, 0.0], [0.0, -1e300, 0.0]])
+    for sampler in ("nearest", "linear"):
+        assert np.allclose(sphere.sample(far, sampler), sphere.background)
     assert np.allclose(sphere.sample(world, "linear"), values, atol=1e-6)
     assert np.allclose(sphere.world_to_index(world), coords)
 
