@@ -18,12 +18,35 @@
 
 #include <atomic>
 #include <filesystem>
+#include <mutex>
+#include <optional>
 
 #include "zelmar/fileframe.h"
 
 namespace zvpy {
 
 namespace {
+
+// Scene work is not safe from several threads at once (documents, their
+// caches and the host's registries are shared), so it goes one call at a
+// time. A thread that holds the GIL lets it go while it waits, since the
+// call it waits for needs the GIL now and then.
+std::mutex g_sceneMutex;
+
+class SceneLock {
+ public:
+  SceneLock() : lock_(g_sceneMutex, std::defer_lock) {
+    if (PyGILState_Check()) {
+      py::gil_scoped_release release;
+      lock_.lock();
+    } else {
+      lock_.lock();
+    }
+  }
+
+ private:
+  std::unique_lock<std::mutex> lock_;
+};
 
 struct PyDocument {
   std::shared_ptr<zta::BaseDocument> doc;
@@ -227,6 +250,7 @@ void BindScene(py::module_& m) {
       .def(
           "get",
           [](const PySceneObject& o, const std::string& name) {
+            SceneLock lock;
             zta::GeData value;
             if (!zta::GetParameter(o.op, ParameterId(o.op, name), value)) throw py::key_error("parameter '" + name + "' could not be read");
             return GeDataToPython(value);
@@ -235,6 +259,7 @@ void BindScene(py::module_& m) {
       .def(
           "set",
           [](const PySceneObject& o, const std::string& name, const py::object& v) {
+            SceneLock lock;
             const zta::DescID id = ParameterId(o.op, name);
             zta::GeData current;
             if (!zta::GetParameter(o.op, id, current)) throw py::key_error("parameter '" + name + "' could not be read");
@@ -243,6 +268,7 @@ void BindScene(py::module_& m) {
           },
           py::arg("name"), py::arg("value"), "Sets a parameter by its description name; the value keeps the parameter's type.")
       .def_property_readonly("volume", [](const PySceneObject& o) -> py::object {
+        SceneLock lock;
         const zelmar::Volume v = zelmar::GetObjectVolume(o.op);
         if (!v.IsInitialized() || !v.HasGrid()) return py::none();
         return py::cast(std::make_shared<PyVolume>(ToOutsideFrame(v)));
@@ -259,6 +285,7 @@ void BindScene(py::module_& m) {
           [](const std::string& path) {
             EnsureModuleStarted();
             std::unique_ptr<zta::BaseDocument> doc;
+            SceneLock lock;
             {
               py::gil_scoped_release release;
               auto r = zta::IsJsonScenePath(path) ? zta::LoadDocumentJson(path) : zta::LoadDocument(path);
@@ -274,6 +301,7 @@ void BindScene(py::module_& m) {
       .def(
           "save",
           [](PyDocument& d, const std::string& path) {
+            SceneLock lock;
             py::gil_scoped_release release;
             auto r = zta::IsJsonScenePath(path) ? zta::SaveDocumentJson(d.doc.get(), path) : zta::SaveDocument(d.doc.get(), path);
             if (!r) {
@@ -303,7 +331,11 @@ void BindScene(py::module_& m) {
           "evaluate",
           [](PyDocument& d, int64_t frame) {
             std::vector<std::unique_ptr<zta::BaseObject>> shown;
-            RunReleased([&](const zta::ThreadRef& t) { shown = EvaluateAt(*d.doc, frame, t); });
+            // The objects shown are copies, free of the document once made.
+            RunReleased([&](const zta::ThreadRef& t) {
+              SceneLock lock;
+              shown = EvaluateAt(*d.doc, frame, t);
+            });
             std::vector<std::pair<std::string, zelmar::Volume>> volumes;
             std::vector<std::pair<std::string, const zta::PolygonObject*>> meshes;
             for (const auto& op : shown) {
@@ -337,6 +369,7 @@ void BindScene(py::module_& m) {
             if (!fs::is_directory(folder, ec)) throw py::value_error("the folder of " + path + " does not exist");
             const fs::path temp = folder / ("." + target.filename().string() + ".zelmar-" + TempName() + ".vdb");
             RunReleased([&](const zta::ThreadRef& t) {
+              SceneLock lock;
               auto shown = EvaluateAt(*d.doc, frame, t);
               std::vector<std::pair<std::string, zelmar::Volume>> named;
               for (const auto& op : shown) CollectVolumes(op.get(), named);

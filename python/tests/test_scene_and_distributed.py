@@ -44,6 +44,22 @@ def test_document_objects_parameters_and_evaluation(tmp_path):
         zelmar.Document.load(str(tmp_path / "missing.zscene"))
 
 
+def test_threads_evaluate_scenes_at_once():
+    from concurrent.futures import ThreadPoolExecutor
+
+    path = os.path.join(EXAMPLES, "cube-and-sphere.json")
+    docs = [zelmar.Document.load(path) for _ in range(2)]
+
+    def work(i):
+        doc = docs[i % 2]
+        shown = doc.evaluate(i % 3)
+        return doc.find("shapes/ball").get("PRIM_SPHERE_RAD"), len(shown["meshes"]["shapes/ball"][0])
+
+    with ThreadPoolExecutor(4) as pool:
+        results = list(pool.map(work, range(12)))
+    assert len(set(results)) == 1
+
+
 def make_sequence_scene(folder, frames=4):
     """Spheres growing frame by frame as .vdb files, played by a Volume Sequence."""
     for f in range(frames):
