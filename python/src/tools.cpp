@@ -98,8 +98,8 @@ py::tuple PolygonObjectToArrays(const zta::PolygonObject& poly, bool mirror) {
   }
   const int32_t nq = poly.GetPolygonCount();
   const zta::CPolygon* polys = poly.GetPolygonR();
-  bool anyQuad = false, anyTri = false;
-  for (int32_t i = 0; i < nq; ++i) (polys[i].IsTriangle() ? anyTri : anyQuad) = true;
+  bool anyQuad = false;
+  for (int32_t i = 0; i < nq && !anyQuad; ++i) anyQuad = !polys[i].IsTriangle();
   const py::ssize_t w = anyQuad ? 4 : 3;
   py::array_t<int64_t> out({py::ssize_t(nq), w});
   int64_t* o = out.mutable_data();
@@ -124,7 +124,6 @@ py::tuple PolygonObjectToArrays(const zta::PolygonObject& poly, bool mirror) {
       o[w * i + 3] = c.a;
     }
   }
-  (void)anyTri;
   return py::make_tuple(points, out);
 }
 

@@ -1,10 +1,6 @@
-import os
-import sys
-
 import numpy as np
 import pytest
 
-import zelmar
 from zelmar import tools
 
 
@@ -22,3 +18,15 @@ def cube_mesh():
     quads = np.array([[0, 3, 2, 1], [4, 5, 6, 7], [0, 1, 5, 4],
                       [2, 3, 7, 6], [1, 2, 6, 5], [0, 4, 7, 3]], dtype=np.int64)
     return points, quads
+
+
+def signed_volume(points, polygons):
+    """Volume enclosed by a mesh; positive when its normals point outward by the right-hand rule."""
+    tris = []
+    for p in polygons:
+        idx = [int(i) for i in p if i >= 0]
+        for k in range(1, len(idx) - 1):
+            tris.append((idx[0], idx[k], idx[k + 1]))
+    t = np.array(tris)
+    a, b, c = points[t[:, 0]], points[t[:, 1]], points[t[:, 2]]
+    return np.einsum("ij,ij->i", a, np.cross(b, c)).sum() / 6.0

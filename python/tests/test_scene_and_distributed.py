@@ -10,6 +10,8 @@ import pytest
 import zelmar
 from zelmar import tools
 
+from conftest import signed_volume
+
 EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples", "scenes")
 
 
@@ -35,6 +37,9 @@ def test_document_objects_parameters_and_evaluation(tmp_path):
     r = np.linalg.norm(points - [150, 0, 0], axis=1)
     assert r.max() == pytest.approx(40.0, rel=0.02)
     assert polygons.shape[1] in (3, 4)
+    # Mirrored out of the scene, the box still winds outward by the right-hand rule.
+    box_points, box_polygons = shown["meshes"]["shapes/box"]
+    assert signed_volume(box_points, box_polygons) == pytest.approx(200 * 100 * 100)
 
     saved = str(tmp_path / "s.zscene")
     doc.save(saved)

@@ -5,17 +5,7 @@ import pytest
 import zelmar
 from zelmar import tools
 
-
-def signed_volume(points, polygons):
-    """Volume enclosed by a mesh; positive when its normals point outward by the right-hand rule."""
-    tris = []
-    for p in polygons:
-        idx = [int(i) for i in p if i >= 0]
-        for k in range(1, len(idx) - 1):
-            tris.append((idx[0], idx[k], idx[k + 1]))
-    t = np.array(tris)
-    a, b, c = points[t[:, 0]], points[t[:, 1]], points[t[:, 2]]
-    return np.einsum("ij,ij->i", a, np.cross(b, c)).sum() / 6.0
+from conftest import signed_volume
 
 
 def test_sphere_mesh_round_trip_within_half_a_voxel(sphere):
