@@ -112,6 +112,19 @@ py::object GeDataToPython(const zta::GeData& d) {
     case zta::DATATYPE::MATRIX: return MatrixToArray(d.GetMatrix());
     case zta::DATATYPE::STRING: return py::str(d.GetString());
     case zta::DATATYPE::TIME: return py::float_(d.GetTime().Get());
+    case zta::DATATYPE::CUSTOM:
+      // Curves and field lists come as copies that the tools' records take.
+      if (const auto* spline = dynamic_cast<const zta::SplineData*>(d.GetCustomData())) {
+        PySpline out;
+        out.spline = std::make_shared<zta::SplineData>(*spline);
+        return py::cast(std::move(out));
+      }
+      if (const auto* fields = dynamic_cast<const zta::FieldList*>(d.GetCustomData())) {
+        PyFieldList out;
+        out.fields = std::make_shared<zta::FieldList>(*fields);
+        return py::cast(std::move(out));
+      }
+      return py::none();
     default: return py::none();
   }
 }
@@ -140,6 +153,14 @@ zta::GeData PythonToGeData(const zta::GeData& current, const py::handle& v, cons
       case zta::DATATYPE::STRING:
         if (!py::isinstance<py::str>(v)) break;
         return zta::GeData(v.cast<std::string>());
+      case zta::DATATYPE::CUSTOM:
+        if (dynamic_cast<const zta::SplineData*>(current.GetCustomData()) && py::isinstance<PySpline>(v))
+          return zta::GeData(std::shared_ptr<const zta::CustomDataType>(
+              std::make_shared<zta::SplineData>(*v.cast<PySpline&>().spline)));
+        if (dynamic_cast<const zta::FieldList*>(current.GetCustomData()) && py::isinstance<PyFieldList>(v))
+          return zta::GeData(std::shared_ptr<const zta::CustomDataType>(
+              std::make_shared<zta::FieldList>(*v.cast<PyFieldList&>().fields)));
+        break;
       default:
         throw py::type_error("parameter '" + name + "' cannot be set from Python");
     }

@@ -175,3 +175,23 @@ def test_failed_frames_are_reported_and_written_ones_stay(tmp_path):
     assert sorted(report.written) == [0] and sorted(report.failed) == [1]
     assert os.path.exists(report.written[0])
     assert not os.path.exists(zd.frame_path(str(tmp_path / "out.vdb"), 1))
+
+
+def test_field_lists_cross_from_scenes_into_the_records():
+    from zelmar.volume import _zelmar_volume as zv
+
+    doc = zelmar.Document.load(os.path.join(EXAMPLES, "spline-and-fields.json"))
+    falloff = doc.find("falloff")
+    fields = falloff.get("FIELDOBJECT_FIELDS")
+    assert isinstance(fields, zelmar.FieldList) and fields.layer_count == 2
+    data = zelmar.FieldSampleData()
+    zv.FieldSampleData_SetFieldList(data, fields)
+    zv.FieldSampleData_SetFieldOwner(data, falloff)
+    zv.FieldSampleData_SetDoc(data, doc)
+    assert zv.FieldSampleData_GetFieldList(data).layer_count == 2
+    assert zv.FieldSampleData_GetFieldOwner(data) is falloff
+    # A list set back into the scene replaces the one there.
+    falloff.set("FIELDOBJECT_FIELDS", zelmar.FieldList())
+    assert falloff.get("FIELDOBJECT_FIELDS").layer_count == 0
+    with pytest.raises(TypeError, match="FIELDOBJECT_FIELDS"):
+        falloff.set("FIELDOBJECT_FIELDS", zelmar.Spline())
