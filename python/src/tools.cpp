@@ -14,6 +14,12 @@ namespace {
 using VolPtr = std::shared_ptr<PyVolume>;
 VolPtr Wrap(zelmar::Volume v) { return std::make_shared<PyVolume>(std::move(v)); }
 
+// pybind11 lets None through for a shared_ptr argument.
+const PyVolume& Vol(const VolPtr& p, const char* what) {
+  if (!p) throw py::type_error(std::string(what) + " must be a Volume, got None");
+  return *p;
+}
+
 // A result without grid is how several tools say the input was of the wrong
 // kind; Python gets the reason.
 VolPtr Require(zelmar::Volume v, const std::string& what) {
@@ -278,7 +284,7 @@ void BindTools(py::module_& m) {
   m.def(
       "volume_to_mesh",
       [](const VolPtr& vol, double iso, double adaptivity) {
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "volume_to_mesh");
         if (!std::isfinite(iso)) throw py::value_error("iso must be finite");
         if (!(adaptivity >= 0 && adaptivity <= 1)) throw py::value_error("adaptivity must be between 0 and 1");
@@ -336,8 +342,8 @@ void BindTools(py::module_& m) {
       [](const VolPtr& a, const VolPtr& b, const std::string& op) {
         const auto type = Choice<zelmar::BOOLTYPE>(op, {{"union", zelmar::BOOLTYPE::UNION}, {"difference", zelmar::BOOLTYPE::DIFFERENCE},
                                                         {"intersection", zelmar::BOOLTYPE::INTERSECTION}}, "op");
-        const zelmar::Volume va = a->GetGrid("a");
-        const zelmar::Volume vb = b->GetGrid("b");
+        const zelmar::Volume va = Vol(a, "a").GetGrid("a");
+        const zelmar::Volume vb = Vol(b, "b").GetGrid("b");
         RequireClass(va, zelmar::GRIDCLASS::SDF, "boolean");
         RequireClass(vb, zelmar::GRIDCLASS::SDF, "boolean");
         RequireType(va, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "boolean");
@@ -353,8 +359,8 @@ void BindTools(py::module_& m) {
                                                        {"min", zelmar::MIXTYPE::MINIMUM}, {"add", zelmar::MIXTYPE::ADD},
                                                        {"subtract", zelmar::MIXTYPE::SUBTRACT}, {"multiply", zelmar::MIXTYPE::MULTIPLY},
                                                        {"divide", zelmar::MIXTYPE::DIVIDE}}, "op");
-        const zelmar::Volume va = a->GetGrid("a");
-        const zelmar::Volume vb = b->GetGrid("b");
+        const zelmar::Volume va = Vol(a, "a").GetGrid("a");
+        const zelmar::Volume vb = Vol(b, "b").GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::MixVolumes(va, vb, type, t);
         }));
@@ -365,8 +371,8 @@ void BindTools(py::module_& m) {
       [](const VolPtr& a, const VolPtr& b, const std::string& op) {
         const auto type = Choice<zelmar::MIXVECTORTYPE>(op, {{"normal", zelmar::MIXVECTORTYPE::NORMAL}, {"add", zelmar::MIXVECTORTYPE::ADD},
                                                              {"subtract", zelmar::MIXVECTORTYPE::SUBTRACT}, {"cross", zelmar::MIXVECTORTYPE::CROSS}}, "op");
-        const zelmar::Volume va = a->GetGrid("a");
-        const zelmar::Volume vb = b->GetGrid("b");
+        const zelmar::Volume va = Vol(a, "a").GetGrid("a");
+        const zelmar::Volume vb = Vol(b, "b").GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::MixVectorVolumes(va, vb, type, t);
         }));
@@ -376,8 +382,8 @@ void BindTools(py::module_& m) {
       "blend",
       [](const VolPtr& a, const VolPtr& b, double weight) {
         if (!std::isfinite(weight)) throw py::value_error("weight must be finite");
-        const zelmar::Volume va = a->GetGrid("a");
-        const zelmar::Volume vb = b->GetGrid("b");
+        const zelmar::Volume va = Vol(a, "a").GetGrid("a");
+        const zelmar::Volume vb = Vol(b, "b").GetGrid("b");
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::BlendVolumes(va, vb, weight, t);
         }));
@@ -391,7 +397,7 @@ void BindTools(py::module_& m) {
                             {"quadratic", zelmar::RESAMPLEINTERPOLATIONTYPE::QUADRATIC}}, "interpolation");
         const zta::Matrix m = ArrayToMatrix(transform, "transform");
         if (std::abs(m.Det()) < 1e-300) throw py::value_error("transform must not be singular");
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         return Wrap(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::ResampleVolume(v, m, type, t);
         }));
@@ -416,7 +422,7 @@ void BindTools(py::module_& m) {
         s.stencilWidth = width;
         s.offset = float(offset);
         s.strength = strength;
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireClass(v, zelmar::GRIDCLASS::SDF, "sdf_filter");
         zelmar::Volume maskVolume;
         if (!mask.is_none()) maskVolume = As<PyVolume&>(mask, "a Volume as mask").GetGrid("mask");
@@ -430,7 +436,7 @@ void BindTools(py::module_& m) {
   m.def(
       "filter",
       [](const VolPtr& vol, const FilterSettingsRecord& settings, const py::object& mask) {
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::VEC3S}, "filter");
         zelmar::Volume maskVolume;
         if (!mask.is_none()) maskVolume = As<PyVolume&>(mask, "a Volume as mask").GetGrid("mask");
@@ -443,7 +449,7 @@ void BindTools(py::module_& m) {
   m.def(
       "sdf_to_fog",
       [](const VolPtr& vol, double cutoff) {
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireClass(v, zelmar::GRIDCLASS::SDF, "sdf_to_fog");
         if (!std::isfinite(cutoff) || cutoff < 0) throw py::value_error("cutoff must be a number not below 0");
         // 0 takes the whole inner band, as zvol's --cutoff does.
@@ -455,7 +461,7 @@ void BindTools(py::module_& m) {
   m.def(
       "fog_to_sdf",
       [](const VolPtr& vol, double iso) {
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "fog_to_sdf");
         return Require(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::ConvertFogToSDF(v, iso, t);
@@ -467,7 +473,7 @@ void BindTools(py::module_& m) {
     m.def(
         name,
         [fn, ts, name](const VolPtr& vol) {
-          const zelmar::Volume v = vol->GetGrid();
+          const zelmar::Volume v = Vol(vol, "volume").GetGrid();
           bool ok = false;
           std::string names;
           for (auto t : ts) {
@@ -491,7 +497,7 @@ void BindTools(py::module_& m) {
   m.def(
       "rotate_vectors",
       [](const VolPtr& vol, const py::object& axis, double angle) {
-        const zelmar::Volume v = vol->GetGrid();
+        const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::VEC3S, zelmar::GRIDTYPE::VEC3D}, "rotate_vectors");
         const zta::Vector ax = RequireVector(axis, "axis");
         if (!std::isfinite(angle)) throw py::value_error("angle must be finite");

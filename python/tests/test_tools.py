@@ -168,3 +168,23 @@ def test_close_holes(cube_mesh):
     assert len(open_box) == 5 and points.shape == (8, 3)
     _, _, again = tools.close_holes(points, quads)
     assert not again
+
+
+def test_no_tool_crashes_on_bad_volumes_or_arrays(sphere):
+    released = sphere.copy()
+    released.release()
+    bad = [None, released, tools.empty(), 3, "x", np.zeros((0, 3)), np.full((2, 3), np.nan)]
+    names = [n for n in tools.__all__ if n not in ("empty", "sphere", "platonic")]
+    for name in names:
+        fn = getattr(tools, name)
+        for first in bad:
+            for args in [(first,), (first, sphere), (sphere, first)]:
+                try:
+                    fn(*args)
+                except (ValueError, TypeError):
+                    pass
+    # A None where a volume belongs is a TypeError that says so.
+    with pytest.raises(TypeError, match="must be a Volume, got None"):
+        tools.boolean(sphere, None)
+    with pytest.raises(TypeError, match="must be a Volume, got None"):
+        tools.volume_to_mesh(None)
