@@ -40,12 +40,6 @@ void RequireSceneFile(const std::string& path, const char* option) {
                                          zta::kSceneJsonSuffix + " scene file");
 }
 
-std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::string& path) {
-  Step step(ctx, "read " + std::filesystem::path(path).filename().string());
-  if (zta::IsJsonScenePath(path)) return Take(zta::LoadDocumentJson(path, ctx.thread));
-  return Take(zta::LoadDocument(path, ctx.thread));
-}
-
 void SaveScene(const Context& ctx, zta::BaseDocument* doc, const std::string& path) {
   Step step(ctx, "write " + std::filesystem::path(path).filename().string());
   if (zta::IsJsonScenePath(path)) Check(zta::SaveDocumentJson(doc, path, ctx.thread));

@@ -6,6 +6,7 @@
 
 #include "host/scene/basedocument.h"
 #include "host/scene/unitscale.h"
+#include "sceneeval.h"
 #include "zvol.h"
 
 namespace zvol {
@@ -14,7 +15,6 @@ namespace zvol {
 zta::UnitScaleData ParseUnit(const std::string& text, const char* option);
 // The scene file forms zvol reads and writes, by extension; anything else is a usage error.
 void RequireSceneFile(const std::string& path, const char* option);
-std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::string& path);
 void SaveScene(const Context& ctx, zta::BaseDocument* doc, const std::string& path);
 
 }  // namespace zvol

@@ -26,6 +26,7 @@
 #include "meshio.h"
 #include "zelmar/volumecommands.h"
 #include "sceneeval.h"
+#include "sceneio.h"
 #include "zvol.h"
 
 namespace {
@@ -372,9 +373,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       zvol::CheckOutputPath(o->output);
       auto doc = Load(ctx, o->input);
       Remesh(ctx, *doc, *r);
-      zvol::Step step(ctx, "write " + std::filesystem::path(o->output).filename().string());
-      if (zta::IsJsonScenePath(o->output)) zvol::Check(zta::SaveDocumentJson(doc.get(), o->output, ctx.thread));
-      else zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
+      zvol::SaveScene(ctx, doc.get(), o->output);
       ctx.Say("wrote " + o->output);
       return 0;
     }
@@ -412,11 +411,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     RequireScene(o->output);
     zvol::CheckOutputPath(o->output);
     auto doc = Load(ctx, o->input);
-    {
-      zvol::Step step(ctx, "write " + std::filesystem::path(o->output).filename().string());
-      if (zta::IsJsonScenePath(o->output)) zvol::Check(zta::SaveDocumentJson(doc.get(), o->output, ctx.thread));
-      else zvol::Check(zta::SaveDocument(doc.get(), o->output, ctx.thread));
-    }
+    zvol::SaveScene(ctx, doc.get(), o->output);
     ctx.Say("wrote " + o->output);
     return 0;
   };
