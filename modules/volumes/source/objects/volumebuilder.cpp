@@ -176,7 +176,9 @@ zta::ItemTreeItem* VolumeBuilderData::AddLayer(zta::BaseObject* op, zta::BaseObj
     zta::GeListHead* head = object->GetType() == ID_VOLUMEFILTER ? filterHead_.get() : cacheHead_.get();
     if (head && !object->IsInTree()) object->InsertUnderLast(head);
   }
-  zta::Int32 flags = object ? (open ? LAYERFLAGS_NEWINPUT_OPEN : LAYERFLAGS_NEWINPUT) : LAYERFLAGS_NEWFOLDER;
+  // A new folder also gets its check mark, so that its rows count from the start.
+  zta::Int32 flags =
+      object ? (open ? LAYERFLAGS_NEWINPUT_OPEN : LAYERFLAGS_NEWINPUT) : (LAYERFLAGS_NEWFOLDER | LAYERFLAG_ENABLED);
   if (object && isChild) flags |= LAYERFLAG_CHILD;
   if (!select) flags &= ~LAYERFLAG_SELECTED;
   zta::ItemTreeItem* item = tree->InsertItem(parent, previous, flags, zta::GeData(zta::BaseContainer()), object);
@@ -263,7 +265,10 @@ bool VolumeBuilderData::CopyNode(zta::NodeData* dest, const zta::GeListNode*, zt
   d->filterHeadName_ = filterHeadName_;
   d->cacheHeadName_ = cacheHeadName_;
   // A copy made during a rebuild is locked too; its next rebuild clears it.
-  if (IsEvalLocked()) d->evalLock_.store(true);
+  if (IsEvalLocked()) {
+    d->evalLock_.store(true);
+    d->inheritedLock_ = true;
+  }
   if (dnode) d->BindTree(static_cast<zta::BaseObject*>(dnode));
   return true;
 }

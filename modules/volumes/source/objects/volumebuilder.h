@@ -247,6 +247,7 @@ class VolumeBuilderData : public zta::ObjectData {
   zta::BaseObject* bakeTarget_ = nullptr;
   std::atomic<bool> evalLock_{false};
   bool hasLastName_ = false;
+  bool inheritedLock_ = false;
   BuilderStatistics statistics_;
 };
 

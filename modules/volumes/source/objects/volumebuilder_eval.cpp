@@ -529,7 +529,11 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
   zta::Result<std::shared_ptr<zta::BaseObject>> r = std::shared_ptr<zta::BaseObject>();
   if (type == zta::HOST_TYPE_POLYGON) {
     if (v == 0.0) v = 0.001;
-    zta::Int32 exterior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2) : vecSdf ? s.vectorExteriorBand : fog ? s.interiorBand : 1;
+    // A filled fog mesh fills inward; outward it keeps the stored band.
+    zta::Int32 exterior = sdf      ? obc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2)
+                          : vecSdf ? s.vectorExteriorBand
+                          : fog    ? (s.fillInterior ? s.storedBand : s.interiorBand)
+                                   : 1;
     zta::Int32 interior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2) : vecSdf ? s.vectorInteriorBand : 1;
     if (s.useInteriorDistance) {
       if (fog && !s.fillInterior) interior = s.interiorBand;
@@ -731,6 +735,18 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
   if (!op || !hh) return nullptr;
   zta::BaseDocument* doc = hh->GetDocument();
   if (!doc) return nullptr;
+  // A copy made while its source was rebuilding starts locked; its own first rebuild frees it.
+  if (inheritedLock_) {
+    inheritedLock_ = false;
+    Unlock();
+  }
+  // The lock is held for the whole rebuild, not only the scene walk: every
+  // member below is touched by it, and a second caller must not wait.
+  if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
+  struct Release {
+    VolumeBuilderData* data;
+    ~Release() { data->Unlock(); }
+  } release{this};
   const zta::Int32 hostMode = zta::GetHostMode();
   const bool showProgress = hostMode != 2 && hostMode != 3 && !(hh->GetBuildFlags() & (2 | 4));
   std::shared_ptr<ProgressHandler> progress;
@@ -763,10 +779,6 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
     return op->GetCache();
   };
 
-  if (IsEvalLocked()) {
-    auto null = zta::AllocObject(zta::HOST_TYPE_NULL);
-    return null.release();
-  }
   if (auto ok = ScanDirty(op, hh, flags); !ok) return nullptr;
   if (!hasLastName_ || op->GetName() != lastName_) {
     lastName_ = op->GetName();
@@ -804,12 +816,10 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
   cancelled = false;
   if (progress && showProgress) progress->SetSpinning();
 
-  if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
   layerLists_.clear();
   ++statistics_.rebuilds;
   auto refreshed = RefreshEvalTree(op);
   auto collected = refreshed ? CollectInputs(op, hh) : refreshed;
-  Unlock();
   auto fail = [&]() -> zta::BaseObject* {
     collectedInputs_.clear();
     if (progress) progress->ClearProgress(false);
