@@ -143,12 +143,12 @@ void VolumeBuilderData::InitLayerContainer(zta::ItemTreeItem* item, bool isChild
 }
 
 zta::Int32 VolumeBuilderData::GetLayerMode(const zta::ItemTreeItem* item, zta::Int32 builderType) {
-  if (!item) return 0;
+  if (!item) return 1;
   const zta::GeData& data = item->GetData();
+  // A row without its data (written by hand in a scene) has the mode a new row has.
   const zta::BaseContainer* bc = data.GetContainer();
-  if (!bc) return 0;
   const zta::Int32 key = ModeKey(builderType);
-  const zta::BaseContainer* sub = bc->GetContainerInstance(key);
+  const zta::BaseContainer* sub = bc ? bc->GetContainerInstance(key) : nullptr;
   const zta::Int32 mode = sub ? sub->GetInt32(key, 1) : 1;
   return mode < 0 || mode > ModeLimit(builderType) ? 0 : mode;
 }

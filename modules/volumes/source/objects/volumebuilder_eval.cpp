@@ -871,16 +871,20 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
       voxels += v.GetActiveVoxelCount();
       memory += v.GetMemUsage();
     }
-    // The results may share an input's volume object: each gets its own.
+    // A result may share its grid with an input's: the name goes on a copy
+    // of the grid that shares the tree.
+    const std::string name = root ? zta::FormatString("@.@", op->GetName(), number++) : op->GetName();
+    if (v.HasGrid()) {
+      auto named = v.Clone();
+      if (!named) return nullptr;
+      v = *named;
+      v.SetGridName(name);
+    }
     std::unique_ptr<zta::BaseObject> out = VolumeObjectData::MakeObject(v);
     if (!out) return nullptr;
-    if (root) {
-      out->SetName(zta::FormatString("@.@", op->GetName(), number++));
-      out.release()->InsertUnderLast(root.get());
-    } else {
-      out->SetName(op->GetName());
-      root = std::move(out);
-    }
+    out->SetName(name);
+    if (root) out.release()->InsertUnderLast(root.get());
+    else root = std::move(out);
   }
   SetInfo(op, voxels, memory);
   return root.release();
