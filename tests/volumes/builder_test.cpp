@@ -29,6 +29,8 @@ zta::BaseContainer MeshSettings(double voxel, zta::Int32 exterior, zta::Int32 in
   bc.SetFloat(MESHTOVOLUME_GRIDSIZE, voxel);
   bc.SetInt32(MESHTOVOLUME_EXTERIORBAND, exterior);
   bc.SetInt32(MESHTOVOLUME_INTERIORBAND, interior);
+  // The builder makes every input in its own grid frame.
+  bc.SetMatrix(MESHTOVOLUME_TRANSFORM, zta::MatrixScale(Vector(voxel, voxel, voxel)));
   return bc;
 }
 
@@ -247,21 +249,21 @@ TEST(BuilderEdgeCases, AutoUpdateOffKeepsTheCacheUntilTheButton) {
   b->GetDataInstance()->SetBool(VOLUMEBUILDER_AUTOUPDATE, false);
   Evaluate(*doc);  // no cache yet: the first build is made all the same
   ASSERT_EQ(CacheVolumes(b).size(), 1u);
-  // A mesh's volume stands in the mesh's frame: its transform shows where the mesh was.
-  const zta::Matrix before = CacheVolumes(b)[0].GetGridTransform();
+  // Where the ball stood, in voxels of the builder's grid.
+  const double before = CacheVolumes(b)[0].GetWorldBoundingBox().min.x;
 
   doc->SearchObject("ball")->SetMl(zta::Matrix{Vector(2, 0, 0), {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
   Evaluate(*doc);
-  EXPECT_EQ(CacheVolumes(b)[0].GetGridTransform(), before);
+  EXPECT_EQ(CacheVolumes(b)[0].GetWorldBoundingBox().min.x, before);
   Evaluate(*doc);
-  EXPECT_EQ(CacheVolumes(b)[0].GetGridTransform(), before);
+  EXPECT_EQ(CacheVolumes(b)[0].GetWorldBoundingBox().min.x, before);
 
   const zta::Int64 conversions = Conversions(b);
   zta::DescriptionCommand press{zta::DescID(VOLUMEBUILDER_UPDATE)};
   b->Message(zta::MSG_DESCRIPTION_COMMAND, &press);
   Evaluate(*doc);
   EXPECT_EQ(Conversions(b), conversions + 1);
-  EXPECT_NEAR(CacheVolumes(b)[0].GetGridTransform().off.x - before.off.x, 2.0, 1e-9);
+  EXPECT_NEAR(CacheVolumes(b)[0].GetWorldBoundingBox().min.x - before, 20.0, 1e-9);
   zta::SetHostMode(mode);
 }
 
@@ -371,10 +373,13 @@ TEST(BuilderIncremental, OnlyWhatChangedIsConvertedAgain) {
   Evaluate(*doc);  // nothing changed: nothing is built
   EXPECT_EQ(Conversions(b), 10);
 
-  // Moving one input, a child or a link, converts that one alone.
+  // Moving one input, a child or a link, converts that one alone, and folds
+  // from its row up: the rows below it (s5 to s9, the base) keep their fold.
+  zta::Int64 folds = Folds(b);
   doc->SearchObject("s4")->SetMl(zta::Matrix{Vector(3.2, 0.3, 0), {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
   Evaluate(*doc);
   EXPECT_EQ(Conversions(b), 11);
+  EXPECT_EQ(Folds(b), folds + 5);
   doc->SearchObject("s7")->SetMl(zta::Matrix{Vector(5.6, -0.3, 0), {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
   Evaluate(*doc);
   EXPECT_EQ(Conversions(b), 12);
@@ -384,11 +389,11 @@ TEST(BuilderIncremental, OnlyWhatChangedIsConvertedAgain) {
   EXPECT_EQ(Conversions(b), 13);
 
   // A mode change re-folds without converting, and the result is the fresh one.
-  const zta::Int64 folds = Folds(b);
+  folds = Folds(b);
   VolumeBuilderData::SetLayerMode(Rows(b)[3], BUILDERTYPE_SDF, 2);
   Evaluate(*doc);
   EXPECT_EQ(Conversions(b), 13);
-  EXPECT_GT(Folds(b), folds);
+  EXPECT_EQ(Folds(b), folds + 4);
   const Volume incremental = CacheVolumes(b).at(0);
 
   // The builder's own parameters convert everything again.
@@ -397,7 +402,18 @@ TEST(BuilderIncremental, OnlyWhatChangedIsConvertedAgain) {
   EXPECT_EQ(Conversions(b), 23);
   b->GetDataInstance()->SetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2);
   Evaluate(*doc);
+  EXPECT_EQ(Conversions(b), 33);
   ExpectSameFloatVolume(CacheVolumes(b).at(0), incremental);
+
+  // Taking a row out folds again from the row above it.
+  zta::ItemTreeItem* gone = Rows(b)[7];
+  folds = Folds(b);
+  VolumeBuilderData::GetTree(b)->RemoveItem(gone);
+  VolumeBuilderData::GetTree(b)->Changed();
+  Evaluate(*doc);
+  EXPECT_EQ(Conversions(b), 33);
+  EXPECT_EQ(Folds(b), folds + 7);
+  EXPECT_LT(CacheVolumes(b).at(0).GetActiveVoxelCount(), incremental.GetActiveVoxelCount());
 }
 
 TEST(BuilderThreads, ASecondCallerGetsAnEmptyNullAtOnce) {

@@ -433,6 +433,14 @@ void VolumeBuilderData::ApplyVoxelLimit(zta::BaseObject* op) {
 
 // ---- conversions
 
+// Every input is made in the builder's one grid frame (the reference's, or the
+// world's at the voxel size): the fold then joins voxels that lie on one
+// lattice, with no resampling, which is both exact and fast.
+zta::Matrix VolumeBuilderData::GridTransform(double voxelSize) const {
+  if (settings.hasReference) return settings.gridMatrix;
+  return zta::MatrixScale(zta::Vector(voxelSize, voxelSize, voxelSize));
+}
+
 zta::Result<void> VolumeBuilderData::PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> r,
                                                  const InputSettings& s, const zta::HierarchyHelp* hh) {
   if (!r) return zta::OK();
@@ -511,7 +519,7 @@ zta::Result<void> VolumeBuilderData::ConvertParticles(zta::BaseObject* op, EvalN
   bc.SetFloat(PARTICLESTOVOLUME_RADIUS, s.radius);
   bc.SetFloat(PARTICLESTOVOLUME_VELOCITYSCALE, s.velocityScale);
   bc.SetInt32(PARTICLESTOVOLUME_MODE, s.particleMode);
-  if (settings.hasReference) bc.SetMatrix(PARTICLESTOVOLUME_TRANSFORM, settings.gridMatrix);
+  bc.SetMatrix(PARTICLESTOVOLUME_TRANSFORM, GridTransform(v));
   std::vector<const zta::BaseObject*> inputs(sources.begin(), sources.end());
   auto r = RunCommand(kParticlesToVolumeCommand, bc, inputs, hh);
   if (!r) return r.GetError();
@@ -545,7 +553,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetInt32(MESHTOVOLUME_INTERIORBAND, std::max(interior, 1));
     bc.SetBool(MESHTOVOLUME_USEINTERIORDISTANCE, s.useInteriorDistance);
     bc.SetFloat(MESHTOVOLUME_INTERIORDISTANCE, s.interiorDistance);
-    if (settings.hasReference) bc.SetMatrix(MESHTOVOLUME_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(MESHTOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kMeshToVolumeCommand, bc, {object}, hh);
   } else if (type == zta::HOST_TYPE_SPHERE) {
     if (v == 0.0) v = 0.001;
@@ -557,7 +565,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(CREATESPHERE_RADIUS, object->GetDataInstance()->GetFloat(kSphereRadius, 100.0) * object->GetMg().v1.GetLength());
     bc.SetVector(CREATESPHERE_POSITION, object->GetMg().off);
     bc.SetInt32(CREATESPHERE_BANDWIDTH, std::max(band, 2));
-    if (settings.hasReference) bc.SetMatrix(CREATESPHERE_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(CREATESPHERE_TRANSFORM, GridTransform(v));
     r = RunCommand(kCreateSphereVolumeCommand, bc, {}, hh);
   } else if (type == zta::HOST_TYPE_SPLINE || type == zta::HOST_TYPE_LINE) {
     if (v == 0.0) return zta::OK();
@@ -568,7 +576,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(SPLINETOVOLUME_RADIUS, float(s.radius));
     bc.SetFloat(SPLINETOVOLUME_DENSITY, s.splineDensity);
     if (s.useRadiusCurve && s.radiusCurve) bc.SetCustomData(SPLINETOVOLUME_RADIUSCURVE, s.radiusCurve);
-    if (settings.hasReference) bc.SetMatrix(SPLINETOVOLUME_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(SPLINETOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kSplineToVolumeCommand, bc, {object}, hh);
   } else if (IsParticleSource(object) || type == zta::HOST_TYPE_MATRIX) {
     return ConvertParticles(op, n, {object}, s, hh);
@@ -576,7 +584,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     zta::BaseContainer bc;
     bc.SetFloat(RESAMPLE_GRIDSIZE, v);
     bc.SetInt32(RESAMPLE_INTERPOLATION, 3);
-    bc.SetMatrix(RESAMPLE_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(RESAMPLE_TRANSFORM, GridTransform(v));
     r = RunCommand(kResampleCommand, bc, {object}, hh);
   } else if (IsFieldCarrier(object) || type == zta::HOST_TYPE_FIELD_OBJECT) {
     zta::Vector size = s.boxSize;
@@ -596,6 +604,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, v);
     bc.SetVector(FIELDTOVOLUME_BOXMIN, place.off - size * 0.5);
     bc.SetVector(FIELDTOVOLUME_BOXMAX, place.off + size * 0.5);
+    bc.SetMatrix(FIELDTOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kFieldToVolumeCommand, bc, {object}, hh);
   } else {
     return zta::OK();
@@ -685,29 +694,53 @@ zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
     }
     current = std::move(next);
   }
-  if (n.kind == EVALKIND_FOLDER) n.ClearResults();
+  if (n.kind == EVALKIND_FOLDER) {
+    n.volumes.clear();
+    n.ownedResults.clear();
+  }
   return zta::OK();
 }
 
 zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Evaluate(zta::BaseObject* op,
                                                                                       const zta::HierarchyHelp* hh) {
-  for (auto& [item, node] : evalNodes_)
-    if (node->kind == EVALKIND_FOLDER) node->ClearResults();
+  for (auto& [item, node] : evalNodes_) {
+    if (node->kind != EVALKIND_FOLDER) continue;
+    node->volumes.clear();
+    node->ownedResults.clear();
+    node->contentChanged = false;
+  }
   std::vector<std::shared_ptr<zta::BaseObject>> current;
   for (auto& list : layerLists_) {
     current.clear();
+    // Rows whose fold still stands are taken from the last rebuild, up to the
+    // first one that changed; from there on everything is folded again.
+    bool clean = true;
     for (size_t i = 0; i < list.size(); ++i) {
       EvalNode& n = *list[i];
-      if (n.changeKey.enabled) {
-        if (current.empty()) {
-          if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
-          if (StopAsked(hh)) return CancelledError();
-          for (const auto& owned : n.ownedResults)
-            current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
-          if (n.kind == EVALKIND_FOLDER) n.ClearResults();
-        } else {
-          if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+      const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
+      const EvalNode::FoldKey key{mode, n.changeKey.enabled, i ? list[i - 1].get() : nullptr};
+      const bool unchanged = n.kind == EVALKIND_FOLDER ? !n.contentChanged : (n.valid || n.kind != EVALKIND_INPUT);
+      clean = clean && unchanged && n.foldValid && n.foldKey == key;
+      if (clean) {
+        current = n.folded;
+      } else {
+        if (n.changeKey.enabled) {
+          if (current.empty()) {
+            if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
+            if (StopAsked(hh)) return CancelledError();
+            for (const auto& owned : n.ownedResults)
+              current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
+            if (n.kind == EVALKIND_FOLDER) {
+              n.volumes.clear();
+              n.ownedResults.clear();
+            }
+          } else {
+            if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+          }
         }
+        n.folded = current;
+        n.foldKey = key;
+        n.foldValid = true;
       }
       if (i + 1 == list.size() && n.parentList >= 0 && size_t(n.parentList) < layerLists_.size()) {
         auto& parentList = layerLists_[size_t(n.parentList)];
@@ -717,6 +750,7 @@ zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Ev
             parent.volumes.push_back(c.get());
             parent.ownedResults.push_back(c);
           }
+          parent.contentChanged = !clean;
         }
       }
     }
