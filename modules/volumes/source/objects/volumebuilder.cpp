@@ -202,7 +202,12 @@ EvalNodeRef VolumeBuilderData::FindOrMakeNode(zta::ItemTreeItem* item, bool* mad
   if (made) *made = false;
   if (!item) return nullptr;
   auto it = evalNodes_.find(item);
-  if (it != evalNodes_.end()) return it->second;
+  // A record whose object differs from the row's belongs to a row that was
+  // freed, whose address a new row took: it starts over.
+  if (it != evalNodes_.end() &&
+      (it->second->link.IsEmpty() || it->second->link.GetMarker() == item->GetLink().GetMarker()))
+    return it->second;
+  if (it != evalNodes_.end()) evalNodes_.erase(it);
   EvalNodeRef node = std::make_shared<EvalNode>();
   evalNodes_.emplace(item, node);
   if (made) *made = true;
@@ -267,7 +272,7 @@ bool VolumeBuilderData::CopyNode(zta::NodeData* dest, const zta::GeListNode*, zt
   // A copy made during a rebuild is locked too; its next rebuild clears it.
   if (IsEvalLocked()) {
     d->evalLock_.store(true);
-    d->inheritedLock_ = true;
+    d->inheritedLock_.store(true);
   }
   if (dnode) d->BindTree(static_cast<zta::BaseObject*>(dnode));
   return true;
@@ -387,14 +392,14 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
       zta::ItemTree* tree = GetTree(op);
       switch (event->event) {
         case zta::ITEMTREE_EVENT_MAYDROP:
+          // The builder itself, or an object that holds it, would be its own
+          // input; another builder's filter and cache layers are that builder's.
           if (event->objects)
             for (zta::BaseList2D* o : *event->objects) {
               auto* obj = dynamic_cast<zta::BaseObject*>(o);
               if (!obj) continue;
-              bool below = false;
-              for (zta::BaseObject* up = obj; up; up = up->GetUp()) below = below || up == op;
-              if (below && obj == op) event->accept = false;
-              if (obj == op) event->accept = false;
+              for (zta::BaseObject* up = op; up; up = up->GetUp())
+                if (up == obj) event->accept = false;
               if ((obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER) &&
                   obj->GetListHead() != filterHead_.get() && obj->GetListHead() != cacheHead_.get())
                 event->accept = false;
@@ -419,7 +424,15 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
           break;
         case zta::ITEMTREE_EVENT_DELETE:
           if (tree) {
+            // Only the top-most selected rows: a row goes with its children.
+            std::vector<zta::ItemTreeItem*> rows;
             for (zta::ItemTreeItem* item : tree->GetSelection()) {
+              bool under = false;
+              for (zta::ItemTreeItem* up = item->GetUp(); up && !under; up = up->GetUp())
+                under = (up->GetFlags() & LAYERFLAG_SELECTED) != 0;
+              if (!under) rows.push_back(item);
+            }
+            for (zta::ItemTreeItem* item : rows) {
               auto* obj = static_cast<zta::BaseObject*>(item->GetLink().GetLink(op->GetDocument()));
               if (obj && (obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER)) {
                 zta::GeListNode::Free(obj);

@@ -265,7 +265,7 @@ class VolumeBuilderData : public zta::ObjectData {
   zta::BaseObject* bakeTarget_ = nullptr;
   std::atomic<bool> evalLock_{false};
   bool hasLastName_ = false;
-  bool inheritedLock_ = false;
+  std::atomic<bool> inheritedLock_{false};
   BuilderStatistics statistics_;
 };
 

@@ -770,10 +770,7 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
   zta::BaseDocument* doc = hh->GetDocument();
   if (!doc) return nullptr;
   // A copy made while its source was rebuilding starts locked; its own first rebuild frees it.
-  if (inheritedLock_) {
-    inheritedLock_ = false;
-    Unlock();
-  }
+  if (inheritedLock_.exchange(false)) Unlock();
   // The lock is held for the whole rebuild, not only the scene walk: every
   // member below is touched by it, and a second caller must not wait.
   if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
