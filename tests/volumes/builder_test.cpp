@@ -490,3 +490,59 @@ TEST(BuilderBadScenes, WrongInputsNeverBreakTheBuild) {
   EXPECT_NE(c->GetCache(), nullptr);
   EXPECT_FALSE(CacheVolumes(c).empty());
 }
+
+TEST(BuilderResults, VectorBuildersMixGradients) {
+  auto doc = zta::AllocDocument();
+  zta::BaseObject* b = InsertBuilder(*doc, "V", 2, 0.1);
+  AddInput(*doc, b, SphereMesh(1.0, Vector(0.5, 0, 0)), "add", true);
+  AddInput(*doc, b, SphereMesh(1.0, Vector()), "base", true);
+  VolumeBuilderData::SetLayerMode(Rows(b)[0], BUILDERTYPE_VECTOR, 2);
+  Evaluate(*doc);
+  const auto result = CacheVolumes(b);
+  ASSERT_EQ(result.size(), 1u);
+  EXPECT_EQ(result[0].GetGridType(), GRIDTYPE::VEC3S);
+
+  // By hand: each mesh's SDF, its gradient, and the two added.
+  auto gradient = [&](const char* name) {
+    auto c = doc->SearchObject(name)->GetClone(zta::COPYFLAGS_NO_HIERARCHY);
+    auto* o = static_cast<zta::BaseObject*>(c.get());
+    o->SetMl(doc->SearchObject(name)->GetMg());
+    return *VolumeToolsInterface::CreateGradientVolume(RunCommand(kMeshToVolumeCommand, MeshSettings(0.1, 2, 2), {o}), nullptr);
+  };
+  auto hand = VolumeToolsInterface::MixVectorVolumes(gradient("base"), gradient("add"), MIXVECTORTYPE::ADD, nullptr);
+  ASSERT_TRUE(hand);
+  EXPECT_EQ(result[0].GetActiveVoxelCount(), hand->GetActiveVoxelCount());
+  EXPECT_EQ(result[0].GetGridTransform(), hand->GetGridTransform());
+}
+
+TEST(BuilderModel, DeletingRowsTakesTheirChildrenAndTagsAlong) {
+  auto doc = zta::AllocDocument();
+  zta::BaseObject* b = InsertBuilder(*doc, "B", 0, 0.1);
+  zta::ItemTreeItem* folder = AddFolder(b);
+  AddInput(*doc, b, SphereMesh(1, Vector(3, 0, 0)), "inner", true, folder);
+  AddInput(*doc, b, SphereMesh(1, Vector()), "outer", true);
+  Evaluate(*doc);
+  ASSERT_NE(FindTag(b, doc->SearchObject("inner")), nullptr);
+  zta::ItemTree* tree = VolumeBuilderData::GetTree(b);
+  // The folder and its row both selected: each goes once.
+  tree->Select(folder, zta::SELECTION_NEW);
+  tree->Select(folder->GetDown(), zta::SELECTION_ADD);
+  tree->RequestDelete();
+  ASSERT_EQ(Rows(b).size(), 1u);
+  EXPECT_EQ(FindTag(b, doc->SearchObject("inner")), nullptr);
+  EXPECT_NE(FindTag(b, doc->SearchObject("outer")), nullptr);
+
+  // A new row for another object, wherever the freed rows stood, converts anew.
+  const zta::Int64 conversions = Conversions(b);
+  AddInput(*doc, b, CubeMesh(1, Vector(0, 3, 0)), "new", false);
+  Evaluate(*doc);
+  EXPECT_EQ(Conversions(b), conversions + 1);
+  auto outer = SphereMesh(1, Vector());
+  auto box = CubeMesh(1, Vector(0, 3, 0));
+  auto a = VolumeObjectData::MakeObject(RunCommand(kMeshToVolumeCommand, MeshSettings(0.1, 2, 2), {outer.get()}));
+  auto c = VolumeObjectData::MakeObject(RunCommand(kMeshToVolumeCommand, MeshSettings(0.1, 2, 2), {box.get()}));
+  zta::BaseContainer bc;
+  bc.SetInt32(BOOLE_TYPE, 0);
+  // The new row stands below the old one: it is the base.
+  ExpectSameFloatVolume(CacheVolumes(b).at(0), RunCommand(kBooleCommand, bc, {c.get(), a.get()}));
+}

@@ -432,15 +432,23 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
                 under = (up->GetFlags() & LAYERFLAG_SELECTED) != 0;
               if (!under) rows.push_back(item);
             }
-            for (zta::ItemTreeItem* item : rows) {
-              auto* obj = static_cast<zta::BaseObject*>(item->GetLink().GetLink(op->GetDocument()));
-              if (obj && (obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER)) {
-                zta::GeListNode::Free(obj);
-              } else if (zta::BaseTag* tag = FindTag(op, obj)) {
-                zta::GeListNode::Free(tag);
+            for (zta::ItemTreeItem* row : rows) {
+              // The row and every row below it.
+              std::vector<zta::ItemTreeItem*> stack{row};
+              while (!stack.empty()) {
+                zta::ItemTreeItem* item = stack.back();
+                stack.pop_back();
+                if (item != row && item->GetNext()) stack.push_back(item->GetNext());
+                if (item->GetDown()) stack.push_back(item->GetDown());
+                auto* obj = static_cast<zta::BaseObject*>(item->GetLink().GetLink(op->GetDocument()));
+                if (obj && (obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER)) {
+                  zta::GeListNode::Free(obj);
+                } else if (zta::BaseTag* tag = FindTag(op, obj)) {
+                  zta::GeListNode::Free(tag);
+                }
+                evalNodes_.erase(item);
               }
-              evalNodes_.erase(item);
-              tree->RemoveItem(item);
+              tree->RemoveItem(row);
             }
             tree->Changed();
           }
