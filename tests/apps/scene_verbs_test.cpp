@@ -161,3 +161,28 @@ TEST(SceneVerb, EvalWritesWhatTheSceneShowsPerFrame) {
   EXPECT_NE(Zvol({"scene", "eval", scene, "--frames", "5:3", "-o", f("x.obj")}).status, 0);
   EXPECT_NE(Zvol({"scene", "eval", scene, "-o", f("x.txt")}).status, 0);
 }
+
+TEST(SceneVerb, EvalWritesTheVolumesOfBuilders) {
+  zvtest::Files f;
+  const std::string scene = std::string(ZV_SOURCE_DIR) + "/examples/scenes/builders.json";
+  auto r = Zvol({"scene", "eval", scene, "-o", f("built.vdb")});
+  ASSERT_EQ(r.status, 0) << r.err;
+  auto info = Zvol({"info", f("built.vdb"), "--json"});
+  ASSERT_EQ(info.status, 0) << info.err;
+  const auto grids = nlohmann::json::parse(info.out)["grids"];
+  ASSERT_EQ(grids.size(), 2u);
+  // The SDF builder and the fog builder, each folded into one grid named
+  // after its builder, where its inputs stand.
+  const auto& shapes = grids[0]["name"] == "shapes" ? grids[0] : grids[1];
+  const auto& clouds = grids[0]["name"] == "shapes" ? grids[1] : grids[0];
+  EXPECT_EQ(shapes["name"], "shapes");
+  EXPECT_EQ(clouds["name"], "clouds");
+  EXPECT_EQ(shapes["class"], "level set");
+  EXPECT_EQ(clouds["class"], "fog volume");
+  EXPECT_GT(shapes["active_voxels"].get<int64_t>(), 10000);
+  EXPECT_GT(clouds["active_voxels"].get<int64_t>(), 10000);
+  EXPECT_DOUBLE_EQ(shapes["voxel_size"][0].get<double>(), 2.0);
+  // The fog builder stands 200 units up the third axis, in the file's frame as in the scene's JSON.
+  EXPECT_GT(clouds["world_bbox"][0][2].get<double>(), 150.0);
+  EXPECT_LT(shapes["world_bbox"][1][2].get<double>(), 50.0);
+}

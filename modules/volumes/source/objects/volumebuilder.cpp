@@ -143,12 +143,12 @@ void VolumeBuilderData::InitLayerContainer(zta::ItemTreeItem* item, bool isChild
 }
 
 zta::Int32 VolumeBuilderData::GetLayerMode(const zta::ItemTreeItem* item, zta::Int32 builderType) {
-  if (!item) return 0;
+  if (!item) return 1;
   const zta::GeData& data = item->GetData();
+  // A row without its data (written by hand in a scene) has the mode a new row has.
   const zta::BaseContainer* bc = data.GetContainer();
-  if (!bc) return 0;
   const zta::Int32 key = ModeKey(builderType);
-  const zta::BaseContainer* sub = bc->GetContainerInstance(key);
+  const zta::BaseContainer* sub = bc ? bc->GetContainerInstance(key) : nullptr;
   const zta::Int32 mode = sub ? sub->GetInt32(key, 1) : 1;
   return mode < 0 || mode > ModeLimit(builderType) ? 0 : mode;
 }
@@ -176,7 +176,9 @@ zta::ItemTreeItem* VolumeBuilderData::AddLayer(zta::BaseObject* op, zta::BaseObj
     zta::GeListHead* head = object->GetType() == ID_VOLUMEFILTER ? filterHead_.get() : cacheHead_.get();
     if (head && !object->IsInTree()) object->InsertUnderLast(head);
   }
-  zta::Int32 flags = object ? (open ? LAYERFLAGS_NEWINPUT_OPEN : LAYERFLAGS_NEWINPUT) : LAYERFLAGS_NEWFOLDER;
+  // A new folder also gets its check mark, so that its rows count from the start.
+  zta::Int32 flags =
+      object ? (open ? LAYERFLAGS_NEWINPUT_OPEN : LAYERFLAGS_NEWINPUT) : (LAYERFLAGS_NEWFOLDER | LAYERFLAG_ENABLED);
   if (object && isChild) flags |= LAYERFLAG_CHILD;
   if (!select) flags &= ~LAYERFLAG_SELECTED;
   zta::ItemTreeItem* item = tree->InsertItem(parent, previous, flags, zta::GeData(zta::BaseContainer()), object);
@@ -200,7 +202,12 @@ EvalNodeRef VolumeBuilderData::FindOrMakeNode(zta::ItemTreeItem* item, bool* mad
   if (made) *made = false;
   if (!item) return nullptr;
   auto it = evalNodes_.find(item);
-  if (it != evalNodes_.end()) return it->second;
+  // A record whose object differs from the row's belongs to a row that was
+  // freed, whose address a new row took: it starts over.
+  if (it != evalNodes_.end() &&
+      (it->second->link.IsEmpty() || it->second->link.GetMarker() == item->GetLink().GetMarker()))
+    return it->second;
+  if (it != evalNodes_.end()) evalNodes_.erase(it);
   EvalNodeRef node = std::make_shared<EvalNode>();
   evalNodes_.emplace(item, node);
   if (made) *made = true;
@@ -263,7 +270,10 @@ bool VolumeBuilderData::CopyNode(zta::NodeData* dest, const zta::GeListNode*, zt
   d->filterHeadName_ = filterHeadName_;
   d->cacheHeadName_ = cacheHeadName_;
   // A copy made during a rebuild is locked too; its next rebuild clears it.
-  if (IsEvalLocked()) d->evalLock_.store(true);
+  if (IsEvalLocked()) {
+    d->evalLock_.store(true);
+    d->inheritedLock_.store(true);
+  }
   if (dnode) d->BindTree(static_cast<zta::BaseObject*>(dnode));
   return true;
 }
@@ -382,14 +392,14 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
       zta::ItemTree* tree = GetTree(op);
       switch (event->event) {
         case zta::ITEMTREE_EVENT_MAYDROP:
+          // The builder itself, or an object that holds it, would be its own
+          // input; another builder's filter and cache layers are that builder's.
           if (event->objects)
             for (zta::BaseList2D* o : *event->objects) {
               auto* obj = dynamic_cast<zta::BaseObject*>(o);
               if (!obj) continue;
-              bool below = false;
-              for (zta::BaseObject* up = obj; up; up = up->GetUp()) below = below || up == op;
-              if (below && obj == op) event->accept = false;
-              if (obj == op) event->accept = false;
+              for (zta::BaseObject* up = op; up; up = up->GetUp())
+                if (up == obj) event->accept = false;
               if ((obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER) &&
                   obj->GetListHead() != filterHead_.get() && obj->GetListHead() != cacheHead_.get())
                 event->accept = false;
@@ -414,15 +424,31 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
           break;
         case zta::ITEMTREE_EVENT_DELETE:
           if (tree) {
+            // Only the top-most selected rows: a row goes with its children.
+            std::vector<zta::ItemTreeItem*> rows;
             for (zta::ItemTreeItem* item : tree->GetSelection()) {
-              auto* obj = static_cast<zta::BaseObject*>(item->GetLink().GetLink(op->GetDocument()));
-              if (obj && (obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER)) {
-                zta::GeListNode::Free(obj);
-              } else if (zta::BaseTag* tag = FindTag(op, obj)) {
-                zta::GeListNode::Free(tag);
+              bool under = false;
+              for (zta::ItemTreeItem* up = item->GetUp(); up && !under; up = up->GetUp())
+                under = (up->GetFlags() & LAYERFLAG_SELECTED) != 0;
+              if (!under) rows.push_back(item);
+            }
+            for (zta::ItemTreeItem* row : rows) {
+              // The row and every row below it.
+              std::vector<zta::ItemTreeItem*> stack{row};
+              while (!stack.empty()) {
+                zta::ItemTreeItem* item = stack.back();
+                stack.pop_back();
+                if (item != row && item->GetNext()) stack.push_back(item->GetNext());
+                if (item->GetDown()) stack.push_back(item->GetDown());
+                auto* obj = static_cast<zta::BaseObject*>(item->GetLink().GetLink(op->GetDocument()));
+                if (obj && (obj->GetType() == ID_VOLUMEFILTER || obj->GetType() == ID_VOLUMECACHELAYER)) {
+                  zta::GeListNode::Free(obj);
+                } else if (zta::BaseTag* tag = FindTag(op, obj)) {
+                  zta::GeListNode::Free(tag);
+                }
+                evalNodes_.erase(item);
               }
-              evalNodes_.erase(item);
-              tree->RemoveItem(item);
+              tree->RemoveItem(row);
             }
             tree->Changed();
           }

@@ -100,10 +100,27 @@ struct EvalNode {
     bool operator==(const ChangeKey&) const = default;
   } changeKey;
 
+  // What the fold of this row's sibling group held after this row, and what
+  // it was made from: a later rebuild starts folding above the lowest row
+  // whose key or volumes changed.
+  struct FoldKey {
+    zta::Int32 mode = -1;
+    bool enabled = false;
+    const EvalNode* below = nullptr;
+    bool operator==(const FoldKey&) const = default;
+  };
+  std::vector<std::shared_ptr<zta::BaseObject>> folded;
+  FoldKey foldKey;
+  bool foldValid = false;
+  // A folder's rows changed in this rebuild.
+  bool contentChanged = false;
+
   void ClearResults() {
     valid = false;
     volumes.clear();
     ownedResults.clear();
+    folded.clear();
+    foldValid = false;
   }
 };
 using EvalNodeRef = std::shared_ptr<EvalNode>;
@@ -217,6 +234,7 @@ class VolumeBuilderData : public zta::ObjectData {
   zta::Result<void> PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> result, const struct InputSettings& s,
                                 const zta::HierarchyHelp* hh);
   void SetInfo(zta::BaseObject* op, zta::Int64 voxels, zta::Int64 memory);
+  zta::Matrix GridTransform(double voxelSize) const;
   EvalNodeRef FindOrMakeNode(zta::ItemTreeItem* item, bool* made = nullptr);
 
  public:
@@ -252,6 +270,7 @@ class VolumeBuilderData : public zta::ObjectData {
   zta::BaseObject* bakeTarget_ = nullptr;
   std::atomic<bool> evalLock_{false};
   bool hasLastName_ = false;
+  std::atomic<bool> inheritedLock_{false};
   BuilderStatistics statistics_;
 };
 

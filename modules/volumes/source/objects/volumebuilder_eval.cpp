@@ -433,6 +433,14 @@ void VolumeBuilderData::ApplyVoxelLimit(zta::BaseObject* op) {
 
 // ---- conversions
 
+// Every input is made in the builder's one grid frame (the reference's, or the
+// world's at the voxel size): the fold then joins voxels that lie on one
+// lattice, with no resampling, which is both exact and fast.
+zta::Matrix VolumeBuilderData::GridTransform(double voxelSize) const {
+  if (settings.hasReference) return settings.gridMatrix;
+  return zta::MatrixScale(zta::Vector(voxelSize, voxelSize, voxelSize));
+}
+
 zta::Result<void> VolumeBuilderData::PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> r,
                                                  const InputSettings& s, const zta::HierarchyHelp* hh) {
   if (!r) return zta::OK();
@@ -511,7 +519,7 @@ zta::Result<void> VolumeBuilderData::ConvertParticles(zta::BaseObject* op, EvalN
   bc.SetFloat(PARTICLESTOVOLUME_RADIUS, s.radius);
   bc.SetFloat(PARTICLESTOVOLUME_VELOCITYSCALE, s.velocityScale);
   bc.SetInt32(PARTICLESTOVOLUME_MODE, s.particleMode);
-  if (settings.hasReference) bc.SetMatrix(PARTICLESTOVOLUME_TRANSFORM, settings.gridMatrix);
+  bc.SetMatrix(PARTICLESTOVOLUME_TRANSFORM, GridTransform(v));
   std::vector<const zta::BaseObject*> inputs(sources.begin(), sources.end());
   auto r = RunCommand(kParticlesToVolumeCommand, bc, inputs, hh);
   if (!r) return r.GetError();
@@ -529,7 +537,11 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
   zta::Result<std::shared_ptr<zta::BaseObject>> r = std::shared_ptr<zta::BaseObject>();
   if (type == zta::HOST_TYPE_POLYGON) {
     if (v == 0.0) v = 0.001;
-    zta::Int32 exterior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2) : vecSdf ? s.vectorExteriorBand : fog ? s.interiorBand : 1;
+    // A filled fog mesh fills inward; outward it keeps the stored band.
+    zta::Int32 exterior = sdf      ? obc->GetInt32(VOLUMEBUILDER_MESH_EXTERIOR_BAND, 2)
+                          : vecSdf ? s.vectorExteriorBand
+                          : fog    ? (s.fillInterior ? s.storedBand : s.interiorBand)
+                                   : 1;
     zta::Int32 interior = sdf ? obc->GetInt32(VOLUMEBUILDER_MESH_INTERIOR_BAND, 2) : vecSdf ? s.vectorInteriorBand : 1;
     if (s.useInteriorDistance) {
       if (fog && !s.fillInterior) interior = s.interiorBand;
@@ -541,7 +553,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetInt32(MESHTOVOLUME_INTERIORBAND, std::max(interior, 1));
     bc.SetBool(MESHTOVOLUME_USEINTERIORDISTANCE, s.useInteriorDistance);
     bc.SetFloat(MESHTOVOLUME_INTERIORDISTANCE, s.interiorDistance);
-    if (settings.hasReference) bc.SetMatrix(MESHTOVOLUME_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(MESHTOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kMeshToVolumeCommand, bc, {object}, hh);
   } else if (type == zta::HOST_TYPE_SPHERE) {
     if (v == 0.0) v = 0.001;
@@ -553,7 +565,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(CREATESPHERE_RADIUS, object->GetDataInstance()->GetFloat(kSphereRadius, 100.0) * object->GetMg().v1.GetLength());
     bc.SetVector(CREATESPHERE_POSITION, object->GetMg().off);
     bc.SetInt32(CREATESPHERE_BANDWIDTH, std::max(band, 2));
-    if (settings.hasReference) bc.SetMatrix(CREATESPHERE_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(CREATESPHERE_TRANSFORM, GridTransform(v));
     r = RunCommand(kCreateSphereVolumeCommand, bc, {}, hh);
   } else if (type == zta::HOST_TYPE_SPLINE || type == zta::HOST_TYPE_LINE) {
     if (v == 0.0) return zta::OK();
@@ -564,7 +576,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(SPLINETOVOLUME_RADIUS, float(s.radius));
     bc.SetFloat(SPLINETOVOLUME_DENSITY, s.splineDensity);
     if (s.useRadiusCurve && s.radiusCurve) bc.SetCustomData(SPLINETOVOLUME_RADIUSCURVE, s.radiusCurve);
-    if (settings.hasReference) bc.SetMatrix(SPLINETOVOLUME_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(SPLINETOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kSplineToVolumeCommand, bc, {object}, hh);
   } else if (IsParticleSource(object) || type == zta::HOST_TYPE_MATRIX) {
     return ConvertParticles(op, n, {object}, s, hh);
@@ -572,7 +584,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     zta::BaseContainer bc;
     bc.SetFloat(RESAMPLE_GRIDSIZE, v);
     bc.SetInt32(RESAMPLE_INTERPOLATION, 3);
-    bc.SetMatrix(RESAMPLE_TRANSFORM, settings.gridMatrix);
+    bc.SetMatrix(RESAMPLE_TRANSFORM, GridTransform(v));
     r = RunCommand(kResampleCommand, bc, {object}, hh);
   } else if (IsFieldCarrier(object) || type == zta::HOST_TYPE_FIELD_OBJECT) {
     zta::Vector size = s.boxSize;
@@ -592,6 +604,7 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, v);
     bc.SetVector(FIELDTOVOLUME_BOXMIN, place.off - size * 0.5);
     bc.SetVector(FIELDTOVOLUME_BOXMAX, place.off + size * 0.5);
+    bc.SetMatrix(FIELDTOVOLUME_TRANSFORM, GridTransform(v));
     r = RunCommand(kFieldToVolumeCommand, bc, {object}, hh);
   } else {
     return zta::OK();
@@ -681,29 +694,53 @@ zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
     }
     current = std::move(next);
   }
-  if (n.kind == EVALKIND_FOLDER) n.ClearResults();
+  if (n.kind == EVALKIND_FOLDER) {
+    n.volumes.clear();
+    n.ownedResults.clear();
+  }
   return zta::OK();
 }
 
 zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Evaluate(zta::BaseObject* op,
                                                                                       const zta::HierarchyHelp* hh) {
-  for (auto& [item, node] : evalNodes_)
-    if (node->kind == EVALKIND_FOLDER) node->ClearResults();
+  for (auto& [item, node] : evalNodes_) {
+    if (node->kind != EVALKIND_FOLDER) continue;
+    node->volumes.clear();
+    node->ownedResults.clear();
+    node->contentChanged = false;
+  }
   std::vector<std::shared_ptr<zta::BaseObject>> current;
   for (auto& list : layerLists_) {
     current.clear();
+    // Rows whose fold still stands are taken from the last rebuild, up to the
+    // first one that changed; from there on everything is folded again.
+    bool clean = true;
     for (size_t i = 0; i < list.size(); ++i) {
       EvalNode& n = *list[i];
-      if (n.changeKey.enabled) {
-        if (current.empty()) {
-          if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
-          if (StopAsked(hh)) return CancelledError();
-          for (const auto& owned : n.ownedResults)
-            current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
-          if (n.kind == EVALKIND_FOLDER) n.ClearResults();
-        } else {
-          if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+      const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
+      const EvalNode::FoldKey key{mode, n.changeKey.enabled, i ? list[i - 1].get() : nullptr};
+      const bool unchanged = n.kind == EVALKIND_FOLDER ? !n.contentChanged : (n.valid || n.kind != EVALKIND_INPUT);
+      clean = clean && unchanged && n.foldValid && n.foldKey == key;
+      if (clean) {
+        current = n.folded;
+      } else {
+        if (n.changeKey.enabled) {
+          if (current.empty()) {
+            if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
+            if (StopAsked(hh)) return CancelledError();
+            for (const auto& owned : n.ownedResults)
+              current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
+            if (n.kind == EVALKIND_FOLDER) {
+              n.volumes.clear();
+              n.ownedResults.clear();
+            }
+          } else {
+            if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+          }
         }
+        n.folded = current;
+        n.foldKey = key;
+        n.foldValid = true;
       }
       if (i + 1 == list.size() && n.parentList >= 0 && size_t(n.parentList) < layerLists_.size()) {
         auto& parentList = layerLists_[size_t(n.parentList)];
@@ -713,6 +750,7 @@ zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Ev
             parent.volumes.push_back(c.get());
             parent.ownedResults.push_back(c);
           }
+          parent.contentChanged = !clean;
         }
       }
     }
@@ -731,6 +769,15 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
   if (!op || !hh) return nullptr;
   zta::BaseDocument* doc = hh->GetDocument();
   if (!doc) return nullptr;
+  // A copy made while its source was rebuilding starts locked; its own first rebuild frees it.
+  if (inheritedLock_.exchange(false)) Unlock();
+  // The lock is held for the whole rebuild, not only the scene walk: every
+  // member below is touched by it, and a second caller must not wait.
+  if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
+  struct Release {
+    VolumeBuilderData* data;
+    ~Release() { data->Unlock(); }
+  } release{this};
   const zta::Int32 hostMode = zta::GetHostMode();
   const bool showProgress = hostMode != 2 && hostMode != 3 && !(hh->GetBuildFlags() & (2 | 4));
   std::shared_ptr<ProgressHandler> progress;
@@ -763,10 +810,6 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
     return op->GetCache();
   };
 
-  if (IsEvalLocked()) {
-    auto null = zta::AllocObject(zta::HOST_TYPE_NULL);
-    return null.release();
-  }
   if (auto ok = ScanDirty(op, hh, flags); !ok) return nullptr;
   if (!hasLastName_ || op->GetName() != lastName_) {
     lastName_ = op->GetName();
@@ -804,12 +847,10 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
   cancelled = false;
   if (progress && showProgress) progress->SetSpinning();
 
-  if (!TryLock()) return zta::AllocObject(zta::HOST_TYPE_NULL).release();
   layerLists_.clear();
   ++statistics_.rebuilds;
   auto refreshed = RefreshEvalTree(op);
   auto collected = refreshed ? CollectInputs(op, hh) : refreshed;
-  Unlock();
   auto fail = [&]() -> zta::BaseObject* {
     collectedInputs_.clear();
     if (progress) progress->ClearProgress(false);
@@ -861,16 +902,20 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
       voxels += v.GetActiveVoxelCount();
       memory += v.GetMemUsage();
     }
-    // The results may share an input's volume object: each gets its own.
+    // A result may share its grid with an input's: the name goes on a copy
+    // of the grid that shares the tree.
+    const std::string name = root ? zta::FormatString("@.@", op->GetName(), number++) : op->GetName();
+    if (v.HasGrid()) {
+      auto named = v.Clone();
+      if (!named) return nullptr;
+      v = *named;
+      v.SetGridName(name);
+    }
     std::unique_ptr<zta::BaseObject> out = VolumeObjectData::MakeObject(v);
     if (!out) return nullptr;
-    if (root) {
-      out->SetName(zta::FormatString("@.@", op->GetName(), number++));
-      out.release()->InsertUnderLast(root.get());
-    } else {
-      out->SetName(op->GetName());
-      root = std::move(out);
-    }
+    out->SetName(name);
+    if (root) out.release()->InsertUnderLast(root.get());
+    else root = std::move(out);
   }
   SetInfo(op, voxels, memory);
   return root.release();

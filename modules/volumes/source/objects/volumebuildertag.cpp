@@ -207,7 +207,8 @@ InputSettings ReadInputSettings(const zta::BaseTag* tag) {
   s.splineDensity = bc->GetFloat(VOLUMEBUILDERTAG_SPLINEDENSITY, 0.1);
   s.particleMode = bc->GetInt32(VOLUMEBUILDERTAG_PARTICLEMODE, 0);
   s.fillInterior = bc->GetBool(VOLUMEBUILDERTAG_FILLINTERIOR);
-  s.interiorBand = s.fillInterior ? 2147483647 : bc->GetInt32(VOLUMEBUILDERTAG_INTERIORBAND, 2);
+  s.storedBand = bc->GetInt32(VOLUMEBUILDERTAG_INTERIORBAND, 2);
+  s.interiorBand = s.fillInterior ? 2147483647 : s.storedBand;
   s.useInteriorDistance = bc->GetBool(VOLUMEBUILDERTAG_USEINTERIORDISTANCE);
   s.boxPosition = bc->GetVector(VOLUMEBUILDERTAG_BOXPOSITION);
   s.boxSize = bc->GetVector(VOLUMEBUILDERTAG_BOXSIZE, zta::Vector(200.0, 200.0, 200.0));

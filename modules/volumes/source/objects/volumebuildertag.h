@@ -73,6 +73,9 @@ struct InputSettings {
   double splineDensity = 1.0;
   zta::Int32 particleMode = 0;
   zta::Int32 interiorBand = 2;
+  // VOLUMEBUILDERTAG_INTERIORBAND as stored, also when the interior is filled:
+  // the outward band of a fog mesh, which must stay finite.
+  zta::Int32 storedBand = 2;
   bool useInteriorDistance = false;
   zta::Vector boxPosition;
   zta::Vector boxSize{200.0, 200.0, 200.0};
