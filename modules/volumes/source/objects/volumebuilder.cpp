@@ -31,7 +31,6 @@ constexpr zta::Int32 kLargeVolumeQuestion = 10058;
 constexpr zta::Int32 kFilterTypeParameter = 1001;
 constexpr zta::Int32 kIconFog = 1040740;
 constexpr zta::Int32 kIconVector = 1051275;
-constexpr zta::Int32 kMsgBakeTarget = 1050466;
 constexpr zta::Int32 kDocumentInfoRebind = 1000;
 
 std::string Text(zta::Int32 id) { return GetModuleResource().Get(id); }
@@ -381,9 +380,9 @@ bool VolumeBuilderData::HandleMessage(zta::GeListNode* node, zta::Int32 type, vo
       icon->filled = true;
       break;
     }
-    case kMsgBakeTarget: {
-      const auto* target = static_cast<const std::pair<bool, zta::BaseObject*>*>(data);
-      if (target) bakeTarget_ = target->first ? target->second : nullptr;
+    case MSG_VOLUMEBUILDER_BAKETARGET: {
+      const auto* target = static_cast<const BakeTargetData*>(data);
+      if (target) bakeTarget_ = target->set ? target->layer : nullptr;
       break;
     }
     case zta::MSG_ITEMTREE_EVENT: {

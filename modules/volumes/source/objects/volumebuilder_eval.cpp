@@ -80,6 +80,12 @@ zta::Result<std::shared_ptr<zta::BaseObject>> RunCommand(const char* id, const z
   return object;
 }
 
+// Whether a cache layer holds a volume for the document's frame.
+bool CacheIsValid(const zta::BaseObject* layer, const zta::BaseDocument* doc) {
+  const VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(const_cast<zta::BaseObject*>(layer));
+  return cache && cache->HasCache(doc);
+}
+
 }  // namespace
 
 // ---- settings
@@ -161,6 +167,8 @@ zta::Result<void> VolumeBuilderData::ScanDirty(zta::BaseObject* op, const zta::H
     if (folder) active = item->GetDown() != nullptr;
     else if (object && object->GetType() == ID_VOLUMEFILTER)
       active = object->GetDataInstance()->GetInt32(kFilterTypeParameter) == volumeType_ - 1;
+    else if (object && object->GetType() == ID_VOLUMECACHELAYER && object != bakeTarget_)
+      active = CacheIsValid(object, doc);
     bool made = false;
     EvalNodeRef node = FindOrMakeNode(item, &made);
     if (!node) return zta::OutOfMemoryError("no eval node could be found or created");
@@ -183,6 +191,9 @@ zta::Result<void> VolumeBuilderData::ScanDirty(zta::BaseObject* op, const zta::H
       zta::UInt32 sum = object->GetHDirty(kInputDirtyFlags);
       if (object->GetUp()) sum += object->GetUp()->GetDirty(zta::DIRTYFLAGS_MATRIX);
       if (zta::BaseTag* tag = FindTag(op, object)) sum += tag->GetDirty(zta::DIRTYFLAGS_DATA);
+      // A cache layer gives another volume at another frame, and after a bake or a clear.
+      if (const VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(object))
+        sum += zta::UInt32(VolumeCacheLayerData::FrameOf(doc)) * 2654435761u + zta::UInt32(cache->GetFrameCount());
       if (zta::Int32(sum) != node->dirtySum) {
         node->ClearResults();
         node->dirtySum = zta::Int32(sum);
@@ -241,8 +252,8 @@ zta::Result<void> VolumeBuilderData::RefreshEvalTree(zta::BaseObject* op) {
                    : object->GetType() == ID_VOLUMEFILTER     ? EVALKIND_FILTER
                    : object->GetType() == ID_VOLUMECACHELAYER ? EVALKIND_CACHE
                                                               : EVALKIND_INPUT;
-      // Cache layers are not built yet: none of them holds a valid cache, so
-      // none cuts off the rows below it.
+      cacheCut = node->kind == EVALKIND_CACHE && (item->GetFlags() & LAYERFLAG_ENABLED) && object != bakeTarget_ &&
+                 CacheIsValid(object, doc);
       if (node->kind != EVALKIND_FOLDER) {
         objectUsers_[object].push_back(node);
         rebuildList_.emplace_back(node, underCache);
@@ -376,6 +387,15 @@ void VolumeBuilderData::OrderLayers(zta::BaseObject* op) {
         childLists.emplace_back(i, zta::Int32(layerLists_.size()) - 1);
       }
     }
+    // A valid cache layer stands for every row below it: the fold starts there.
+    for (zta::ItemTreeItem* i = first; i; i = i->GetNext()) {
+      auto* object = static_cast<zta::BaseObject*>(i->GetLink().GetLink(doc, zta::HOST_TYPE_OBJECT));
+      if (object && object->GetType() == ID_VOLUMECACHELAYER && (i->GetFlags() & LAYERFLAG_ENABLED) &&
+          object != bakeTarget_ && CacheIsValid(object, doc)) {
+        last = i;
+        break;
+      }
+    }
     std::vector<EvalNodeRef> list;
     const zta::Int32 listIndex = zta::Int32(layerLists_.size());
     for (zta::ItemTreeItem* i = last; i; i = i->GetPrev()) {
@@ -499,7 +519,8 @@ zta::Result<void> VolumeBuilderData::PostProcess(EvalNode& n, std::shared_ptr<zt
   n.volumes.push_back(r.get());
   n.ownedResults.push_back(std::move(r));
   n.valid = true;
-  ++statistics_.conversions;
+  // A cache layer's stored volume is no conversion of an input.
+  if (n.kind == EVALKIND_INPUT) ++statistics_.conversions;
   return zta::OK();
 }
 
@@ -614,10 +635,22 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
 }
 
 zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh) {
-  if (n.valid || n.kind != EVALKIND_INPUT) return zta::OK();
-  // A cache layer would give its stored volume here; filter and cache rows
-  // are held in their place and make nothing of their own.
+  if (n.valid || (n.kind != EVALKIND_INPUT && n.kind != EVALKIND_CACHE)) return zta::OK();
   auto* object = static_cast<zta::BaseObject*>(n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT));
+  if (n.kind == EVALKIND_CACHE) {
+    // The layer's volume of this frame, taken as a volume input with default settings.
+    n.ClearResults();
+    if (const VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(object)) {
+      auto stored = cache->GetVolume(hh->GetDocument(), {});
+      if (!stored) return stored.GetError();
+      if (stored->HasGrid()) {
+        if (auto ok = PostProcess(n, MakeVolumeObject(*stored), ReadInputSettings(nullptr), hh); !ok) return ok;
+      }
+    }
+    if (auto progress = ProgressHandler::Get()) (*progress)->NextStep(false);
+    n.valid = true;
+    return zta::OK();
+  }
   if (!object) return zta::OK();
   auto found = collectedInputs_.find(object);
   if (found == collectedInputs_.end()) return zta::OK();
@@ -672,7 +705,21 @@ zta::Result<std::shared_ptr<zta::BaseObject>> VolumeBuilderData::Combine(const z
 zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
                                                std::vector<std::shared_ptr<zta::BaseObject>>& current,
                                                const zta::HierarchyHelp* hh) {
-  if (n.kind == EVALKIND_FILTER || n.kind == EVALKIND_NONE || n.kind > EVALKIND_FILTER) return zta::OK();
+  if (n.kind == EVALKIND_FILTER) {
+    auto* filter = static_cast<zta::BaseObject*>(n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT));
+    // Copies: the volumes below stay as the rows below folded them.
+    for (auto& c : current) {
+      if (StopAsked(hh)) return CancelledError();
+      std::shared_ptr<zta::BaseObject> copy = MakeVolumeObject(VolumeObjectData::GetVolume(c.get()));
+      if (!copy) return zta::OutOfMemoryError("out of memory filtering a volume");
+      if (auto ok = VolumeFilter::Filter(filter, copy.get(), hh->GetDocument(), hh->GetThread().get(), c->GetMg()); !ok)
+        return ok;
+      c = copy;
+    }
+    n.valid = true;
+    return zta::OK();
+  }
+  if (n.kind == EVALKIND_NONE || n.kind > EVALKIND_CACHE) return zta::OK();
   if (auto ok = MakeVolumes(op, n, hh); !ok) return ok;
   const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
   if (volumeType_ != BUILDERTYPE_VECTOR && mode == 0) {
@@ -717,9 +764,21 @@ zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Ev
     bool clean = true;
     for (size_t i = 0; i < list.size(); ++i) {
       EvalNode& n = *list[i];
+      if (n.kind == EVALKIND_CACHE && !current.empty() && bakeTarget_ &&
+          n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT) == bakeTarget_) {
+        // A bake takes what stands below its layer; the builder itself shows nothing meanwhile.
+        if (VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(bakeTarget_)) {
+          if (auto ok = cache->SetVolume(VolumeObjectData::GetVolume(current.front().get()), {}); !ok)
+            return ok.GetError();
+        }
+        return std::vector<std::shared_ptr<zta::BaseObject>>();
+      }
       const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
       const EvalNode::FoldKey key{mode, n.changeKey.enabled, i ? list[i - 1].get() : nullptr};
-      const bool unchanged = n.kind == EVALKIND_FOLDER ? !n.contentChanged : (n.valid || n.kind != EVALKIND_INPUT);
+      const bool unchanged = n.kind == EVALKIND_FOLDER ? !n.contentChanged
+                             : n.kind == EVALKIND_INPUT || n.kind == EVALKIND_FILTER || n.kind == EVALKIND_CACHE
+                                 ? n.valid
+                                 : true;
       clean = clean && unchanged && n.foldValid && n.foldKey == key;
       if (clean) {
         current = n.folded;
@@ -824,6 +883,8 @@ zta::BaseObject* VolumeBuilderData::BuildVirtualObjects(zta::BaseObject* op, con
     flags = {};
   }
   if (!op->GetCache()) flags.structureDirty = true;
+  // A bake needs the result of every frame it steps through.
+  if (bakeTarget_) flags.inputsDirty = true;
   if (!flags.inputsDirty && !flags.structureDirty) {
     if (progress && showProgress) progress->ClearProgress(false);
     zta::TouchDependenceList(op);
