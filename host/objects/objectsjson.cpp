@@ -15,6 +15,7 @@
 #include "host/objects/splineobject.h"
 #include "host/objects/uvwtag.h"
 #include "host/objects/vertexmaptag.h"
+#include "host/scene/description.h"
 #include "host/scene/scenejson.h"
 #include "host/scene/scenejsonio.h"
 
@@ -125,6 +126,14 @@ void ReadMesh(PolygonObject& op, const Json& j, const String& path, SceneJsonRea
 
 }  // namespace
 
+const DescID* FileParameterOf(Int32 type) {
+  const Description* d = GetTypeDescription(type);
+  if (!d) return nullptr;
+  for (Int32 i = 0; i < d->GetCount(); ++i)
+    if (d->GetSettings(i).GetInt32(DESC_KIND) == Int32(DESCKIND::FILENAME)) return &d->GetId(i);
+  return nullptr;
+}
+
 const std::vector<const char*>& HostNodeJsonKeys() {
   static const std::vector<const char*> keys = {"points", "polygons", "file", "segments", "particles", "uvw", "weights"};
   return keys;
@@ -200,7 +209,14 @@ void ReadHostNodeJson(BaseList2D& node, const Json& j, const String& path, Scene
       SetPolygonData(*poly, points, polygons, path);
     }
   } else {
-    if (!dynamic_cast<SegmentedPoints*>(&node) && !dynamic_cast<ParticleGroupObject*>(&node)) refuse("file");
+    if (!dynamic_cast<SegmentedPoints*>(&node) && !dynamic_cast<ParticleGroupObject*>(&node) && j.contains("file")) {
+      // Any other type with a file parameter (a volume object's .vdb file,
+      // say) takes the name there, as its owner then reads it.
+      const DescID* id = FileParameterOf(node.GetType());
+      if (!id) refuse("file");
+      if (!j["file"].is_string()) ThrowJson(JsonKey(path, "file"), "expected a file name");
+      node.GetDataInstance()->SetString(id->GetId(), j["file"].get<String>());
+    }
     refuse("polygons");
   }
 

@@ -907,13 +907,14 @@ class SceneJsonReader : public SceneJsonReadContext {
     JsonObject(j, path);
     CheckJsonKeys(j, path, NodeKeys(cls));
     if (cls != NODECLASS::OBJECT && j.contains("file"))
-      ThrowJson(JsonKey(path, "file"), "only polygon objects, splines, lines and particle groups read files");
+      ThrowJson(JsonKey(path, "file"), "only objects read files");
     const bool hasFile = cls == NODECLASS::OBJECT && j.contains("file");
     if (!j.contains("type") && !hasFile) ThrowJson(JsonKey(path, "type"), "the type is missing");
     const Int32 type = j.contains("type") ? Type(j, path, cls) : HOST_TYPE_POLYGON;
     if (hasFile && type != HOST_TYPE_POLYGON && type != HOST_TYPE_SPLINE && type != HOST_TYPE_LINE &&
-        type != HOST_TYPE_PARTICLE_GROUP)
-      ThrowJson(JsonKey(path, "file"), "only polygon objects, splines, lines and particle groups read files");
+        type != HOST_TYPE_PARTICLE_GROUP && !FileParameterOf(type))
+      ThrowJson(JsonKey(path, "file"),
+                "only polygon objects, splines, lines, particle groups and objects with a file parameter read files");
     std::unique_ptr<BaseList2D> node;
     if (cls == NODECLASS::OBJECT) {
       node = BaseObject::Alloc(type);

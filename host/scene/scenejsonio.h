@@ -16,6 +16,7 @@
 #include "host/scene/gedata.h"
 
 namespace zta {
+class DescID;
 
 class BaseList2D;
 class CustomDataType;
@@ -95,6 +96,9 @@ bool WriteHostNodeJson(const BaseList2D& node, Json& out, const SceneJsonWriteCo
 // Reads what WriteHostNodeJson wrote, from the keys it owns; an object's own
 // data come before its tags'. Throws SceneJsonError.
 void ReadHostNodeJson(BaseList2D& node, const Json& j, const String& path, SceneJsonReadContext& ctx);
+// The parameter that a "file" key names for a type other than the host's
+// mesh and point objects: the first file parameter of its description, or null.
+const DescID* FileParameterOf(Int32 type);
 // The keys of a node's JSON object that belong to ReadHostNodeJson.
 const std::vector<const char*>& HostNodeJsonKeys();
 

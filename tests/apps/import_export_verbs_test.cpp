@@ -159,14 +159,18 @@ TEST(ImportExportVerbs, AHandWrittenJsonSceneNamesItsVolumeFiles) {
                   f("smoke.vdb") + "', grids=[g])\n"), "");
   std::ofstream(f("s.json")) << R"({"format": "zelmar-scene", "version": 1, "objects": [
     {"type": "ovolume", "name": "surface", "parameters": {"VOLUMEOBJECT_FILE": "smoke.vdb"}},
-    {"type": "ovolume", "name": "gone", "parameters": {"VOLUMEOBJECT_FILE": "gone.vdb"}}]})";
+    {"type": "ovolume", "name": "gone", "parameters": {"VOLUMEOBJECT_FILE": "gone.vdb"}},
+    {"type": "ovolume", "name": "short", "file": "smoke.vdb"}]})";
   // The file found beside the scene is read; the missing one leaves its object empty and marked.
   auto info = Zvol({"scene", "info", f("s.json"), "--json"});
   ASSERT_EQ(info.status, 0) << info.err;
   const json j = json::parse(info.out);
   EXPECT_EQ(j["objects"][0]["parameters"]["6001"], "Float SDF");
   EXPECT_EQ(j["objects"][1]["parameters"]["6001"], "File not found");
-  ASSERT_EQ(Zvol({"export", f("s.json"), "-o", f("out.vdb")}).status, 0);
+  // "file" names the same parameter, for any type that has a file.
+  EXPECT_EQ(j["objects"][2]["parameters"]["6001"], "Float SDF");
+  EXPECT_EQ(j["objects"][2]["parameters"]["6000"], "smoke.vdb");
+  ASSERT_EQ(Zvol({"export", f("s.json"), "-o", f("out.vdb"), "--selection", "surface"}).status, 0);
   EXPECT_EQ(CompareFiles(f("smoke.vdb"), f("out.vdb")), "same\n");
 }
 

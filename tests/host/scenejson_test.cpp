@@ -361,7 +361,7 @@ TEST(SceneJson, SplinesAndParticlesFromPointFiles) {
   EXPECT_EQ(JsonError(R"({"objects": [{"type": "Ospline", "file": "bad.csv"}]})", options),
             "objects[0].file: " + dir + "/bad.csv: line 3: expected numbers");
   EXPECT_EQ(JsonError(R"({"objects": [{"type": "Onull", "file": "path.csv"}]})", options),
-            "objects[0].file: only polygon objects, splines, lines and particle groups read files");
+            "objects[0].file: only polygon objects, splines, lines, particle groups and objects with a file parameter read files");
   EXPECT_EQ(JsonError(R"({"objects": [{"type": "Ospline", "file": "none.csv"}]})", options),
             "objects[0].file: File could not be found: " + dir + "/none.csv");
 }
