@@ -1,3 +1,4 @@
+#include <sstream>
 #include "sceneeval.h"
 
 #include <filesystem>
@@ -55,6 +56,31 @@ void Gather(const Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
 bool IsScenePath(const std::string& path) {
   return std::filesystem::path(path).extension() == std::string(".") + zta::kSceneFileSuffix ||
          zta::IsJsonScenePath(path);
+}
+
+zta::BaseObject* FindObjectByPath(const zta::BaseDocument& doc, const std::string& path) {
+  zta::BaseObject* level = doc.GetFirstObject();
+  zta::BaseObject* found = nullptr;
+  std::stringstream in(path);
+  for (std::string name; std::getline(in, name, '/');) {
+    found = nullptr;
+    for (zta::BaseObject* op = level; op && !found; op = op->GetNext())
+      if (op->GetName() == name) found = op;
+    if (!found) return nullptr;
+    level = found->GetDown();
+  }
+  return found;
+}
+
+void SelectObjectsByPath(zta::BaseDocument& doc, const std::string& paths) {
+  doc.SetActiveObject(nullptr);
+  std::stringstream in(paths);
+  for (std::string path; std::getline(in, path, ',');) {
+    if (path.empty()) continue;
+    zta::BaseObject* op = FindObjectByPath(doc, path);
+    if (!op) throw Failure("the scene has no object at '" + path + "'");
+    doc.SetActiveObject(op, zta::SELECTION_ADD);
+  }
 }
 
 std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::string& path) {

@@ -67,7 +67,7 @@ TEST(SceneRemeshVerb, RefusesUnknownObjectsAndKeepsTheOutput) {
   const std::string scene = KnotScene(f);
   auto r = Zvol({"scene", "remesh", scene, "--select", "nosuch", "-o", f("out.json")});
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("error: no object nosuch in the scene"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("error: the scene has no object at 'nosuch'"), std::string::npos) << r.err;
   EXPECT_FALSE(std::filesystem::exists(f("out.json")));
   EXPECT_EQ(Zvol({"scene", "remesh", scene, "--select", "knot", "--voxel-size", "0", "-o", f("out.json")}).status, 2);
 }

@@ -22,23 +22,6 @@ void Set(zta::BaseList2D* node, Int32 id, const zta::GeData& value) {
   if (!zta::SetParameter(node, zta::DescID(id), value)) throw zvol::Failure(zta::FormatString("setting @ was refused", id));
 }
 
-// The object at "a/b/c", by names from the top of the tree down.
-zta::BaseObject* FindByPath(zta::BaseDocument& doc, const std::string& path) {
-  std::vector<std::string> names;
-  std::stringstream in(path);
-  for (std::string part; std::getline(in, part, '/');) names.push_back(part);
-  zta::BaseObject* level = doc.GetFirstObject();
-  zta::BaseObject* found = nullptr;
-  for (const std::string& name : names) {
-    found = nullptr;
-    for (zta::BaseObject* op = level; op && !found; op = op->GetNext())
-      if (op->GetName() == name) found = op;
-    if (!found) return nullptr;
-    level = found->GetDown();
-  }
-  return found;
-}
-
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string scene;
@@ -88,17 +71,7 @@ zvol::VerbRun Setup(CLI::App& app) {
       Set(node.get(), FIRST, zta::GeData(Int32(a)));
       Set(node.get(), NAMING, zta::GeData(Int32(o->naming)));
     }
-    if (!o->selection.empty()) {
-      std::stringstream in(o->selection);
-      bool first = true;
-      for (std::string path; std::getline(in, path, ',');) {
-        if (path.empty()) continue;
-        zta::BaseObject* op = FindByPath(*doc, path);
-        if (!op) throw zvol::Failure("the scene has no object at '" + path + "'");
-        doc->SetActiveObject(op, first ? zta::SELECTION_NEW : zta::SELECTION_ADD);
-        first = false;
-      }
-    }
+    if (!o->selection.empty()) zvol::SelectObjectsByPath(*doc, o->selection);
     Set(node.get(), SELECTION, zta::GeData(!o->selection.empty()));
     if (unit) Set(node.get(), UNIT, zta::GeData(std::shared_ptr<const zta::CustomDataType>(unit->Clone())));
 

@@ -267,25 +267,6 @@ void WriteFrame(const zvol::Context& ctx, const std::vector<std::unique_ptr<zta:
   ctx.Say("wrote " + path);
 }
 
-// The object at a path of names from the top of the scene ("group/cube").
-zta::BaseObject* FindByPath(const zta::BaseDocument& doc, const std::string& path) {
-  zta::BaseObject* level = doc.GetFirstObject();
-  zta::BaseObject* found = nullptr;
-  std::stringstream parts(path);
-  std::string name;
-  while (std::getline(parts, name, '/')) {
-    found = nullptr;
-    for (zta::BaseObject* op = level; op; op = op->GetNext())
-      if (op->GetName() == name) {
-        found = op;
-        break;
-      }
-    if (!found) return nullptr;
-    level = found->GetDown();
-  }
-  return found;
-}
-
 // The remesher command of the module, run as a person would: the objects
 // selected, its dialog answered with the values given here.
 struct RemeshOptions {
@@ -301,14 +282,7 @@ void Remesh(const zvol::Context& ctx, zta::BaseDocument& doc, const RemeshOption
   enum : Int32 { kVoxelSize = 2220, kSubdivision = 2221, kSmoothing = 2222, kLive = 2223 };
   const zta::PluginInfo* plugin = zta::FindPlugin(kRemesherCommand);
   if (!plugin || !plugin->command) throw zvol::Failure("the remesher command is not registered");
-  doc.SetActiveObject(nullptr);
-  std::stringstream paths(o.select);
-  std::string path;
-  while (std::getline(paths, path, ',')) {
-    zta::BaseObject* op = FindByPath(doc, path);
-    if (!op) throw zvol::Failure("no object " + path + " in the scene");
-    doc.SetActiveObject(op, zta::SELECTION_ADD);
-  }
+  zvol::SelectObjectsByPath(doc, o.select);
   if (plugin->command->GetState(&doc) == 0) throw zvol::Failure("the selected objects show no polygons");
   zvol::Check(zta::ExecutePasses(&doc, ctx.thread) ? zta::Result<void>() : zta::IllegalStateError("the scene could not be evaluated"));
   const zta::DIALOGPOLICY policy = zta::GetDialogPolicy();
