@@ -26,7 +26,7 @@ std::string Slurp(const std::string& path) {
 // zvol under an address-space cap, so that a missing check fails the test
 // instead of taking the machine's memory.
 zvtest::RunResult Capped(const std::vector<std::string>& args) {
-  std::vector<std::string> all{"prlimit", "--as=4000000000", std::string(ZV_BIN_DIR) + "/zvol"};
+  std::vector<std::string> all{"/usr/bin/prlimit", "--as=4000000000", std::string(ZV_BIN_DIR) + "/zvol"};
   all.insert(all.end(), args.begin(), args.end());
   return zvtest::Run(all);
 }
