@@ -193,13 +193,20 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     const auto it = sizes.find(type);
     return it == sizes.end() ? 0 : it->second;
   };
+  bool ended = false, first = true;
   while (std::getline(in, line)) {
     headerBytes += line.size() + 1;
     if (!line.empty() && line.back() == '\r') line.pop_back();
     std::istringstream words(line);
     std::string word;
     words >> word;
-    if (word == "end_header") break;
+    // Not a PLY file by its magic: the importer says so.
+    if (first && word != "ply") return;
+    first = false;
+    if (word == "end_header") {
+      ended = true;
+      break;
+    }
     if (word == "format") {
       words >> word;
       ascii = word == "ascii";
@@ -208,7 +215,7 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
       if (!(words >> e.name >> e.count) || e.count < 0) return;
       elements.push_back(e);
     } else if (word == "property" && !elements.empty()) {
-      std::string type, countType, itemType;
+      std::string type, countType;
       words >> type;
       // A list needs its count at the least; a value its bytes, or a digit and a blank in text.
       const int bytes = type == "list" ? (words >> countType, sizeOf(countType)) : sizeOf(type);
@@ -216,8 +223,9 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     }
     if (headerBytes > (1u << 20)) return;
   }
-  if (!in || headerBytes >= fileSize) return;
-  const uintmax_t room = fileSize - headerBytes;
+  // Assimp's reader looks for the header's end without an end of its own.
+  if (!ended) throw Failure(path + ": the PLY header has no end (end_header)");
+  const uintmax_t room = fileSize > headerBytes ? fileSize - headerBytes : 0;
   double need = 0.0;
   for (const Element& e : elements) {
     need += e.count * std::max(e.minBytes, ascii ? 1.0 : 0.0);
