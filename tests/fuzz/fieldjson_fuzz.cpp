@@ -26,7 +26,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const zta::BaseObject* field = doc.GetValue()->GetFirstObject();
   if (field) field = field->GetNext();
   if (!field) zvfuzz::Fail("the field object is gone", "");
-  const auto* list = field->GetDataInstance()->GetCustomDataTyped<zta::FieldList>(zta::FIELDOBJECT_FIELDS);
+  const auto list = field->GetDataInstance()->GetCustomDataTyped<zta::FieldList>(zta::FIELDOBJECT_FIELDS);
   if (!list) return 0;
   const zta::FieldList resolved = list->Resolve(doc.GetValue().get());
   const zta::Vector at[] = {{0, 0, 0}, {50, 25, -10}, {-1e3, 7, 1e3}, {1e-9, -1e-9, 3}};
