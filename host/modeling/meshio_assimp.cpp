@@ -212,7 +212,8 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
       ascii = word == "ascii";
     } else if (word == "element") {
       Element e;
-      if (!(words >> e.name >> e.count) || e.count < 0) return;
+      if (!(words >> e.name >> e.count) || !(e.count >= 0) || e.count != std::floor(e.count))
+        throw Failure(path + ": the PLY header has an element without a count: " + line.substr(0, 60));
       elements.push_back(e);
     } else if (word == "property" && !elements.empty()) {
       std::string type, countType;

@@ -40,6 +40,14 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   // A PLY header whose end_header is damaged sent Assimp's reader round forever.
   ExpectOneLineError(Write(dir, "noend.ply", kPlyHead + "And_header\n" + kPlyBody), "the PLY header has no end");
   ExpectOneLineError(Write(dir, "cut.ply", kPlyHead), "the PLY header has no end");
+  // A damaged element line in a header without end made Assimp's binary reader read wild.
+  const std::string wild(
+      "ply\nformat binary_little_endian 1.0\nely\nply\nformat binary_littl_eendian 1.0\nelement vertex 3\n"
+      "property float x\nproperty float y\nproperty float z\nelement face blender0nblenderr\n\000\000\000\000\000"
+      "\000\000\000\000\000\000\000\000\000\200?\000\000\000\000\377\000\000\nv 3ds 0\nv 1 0 0\nv 1\000\002\002\000\000\000",
+      224);
+  ExpectOneLineError(Write(dir, "wild.ply", wild), "the PLY header has an element without a count");
+  ExpectOneLineError(Write(dir, "half.ply", kPlyHead + "element edge -2\nend_header\n" + kPlyBody), "without a count");
   // Counts far beyond the file made Assimp reserve gigabytes before reading.
   ExpectOneLineError(Write(dir, "many.ply", "ply\nformat binary_little_endian 1.0\nelement vertex 3000000000\n"
                                            "property float x\nproperty float y\nproperty float z\nend_header\n"),
