@@ -200,8 +200,8 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     std::istringstream words(line);
     std::string word;
     words >> word;
-    // Not a PLY file by its magic: the importer says so.
-    if (first && word != "ply") return;
+    // Not a PLY file by its magic, which Assimp takes as the first three bytes: the importer says so.
+    if (first && line.rfind("ply", 0) != 0) return;
     first = false;
     if (word == "end_header") {
       ended = true;

@@ -40,6 +40,8 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   // A PLY header whose end_header is damaged sent Assimp's reader round forever.
   ExpectOneLineError(Write(dir, "noend.ply", kPlyHead + "And_header\n" + kPlyBody), "the PLY header has no end");
   ExpectOneLineError(Write(dir, "cut.ply", kPlyHead), "the PLY header has no end");
+  ExpectOneLineError(Write(dir, "magic.ply", "ply" + std::string(80, '\0') + kPlyHead.substr(3) + kPlyBody),
+                     "the PLY header has no end");
   // A damaged element line in a header without end made Assimp's binary reader read wild.
   const std::string wild(
       "ply\nformat binary_little_endian 1.0\nely\nply\nformat binary_littl_eendian 1.0\nelement vertex 3\n"
