@@ -15,6 +15,7 @@
 #include "host/ui/hostmode.h"
 #include "host/ui/mainthreadqueue.h"
 #include "host/ui/parallel.h"
+#include "memorylimit.h"
 #include "zvol.h"
 
 namespace {
@@ -45,6 +46,10 @@ int main(int argc, char** argv) {
   app.add_flag("-q,--quiet", ctx.quiet, "print no messages, only errors");
   app.add_flag("-v,--verbose", ctx.verbose, "print the timing of each step");
   app.add_option("--threads", ctx.threads, "use at most N worker threads")->check(CLI::PositiveNumber);
+  app.add_option_function<std::string>(
+         "--memory-limit", [](const std::string& s) { zvol::g_memoryLimit = zvol::ParseMemorySize(s); },
+         "refuse work estimated to need more than SIZE (512M, 16G, ...; none: no check; default: the memory available)")
+      ->type_name("SIZE");
   bool yes = false;
   app.add_flag("-y,--yes", yes, "answer yes to the questions the tools ask (default: no)");
 

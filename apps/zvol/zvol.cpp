@@ -13,6 +13,7 @@
 #include <sstream>
 #include <thread>
 
+#include "memorylimit.h"
 #include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
 
@@ -181,12 +182,32 @@ Frame PointwiseFrame(const std::vector<std::string>& paths, bool pairsByIndex) {
   return Frame::FILE;
 }
 
+namespace {
+double ValueBytes(zelmar::GRIDTYPE type) {
+  switch (type) {
+    case zelmar::GRIDTYPE::BOOL: return 1.0 / 8.0;
+    case zelmar::GRIDTYPE::DOUBLE:
+    case zelmar::GRIDTYPE::INT64: return 8.0;
+    case zelmar::GRIDTYPE::VEC3I:
+    case zelmar::GRIDTYPE::VEC3S: return 12.0;
+    case zelmar::GRIDTYPE::VEC3D: return 24.0;
+    case zelmar::GRIDTYPE::STRING: return 32.0;
+    default: return 4.0;
+  }
+}
+}  // namespace
+
 zelmar::Volume LoadVolume(const std::string& path, const std::string& grid, Frame frame) {
   const zta::Url url = zta::Url::FromSystemPath(path);
   if (zta::IoDetect(url) != zta::IODETECT::FILE) throw Failure("File could not be found: " + path);
   const int64_t index = ChooseGrid(path, grid);
-  if (frame == Frame::FILE) return Take(zelmar::FileFrameInterface::LoadGrid(url, index));
-  return Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+  zelmar::Volume volume = frame == Frame::FILE ? Take(zelmar::FileFrameInterface::LoadGrid(url, index))
+                                               : Take(zelmar::Volume::CreateFromFile(url, 1.0, index));
+  // A small file can claim a huge grid through active tiles; the tools that
+  // work voxel by voxel would make each of them real.
+  CheckMemoryNeed(double(volume.GetActiveVoxelCount()) * ValueBytes(volume.GetGridType()),
+                  path + " (" + std::to_string(volume.GetActiveVoxelCount()) + " active voxels)");
+  return volume;
 }
 
 void SaveVolumes(const Context& ctx, const std::string& path, const std::vector<zelmar::Volume>& volumes,

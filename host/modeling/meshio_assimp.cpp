@@ -9,7 +9,10 @@
 #include <array>
 #include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <limits>
+#include <map>
 #include <mutex>
 #include <set>
 #include <stdexcept>
@@ -141,6 +144,96 @@ void CheckFaces(const aiMesh& mesh, const std::string& where) {
   }
 }
 
+// ---- counts a header declares
+
+// PLY and OFF headers declare their element counts, and Assimp reserves room
+// for them before it reads a single element: a small file declaring 10^9
+// faces would take tens of gigabytes first. Every element needs some bytes of
+// the file, so a count that the file is too short to hold is refused here.
+void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
+  if (ext != ".ply" && ext != ".off") return;
+  std::error_code ec;
+  const uintmax_t fileSize = std::filesystem::file_size(path, ec);
+  if (ec) return;  // the importer says what is wrong with the file
+  std::ifstream in(path, std::ios::binary);
+  std::string line;
+  auto refuse = [&](double count, const std::string& what, uintmax_t room) {
+    throw Failure(FormatString("@: the header declares @ @, more than the file's @ bytes can hold", path,
+                               count < 1e19 ? std::to_string(uint64_t(count)) : FormatString("@", count), what, room));
+  };
+  if (ext == ".off") {
+    std::string magic;
+    if (!std::getline(in, magic) || magic.find("OFF") == std::string::npos || magic.find("BINARY") != std::string::npos)
+      return;
+    // The counts stand after the keyword on its line or on the next line that is not a comment.
+    std::string counts = magic.substr(magic.find("OFF") + 3);
+    while (counts.find_first_not_of(" \t\r") == std::string::npos && std::getline(in, line))
+      if (line.empty() || line[0] != '#') counts = line;
+    std::istringstream fields(counts);
+    double points = 0, faces = 0;
+    if (!(fields >> points >> faces) || points < 0 || faces < 0) return;
+    const uintmax_t room = fileSize;
+    // "0 0 0\n" for a point, "0\n" for a face at the least.
+    if (points * 6.0 + faces * 2.0 > double(room)) refuse(points * 6.0 > double(room) ? points : faces,
+                                                          points * 6.0 > double(room) ? "points" : "faces", room);
+    return;
+  }
+  bool ascii = true;
+  struct Element {
+    std::string name;
+    double count = 0;
+    double minBytes = 0;
+  };
+  std::vector<Element> elements;
+  size_t headerBytes = 0;
+  const std::map<std::string, int> sizes = {
+      {"char", 1},  {"int8", 1},  {"uchar", 1},  {"uint8", 1},   {"short", 2},   {"int16", 2},  {"ushort", 2},  {"uint16", 2},
+      {"int", 4},   {"int32", 4}, {"uint", 4},   {"uint32", 4},  {"float", 4},   {"float32", 4}, {"double", 8}, {"float64", 8}};
+  auto sizeOf = [&](const std::string& type) {
+    const auto it = sizes.find(type);
+    return it == sizes.end() ? 0 : it->second;
+  };
+  bool ended = false, first = true;
+  while (std::getline(in, line)) {
+    headerBytes += line.size() + 1;
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    // Not a PLY file by its magic, which Assimp takes as the first three bytes: the importer says so.
+    if (first && line.rfind("ply", 0) != 0) return;
+    first = false;
+    if (word == "end_header") {
+      ended = true;
+      break;
+    }
+    if (word == "format") {
+      words >> word;
+      ascii = word == "ascii";
+    } else if (word == "element") {
+      Element e;
+      if (!(words >> e.name >> e.count) || !(e.count >= 0) || e.count != std::floor(e.count))
+        throw Failure(path + ": the PLY header has an element without a count: " + line.substr(0, 60));
+      elements.push_back(e);
+    } else if (word == "property" && !elements.empty()) {
+      std::string type, countType;
+      words >> type;
+      // A list needs its count at the least; a value its bytes, or a digit and a blank in text.
+      const int bytes = type == "list" ? (words >> countType, sizeOf(countType)) : sizeOf(type);
+      elements.back().minBytes += ascii ? 2.0 : double(bytes);
+    }
+    if (headerBytes > (1u << 20)) return;
+  }
+  // Assimp's reader looks for the header's end without an end of its own.
+  if (!ended) throw Failure(path + ": the PLY header has no end (end_header)");
+  const uintmax_t room = fileSize > headerBytes ? fileSize - headerBytes : 0;
+  double need = 0.0;
+  for (const Element& e : elements) {
+    need += e.count * std::max(e.minBytes, ascii ? 1.0 : 0.0);
+    if (need > double(room)) refuse(e.count, e.name == "vertex" ? "points" : e.name == "face" ? "faces" : e.name + " elements", room);
+  }
+}
+
 // ---- the frame a file states
 
 const aiMetadataEntry* FindMeta(const aiMetadata* md, const char* key) {
@@ -263,6 +356,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     return IllegalArgumentError(FormatString("@ metres is no unit", options.unitMeters));
 
   try {
+    CheckDeclaredCounts(path, MeshFileExtension(path));
     Assimp::Importer importer;
     importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it
     // No post-processing: quads stay quads, and points are taken as the file has them.
@@ -337,6 +431,9 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     return IllegalArgumentError(f.what());
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("out of memory reading " + path);
+  } catch (const std::exception& e) {
+    // An importer's own failure that got past it (a length error, ...).
+    return IoError("could not read " + path + ": " + e.what());
   }
 }
 

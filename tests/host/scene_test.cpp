@@ -44,7 +44,9 @@ TEST(Scene, TreeEditing) {
   BaseObject* e = NewNull("e");
   EXPECT_TRUE(e->InsertBefore(d));
   EXPECT_EQ(c->GetNext(), e);
-  EXPECT_FALSE(NewNull("loose")->InsertBefore(doc->GetObjectListHead()));  // a head has no place
+  BaseObject* loose = NewNull("loose");
+  EXPECT_FALSE(loose->InsertBefore(doc->GetObjectListHead()));  // a head has no place
+  GeListNode::Free(loose);
   GeListNode::Free(e);
 
   // A node cannot go under itself or its own descendant, nor be inserted twice.

@@ -122,7 +122,8 @@ TEST(Undo, EachKindUndoesAndRedoesExactly) {
   EXPECT_FALSE(doc->AddUndo(UNDOTYPE::CHANGE, doc.get()));
   auto loose = BaseObject::Alloc(HOST_TYPE_NULL);
   EXPECT_FALSE(doc->AddUndo(UNDOTYPE::CHANGE, loose.get()));
-  EXPECT_FALSE(doc->AddUndo(UNDOTYPE::HIERARCHY_PSR, p->GetFirstTag()));
+  // Undo put back the node's recorded copy: `p` went with the dropped redo step.
+  EXPECT_FALSE(doc->AddUndo(UNDOTYPE::HIERARCHY_PSR, doc->SearchObject("p")->GetFirstTag()));
   doc->EndUndo();
 }
 

@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "host/objects/polygonobject.h"
+#include "memorylimit.h"
 #include "meshio.h"
 #include "zelmar/volumetools.h"
 #include "zvol.h"
@@ -38,6 +39,7 @@ void Mesh2Vol(const Options& o, const zvol::Context& ctx) {
   const double voxelSize = zvol::ResolveVoxelSize(*mesh, o.input, o.voxelSize, o.dim);
   zvol::ConversionMesh cm = zvol::ToConversionMesh(*mesh);
   mesh.reset();
+  zvol::CheckMeshConversion(cm, voxelSize, o.fill ? double(o.exterior) : double(o.exterior + o.interior), o.fill, o.input);
   // OpenVDB's voxeliser is not symmetric under a mirror (its band edges come out
   // a little different), so the mesh goes back to the file's frame and the grid
   // is written from there: the result is OpenVDB's own conversion of the file.

@@ -3,6 +3,7 @@
 
 #include "host/core/format.h"
 #include "host/objects/polygonobject.h"
+#include "memorylimit.h"
 #include "meshio.h"
 #include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
@@ -33,6 +34,7 @@ std::string Remesh(const Options& o, const zvol::Context& ctx) {
   const double voxelSize = zvol::ResolveVoxelSize(*mesh, o.input, o.voxelSize, o.dim);
   zvol::ConversionMesh cm = zvol::ToConversionMesh(*mesh);
   mesh.reset();
+  zvol::CheckMeshConversion(cm, voxelSize, 2.0 * o.halfWidth, false, o.input);
   progress.Set(0.1);
   zelmar::Volume volume;
   {
