@@ -20,11 +20,15 @@
 #include "host/modeling/join.h"
 #include "host/modeling/modeling.h"
 #include "host/scene/execution.h"
+#include "host/core/registry.h"
+#include "host/scene/messages.h"
 #include "host/ui/dialogs.h"
+#include "host/ui/progressdialog.h"
 #include "host/ui/modaldialog.h"
 #include "host/objects/polygonobject.h"
 #include "meshio.h"
 #include "zelmar/volumecommands.h"
+#include "zelmar/volumelibraries.h"
 #include "sceneeval.h"
 #include "sceneio.h"
 #include "zvol.h"
@@ -297,6 +301,67 @@ void Remesh(const zvol::Context& ctx, zta::BaseDocument& doc, const RemeshOption
   if (!ran) throw zvol::Failure("the remesh failed");
 }
 
+// A Volume Builder's cache layer, baked over frames as a person would: the
+// layer's range set, its Bake button pressed; the bake's progress dialog
+// shows on the terminal and Ctrl-C is its cancel. A builder without a cache
+// layer gets one, through the builder's function table.
+struct BakeOptions {
+  std::string builder;
+  std::string layer;
+  std::string frames;
+};
+
+void Bake(const zvol::Context& ctx, zta::BaseDocument& doc, const BakeOptions& o) {
+  constexpr Int32 kBuilderType = 1039859, kCacheLayerType = 1050456;
+  enum : Int32 { kFrameMode = 1000, kStart = 1001, kEnd = 1002, kBakeButton = 1003, kCustomFrames = 2 };
+  zta::BaseObject* builder = zvol::FindObjectByPath(doc, o.builder);
+  if (!builder) throw zvol::Failure("the scene has no object at '" + o.builder + "'");
+  if (builder->GetType() != kBuilderType) throw zvol::Failure("'" + o.builder + "' is no Volume Builder");
+  auto findLayer = [&]() -> zta::BaseObject* {
+    zta::BranchInfo branches[4];
+    const Int32 n = builder->GetNodeData()->ListBranches(builder, branches, 4, 0);
+    for (Int32 i = 0; i < n; ++i)
+      for (zta::GeListNode* c = branches[i].head ? branches[i].head->GetFirst() : nullptr; c; c = c->GetNext()) {
+        auto* op = static_cast<zta::BaseObject*>(c);
+        if (op->GetType() == kCacheLayerType && (o.layer.empty() || op->GetName() == o.layer)) return op;
+      }
+    return nullptr;
+  };
+  zta::BaseObject* layer = findLayer();
+  if (!layer && !o.layer.empty()) throw zvol::Failure("the builder has no cache layer '" + o.layer + "'");
+  if (!layer) {
+    const auto* table = static_cast<const zelmar::VolumeBuilderLibrary*>(zta::FindLibrary(zelmar::ID_VOLUMEBUILDER_LIBRARY));
+    std::unique_ptr<zta::BaseObject> made = zta::AllocObject(kCacheLayerType);
+    if (!table || !made) throw zvol::Failure("no cache layer can be made");
+    made->SetName("Cache");
+    // A new layer's row goes on top, where it stands for every row below.
+    if (!table->AddInput(builder, made.get(), nullptr, nullptr)) throw zvol::Failure("the cache layer could not be added");
+    made.release();
+    layer = findLayer();
+    if (!layer) throw zvol::Failure("the cache layer could not be added");
+  }
+  zta::BaseContainer* bc = layer->GetDataInstance();
+  if (!o.frames.empty()) {
+    long long a = 0, b = 0;
+    char rest = 0;
+    if (std::sscanf(o.frames.c_str(), "%lld:%lld%c", &a, &b, &rest) != 2 || b < a || b - a > 1000000)
+      throw CLI::ValidationError("--frames", "expected A:B with A <= B, got '" + o.frames + "'");
+    bc->SetInt32(kFrameMode, kCustomFrames);
+    bc->SetInt32(kStart, Int32(a));
+    bc->SetInt32(kEnd, Int32(b));
+  }
+  zvol::Progress progress(ctx, "bake");
+  zta::SetProgressCancelCallback([&](const std::string&, zta::Float fraction) {
+    progress.Set(fraction);
+    return ctx.thread && ctx.thread->TestBreak();
+  });
+  zta::DescriptionCommand press{zta::DescID(kBakeButton)};
+  const bool baked = layer->Message(zta::MSG_DESCRIPTION_COMMAND, &press);
+  zta::SetProgressCancelCallback(nullptr);
+  ctx.CheckInterrupted();
+  if (!baked) throw zvol::Failure("the bake failed");
+}
+
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string scene;
@@ -309,6 +374,7 @@ zvol::VerbRun Setup(CLI::App& app) {
   };
   auto o = std::make_shared<Options>();
   auto r = std::make_shared<RemeshOptions>();
+  auto k = std::make_shared<BakeOptions>();
   app.require_subcommand(1);
   CLI::App* info = app.add_subcommand("info", "the tree of a scene: types, names, parameters that differ from their defaults");
   info->add_option("scene", o->scene, "the scene file (.zscene or .json)")->required();
@@ -341,7 +407,25 @@ zvol::VerbRun Setup(CLI::App& app) {
   remesh->add_flag("--live", r->live, "keep a Volume Mesher over a Volume Builder instead of baking");
   remesh->add_option("-o,--output", o->output, "the scene file to write (.zscene or .json)")->required();
 
-  return [o, r, info, convert, eval, remesh](const zvol::Context& ctx) {
+  CLI::App* bake = app.add_subcommand(
+      "bake", "bake a Volume Builder's cache layer over frames, so that the scene plays them back without the rows below");
+  bake->add_option("scene", o->input, "the scene file to read (.zscene or .json)")->required();
+  bake->add_option("--builder", k->builder, "the Volume Builder, as a path of names from the top: group/builder")
+      ->required();
+  bake->add_option("--layer", k->layer, "the cache layer by name (default: the first; one is added when there is none)");
+  bake->add_option("--frames", k->frames, "A:B: the frames to bake (default: the layer's own range)");
+  bake->add_option("-o,--output", o->output, "the scene file to write (.zscene or .json)")->required();
+
+  return [o, r, k, info, convert, eval, remesh, bake](const zvol::Context& ctx) {
+    if (bake->parsed()) {
+      RequireScene(o->output);
+      zvol::CheckOutputPath(o->output);
+      auto doc = Load(ctx, o->input);
+      Bake(ctx, *doc, *k);
+      zvol::SaveScene(ctx, doc.get(), o->output);
+      ctx.Say("wrote " + o->output);
+      return 0;
+    }
     if (remesh->parsed()) {
       RequireScene(o->output);
       zvol::CheckOutputPath(o->output);
