@@ -18,6 +18,7 @@
 #include "host/ui/hostmode.h"
 #include "host/ui/parallel.h"
 #include "modules/volumes/source/helper/progresshandler.h"
+#include "modules/volumes/source/helper/phong.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volume_impl.h"
@@ -39,7 +40,6 @@ constexpr Int32 kNameResource = 10002;
 constexpr Int32 kProgressResource = 10052;
 constexpr Int32 kMapNameResource = 10067;
 constexpr Int32 kPriority = 4500;
-constexpr double kPhongAngle = 1.3962634015954636;
 constexpr Int32 kNullType = zta::HOST_TYPE_NULL;
 // Node bits of the proxy tag: 63 hides it; 82 and 92 keep the user from
 // deleting or copying it.
@@ -313,15 +313,7 @@ bool VolumeToMeshGenerator::HandleMessage(zta::GeListNode* node, Int32 type, voi
   switch (type) {
     case zta::MSG_MENUPREPARE: {
       if (!op) break;
-      zta::BaseTag* tag = op->GetTag(zta::HOST_TAG_PHONG);
-      if (!tag) {
-        auto phong = zta::PhongTag::Alloc();
-        if (!phong) return false;
-        tag = phong.release();
-        op->InsertTag(tag);
-      }
-      tag->GetDataInstance()->SetBool(zta::PHONGTAG_PHONG_ANGLELIMIT, true);
-      tag->GetDataInstance()->SetFloat(zta::PHONGTAG_PHONG_ANGLE, kPhongAngle);
+      if (!ApplyDefaultPhong(op)) return false;
       break;
     }
     case zta::MSG_DOCUMENTINFO: {

@@ -18,6 +18,7 @@
 #include "host/scene/plugins.h"
 #include "host/ui/dialogs.h"
 #include "modules/volumes/source/helper/volumeblock.h"
+#include "modules/volumes/source/helper/phong.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/fileparameter.h"
 #include "modules/volumes/source/scenehook/volumesavemanagerhook.h"
@@ -36,7 +37,6 @@ constexpr zta::Int32 kVoxelsLabelResource = 10060;
 constexpr zta::Int32 kMemoryLabelResource = 10061;
 constexpr zta::Int32 kPriorityFile = zta::EXECUTIONPRIORITY_INITIAL;
 constexpr zta::Int32 kPriorityScale = zta::EXECUTIONPRIORITY_GENERATOR + 1;
-constexpr double kPhongAngle = 1.3962634015954636;
 constexpr const char* kSourceSceneKey = "source_zta_file";
 
 std::string Text(zta::Int32 id) { return GetModuleResource().Get(id); }
@@ -335,15 +335,7 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
       if (ApplyMatrixToGrid(op)) gridChanged_ = true;
       break;
     case zta::MSG_MENUPREPARE: {
-      zta::BaseTag* tag = op->GetTag(zta::HOST_TAG_PHONG);
-      if (!tag) {
-        auto phong = zta::PhongTag::Alloc();
-        if (!phong) return false;
-        tag = phong.release();
-        op->InsertTag(tag);
-      }
-      tag->GetDataInstance()->SetBool(zta::PHONGTAG_PHONG_ANGLELIMIT, true);
-      tag->GetDataInstance()->SetFloat(zta::PHONGTAG_PHONG_ANGLE, kPhongAngle);
+      if (!ApplyDefaultPhong(op)) return false;
       break;
     }
     case zta::MSG_DESCRIPTION_COMMAND: {

@@ -17,6 +17,7 @@
 #include "host/scene/plugins.h"
 #include "host/ui/dialogs.h"
 #include "modules/volumes/source/helper/volumeblock.h"
+#include "modules/volumes/source/helper/phong.h"
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/fileparameter.h"
 #include "modules/volumes/source/objects/volumeobject.h"
@@ -34,7 +35,6 @@ constexpr zta::Int32 kFileNotFoundResource = 10047;
 constexpr zta::Int32 kSaveTitleResource = 10048;
 constexpr zta::Int32 kPriorityFile = zta::EXECUTIONPRIORITY_INITIAL;
 constexpr zta::Int32 kPriorityLate = zta::EXECUTIONPRIORITY_GENERATOR + 1;
-constexpr double kPhongAngle = 1.3962634015954636;
 constexpr const char* kSourceSceneKey = "source_zta_file";
 constexpr const char* kBranchName = "Volumes";
 
@@ -543,15 +543,7 @@ bool VolumeSetData::HandleMessage(zta::GeListNode* node, zta::Int32 type, void* 
       if (!HandleTreeEvent(op, data)) return false;
       break;
     case zta::MSG_MENUPREPARE: {
-      zta::BaseTag* tag = op->GetTag(zta::HOST_TAG_PHONG);
-      if (!tag) {
-        auto phong = zta::PhongTag::Alloc();
-        if (!phong) return false;
-        tag = phong.release();
-        op->InsertTag(tag);
-      }
-      tag->GetDataInstance()->SetBool(zta::PHONGTAG_PHONG_ANGLELIMIT, true);
-      tag->GetDataInstance()->SetFloat(zta::PHONGTAG_PHONG_ANGLE, kPhongAngle);
+      if (!ApplyDefaultPhong(op)) return false;
       break;
     }
     case zta::MSG_DESCRIPTION_COMMAND: {
