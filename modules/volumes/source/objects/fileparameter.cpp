@@ -61,4 +61,16 @@ zta::Result<Url> PrepareFileInVol(zta::BaseObject* op, zta::BaseDocument* doc, c
   return VolumeSaveManagerHook::MakeSaveUrl(doc->GetDocumentPath(), registered);
 }
 
+bool FollowObjectName(zta::BaseObject* op, zta::Int32 id, const FileParameterSteps& steps) {
+  zta::BaseContainer* bc = op->GetDataInstance();
+  const std::filesystem::path file(bc->GetString(id));
+  if (file.has_parent_path() || file.filename().empty()) return true;
+  Url url(SafeVolumeFileName(op->GetName()));
+  if (zta::BaseDocument* doc = op->GetDocument()) {
+    if (auto ok = steps.registerName(doc, url); !ok) return false;
+  }
+  bc->SetString(id, url.ToString());
+  return true;
+}
+
 }  // namespace zelmar

@@ -40,4 +40,9 @@ bool ChangeFileParameter(zta::BaseObject* op, zta::Int32 id, const zta::GeData& 
 zta::Result<Url> PrepareFileInVol(zta::BaseObject* op, zta::BaseDocument* doc, const Url& current,
                                   const FileParameterSteps& steps, Url& registered);
 
+// After the object was renamed: a file parameter that holds a plain name
+// (no folder) takes the new name, made safe and registered with the hook.
+// False when the hook refuses it.
+bool FollowObjectName(zta::BaseObject* op, zta::Int32 id, const FileParameterSteps& steps);
+
 }  // namespace zelmar

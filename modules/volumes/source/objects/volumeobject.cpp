@@ -375,13 +375,8 @@ bool VolumeObjectData::HandleMessage(zta::GeListNode* node, zta::Int32 type, voi
     }
     case zta::MSG_NAMEORPATH_CHANGED: {
       if (inSet) break;
-      const std::filesystem::path file(bc->GetString(VOLUMEOBJECT_FILE));
-      if (file.has_parent_path() || file.filename().empty()) break;
-      Url url(SafeVolumeFileName(op->GetName()));
-      if (doc) {
-        if (auto ok = RegisterWithHook(op, doc, url); !ok) return false;
-      }
-      bc->SetString(VOLUMEOBJECT_FILE, url.ToString());
+      const FileParameterSteps steps{[&](zta::BaseDocument* d, Url& u) { return RegisterWithHook(op, d, u); }, {}, {}};
+      if (!FollowObjectName(op, VOLUMEOBJECT_FILE, steps)) return false;
       break;
     }
     case zta::MSG_DOCUMENTINFO: {

@@ -572,13 +572,8 @@ bool VolumeSetData::HandleMessage(zta::GeListNode* node, zta::Int32 type, void* 
       break;
     }
     case zta::MSG_NAMEORPATH_CHANGED: {
-      const std::filesystem::path file(bc->GetString(VOLUMESET_FILE));
-      if (file.has_parent_path() || file.filename().empty()) break;
-      Url url(SafeVolumeFileName(op->GetName()));
-      if (doc) {
-        if (auto ok = RegisterWithHook(op, doc, url); !ok) return false;
-      }
-      bc->SetString(VOLUMESET_FILE, url.ToString());
+      const FileParameterSteps steps{[&](zta::BaseDocument* d, Url& u) { return RegisterWithHook(op, d, u); }, {}, {}};
+      if (!FollowObjectName(op, VOLUMESET_FILE, steps)) return false;
       break;
     }
     case zta::MSG_DOCUMENTINFO: {
