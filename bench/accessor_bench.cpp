@@ -23,6 +23,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumeaccessors.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -187,11 +188,4 @@ BENCHMARK(OpenVDBByWorldPositionLinear)->Apply(Threads);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  zelmar::StopModuleStandalone();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv); }

@@ -20,6 +20,7 @@
 #include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "zelmar/volumecommands.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -141,11 +142,4 @@ BENCHMARK(MoveOneRebuild)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterati
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  GetScene().doc.reset();
-  zelmar::StopModuleStandalone();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv, [] { GetScene().doc.reset(); }); }

@@ -9,6 +9,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -99,10 +100,4 @@ BENCHMARK(UnionUnlike)->Unit(benchmark::kMillisecond)->UseRealTime();
 // range(0) / 8 scales the voxel size: 64 -> 8x coarser (~50k voxels), 8 -> ~3M voxels.
 BENCHMARK(UnionEmptyAccumulator)->Arg(64)->Arg(24)->Arg(8)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
-int main(int argc, char** argv) {
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv); }

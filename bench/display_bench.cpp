@@ -13,6 +13,7 @@
 #include "modules/volumes/source/objects/volumedraw.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -115,11 +116,4 @@ BENCHMARK(CollectPoints)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BuildBuffersAndDraw)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(DrawFrame)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-int main(int argc, char** argv) {
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  zelmar::StopModuleStandalone();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv); }

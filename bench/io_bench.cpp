@@ -9,6 +9,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -80,11 +81,4 @@ BENCHMARK(ToolsLoad)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(PlainWrite)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(ToolsSave)->Unit(benchmark::kMillisecond)->UseRealTime();
 
-int main(int argc, char** argv) {
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::Initialize(&argc, argv);
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  zelmar::StopModuleStandalone();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv); }

@@ -17,6 +17,7 @@
 #include "modules/volumes/source/main.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "bench/module_main.h"
 
 namespace {
 
@@ -127,11 +128,4 @@ BENCHMARK(PlainRead)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(2
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  fs::remove_all(GetData().dir);
-  zelmar::StopModuleStandalone();
-  return 0;
-}
+int main(int argc, char** argv) { return zvbench::RunWithModule(argc, argv, [] { fs::remove_all(GetData().dir); }); }
