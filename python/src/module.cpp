@@ -2,6 +2,7 @@
 // parts of the binding.
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <thread>
@@ -164,7 +165,11 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
   auto progressThread = std::make_shared<ProgressThread>();
   zta::ThreadRef thread = progressThread;
   std::exception_ptr failure;
-  std::atomic<bool> done{false};
+  // The waiting thread wakes when the work ends, not at its next poll: a
+  // short call costs no more than the thread it runs on.
+  std::mutex doneMutex;
+  std::condition_variable doneSignal;
+  bool done = false;
   bool interrupted = false;
   // The Python error that stops the work, held until the worker is done.
   PyObject *errType = nullptr, *errValue = nullptr, *errTrace = nullptr;
@@ -181,11 +186,16 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
       } catch (...) {
         failure = std::current_exception();
       }
-      done.store(true);
+      std::lock_guard<std::mutex> lock(doneMutex);
+      done = true;
+      doneSignal.notify_all();
     });
     int64_t lastPercent = -1;
-    while (!done.load()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (;;) {
+      {
+        std::unique_lock<std::mutex> lock(doneMutex);
+        if (doneSignal.wait_for(lock, std::chrono::milliseconds(20), [&] { return done; })) break;
+      }
       py::gil_scoped_acquire acquire;
       if (!interrupted && PyErr_CheckSignals() != 0) {
         interrupted = true;
