@@ -250,6 +250,7 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
 
 namespace zvpy {
 void BindCommands(py::module_& m);
+void BindFields(py::module_& m);
 }
 
 PYBIND11_MODULE(_native, m) {
@@ -264,4 +265,5 @@ PYBIND11_MODULE(_native, m) {
   zvpy::BindTools(m);
   zvpy::BindScene(m);
   zvpy::BindCommands(m);
+  zvpy::BindFields(m);
 }

@@ -254,6 +254,14 @@ zelmar::Volume ToOutsideFrame(const zelmar::Volume& v) {
 
 py::tuple PolygonObjectToArrays(const zta::PolygonObject& poly, bool mirror);
 
+std::shared_ptr<zta::BaseDocument> DocumentOf(const py::handle& obj) {
+  if (py::isinstance<PyDocument>(obj)) return obj.cast<PyDocument&>().doc;
+  if (py::isinstance<PySceneObject>(obj)) return obj.cast<PySceneObject&>().doc;
+  return nullptr;
+}
+
+std::string ObjectPath(const zta::BaseObject* op) { return PathOf(op); }
+
 void BindScene(py::module_& m) {
   py::class_<PySceneObject>(m, "SceneObject", "An object of a Document.")
       .def_property_readonly("name", [](const PySceneObject& o) { return o.op->GetName(); })
@@ -274,6 +282,12 @@ void BindScene(py::module_& m) {
             SceneLock lock;
             zta::GeData value;
             if (!zta::GetParameter(o.op, ParameterId(o.op, name), value)) throw py::key_error("parameter '" + name + "' could not be read");
+            // A field list's linked layers stand where their objects stand now.
+            if (const auto* fields = dynamic_cast<const zta::FieldList*>(value.GetCustomData())) {
+              PyFieldList out;
+              out.fields = std::make_shared<zta::FieldList>(fields->Resolve(o.doc.get()));
+              return py::cast(std::move(out));
+            }
             return GeDataToPython(value);
           },
           py::arg("name"), "A parameter by its description name. Vectors and matrices are as the scene holds them.")
