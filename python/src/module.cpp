@@ -174,10 +174,39 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
   // The Python error that stops the work, held until the worker is done.
   PyObject *errType = nullptr, *errValue = nullptr, *errTrace = nullptr;
   std::shared_ptr<zelmar::ProgressHandler> handler;
+  zelmar::ProgressHandler::State handlerAtStart{};
   if (progress) {
     auto h = zelmar::ProgressHandler::Get();
-    if (h) handler = h.GetValue();
+    if (h) {
+      handler = h.GetValue();
+      handlerAtStart = handler->GetState();
+    }
   }
+  // What the callback is told, from the finest source that speaks: the
+  // binding's own loop; else the module's step record (a builder's rows, once
+  // it moves during this call) refined by the tool at work within the step;
+  // else the tool alone. It never goes back.
+  int64_t stepOfTool = handlerAtStart.currentStep;
+  auto fractionNow = [&]() -> double {
+    const double own = progressThread->fraction.load(std::memory_order_relaxed);
+    if (own >= 0) return own;
+    const double tool = std::max(0.0, progressThread->toolFraction.load(std::memory_order_relaxed));
+    if (handler) {
+      const auto s = handler->GetState();
+      const bool moved = s.currentStep != handlerAtStart.currentStep || s.percent != handlerAtStart.percent ||
+                         s.stepCount != handlerAtStart.stepCount;
+      if (moved) {
+        // A tool's fraction belongs to the step it was heard in.
+        if (s.currentStep != stepOfTool) {
+          stepOfTool = s.currentStep;
+          progressThread->toolFraction.store(-1.0, std::memory_order_relaxed);
+          return double(s.percent) / 100.0;
+        }
+        return std::min(1.0, (double(s.percent) + tool * double(s.stepSize)) / 100.0);
+      }
+    }
+    return tool;
+  };
   {
     py::gil_scoped_release release;
     std::thread worker([&] {
@@ -203,10 +232,8 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
         PyErr_Fetch(&errType, &errValue, &errTrace);
       }
       if (progress && !interrupted) {
-        // The binding's own loops report finer than the module's percent.
-        const double own = progressThread->fraction.load(std::memory_order_relaxed);
-        const int64_t p = own >= 0 ? int64_t(own * 1000) : handler ? handler->GetState().percent * 10 : 0;
-        if (p != lastPercent) {
+        const int64_t p = int64_t(fractionNow() * 1000);
+        if (p > lastPercent) {
           lastPercent = p;
           try {
             progress(double(p) / 1000.0);

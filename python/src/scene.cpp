@@ -364,13 +364,13 @@ void BindScene(py::module_& m) {
           py::arg("path"), "The object at a path of names joined by '/'.")
       .def(
           "evaluate",
-          [](PyDocument& d, int64_t frame) {
+          [](PyDocument& d, int64_t frame, const ProgressCallback& progress) {
             std::vector<std::unique_ptr<zta::BaseObject>> shown;
             // The objects shown are copies, free of the document once made.
             RunReleased([&](const zta::ThreadRef& t) {
               SceneLock lock;
               shown = EvaluateAt(*d.doc, frame, t);
-            });
+            }, progress);
             std::vector<std::pair<std::string, zelmar::Volume>> volumes;
             std::vector<std::pair<std::string, const zta::PolygonObject*>> meshes;
             for (const auto& op : shown) {
@@ -391,7 +391,7 @@ void BindScene(py::module_& m) {
             out["meshes"] = outMeshes;
             return out;
           },
-          py::arg("frame"),
+          py::arg("frame"), py::arg("progress") = nullptr,
           "Evaluates the scene at `frame`: {'volumes': {path: Volume}, 'meshes': {path: (points, polygons)}},\n"
           "in the outside (right-handed) frame.")
       .def(
