@@ -4,8 +4,11 @@
 #include <tbb/blocked_range.h>
 #include <tbb/parallel_for.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstring>
+#include <memory>
 
 #include "bridge.h"
 #include "progress.h"
@@ -98,6 +101,61 @@ std::vector<zta::IntVector32> CoordsArg(const py::handle& obj) {
   return out;
 }
 
+// Below this many samples the order of the positions is kept as it comes.
+constexpr size_t kOrderFrom = 32768;
+
+// The positions in an order that visits them leaf by leaf: random positions
+// miss the accessor's node cache and the processor's on almost every lookup,
+// and a counting sort by leaf (two passes, no comparisons) costs far less
+// than those misses. Each entry is made by `make(i, indexPosition)` and
+// carries its place i in the input, so results go back where they belong.
+// Empty when the positions are too few for the order to pay. Any order gives
+// the same values; only speed differs.
+template <typename E, typename Make>
+std::unique_ptr<E[]> LeafSorted(const double* p, size_t n, const zta::Matrix& toIndex, Make&& make) {
+  if (n < kOrderFrom || n > UINT32_MAX) return nullptr;
+  // The box of the positions, taken to leaf cells through its corners (the
+  // map is affine), bounds every position's cell.
+  zta::Vector wlo(p[0], p[1], p[2]), whi = wlo;
+  for (size_t i = 0; i < n; ++i)
+    for (int k = 0; k < 3; ++k) {
+      wlo[k] = std::min(wlo[k], p[3 * i + k]);
+      whi[k] = std::max(whi[k], p[3 * i + k]);
+    }
+  // Leaves are 8 voxels a side; far positions are held to the index range.
+  constexpr double kLimit = 268435456.0;
+  double lo[3] = {kLimit, kLimit, kLimit}, hi[3] = {-kLimit, -kLimit, -kLimit};
+  for (int c = 0; c < 8; ++c) {
+    const zta::Vector q = toIndex.TransformPoint({(c & 1) ? whi.x : wlo.x, (c & 2) ? whi.y : wlo.y, (c & 4) ? whi.z : wlo.z});
+    for (int k = 0; k < 3; ++k) {
+      lo[k] = std::clamp(std::min(lo[k], std::floor((q[k] + 0.5) * 0.125)), -kLimit, kLimit);
+      hi[k] = std::clamp(std::max(hi[k], std::floor((q[k] + 0.5) * 0.125)), -kLimit, kLimit);
+    }
+  }
+  // Coarser cells when the box of leaves would need more counters than
+  // there are positions.
+  int shift = 0;
+  auto cells = [&](int k) { return (int64_t(hi[k] - lo[k]) >> shift) + 1; };
+  while (double(cells(0)) * double(cells(1)) * double(cells(2)) > double(n)) ++shift;
+  const int64_t nx = cells(0), ny = cells(1), nz = cells(2);
+  // From the box's corner the cell coordinates are not negative, so
+  // truncation floors them.
+  auto cellOf = [&](size_t i) {
+    const zta::Vector q = toIndex.TransformPoint({p[3 * i], p[3 * i + 1], p[3 * i + 2]});
+    int64_t c[3];
+    for (int k = 0; k < 3; ++k) c[k] = int64_t(std::clamp((q[k] + 0.5) * 0.125 - lo[k], 0.0, 2.0 * kLimit)) >> shift;
+    return uint32_t((std::min(c[0], nx - 1) * ny + std::min(c[1], ny - 1)) * nz + std::min(c[2], nz - 1));
+  };
+  std::unique_ptr<uint32_t[]> cell(new uint32_t[n]);
+  std::vector<uint32_t> start(size_t(nx * ny * nz) + 1, 0);
+  for (size_t i = 0; i < n; ++i) ++start[(cell[i] = cellOf(i)) + 1];
+  for (size_t c = 1; c < start.size(); ++c) start[c] += start[c - 1];
+  std::unique_ptr<E[]> sorted(new E[n]);
+  for (size_t i = 0; i < n; ++i)
+    sorted[start[cell[i]]++] = make(uint32_t(i), toIndex.TransformPoint({p[3 * i], p[3 * i + 1], p[3 * i + 2]}));
+  return sorted;
+}
+
 // Runs `chunk(begin, end, accessor)` over [0, n) in parallel; stops between
 // chunks when asked.
 template <typename T, typename F>
@@ -130,18 +188,42 @@ py::array Sample(const PyVolume& self, const py::handle& positions, const std::s
     using T = decltype(tag);
     py::array out = MakeOut<T>(n);
     auto* o = static_cast<typename Out<T>::E*>(out.mutable_data());
-    // Nearest samples go by index: the grid's inverse matrix and OpenVDB's
-    // rounding of worldToIndexCellCentered, without a sampler per value.
     const zta::Matrix toIndex = volume.GetGridTransform().GetInverse();
     RunReleased([&](const zta::ThreadRef& thread) {
-      ForChunks<T>(volume, sampler, n, thread, [&](size_t b, size_t e, zelmar::GridAccessorInterface<T>& acc) {
-        if (sampler == zelmar::VOLUMESAMPLER::NEAREST) {
+      if (sampler == zelmar::VOLUMESAMPLER::NEAREST) {
+        // Nearest samples go by index: the grid's inverse matrix and
+        // OpenVDB's rounding of worldToIndexCellCentered.
+        struct Entry {
+          zta::IntVector32 c;
+          uint32_t i;
+        };
+        // Far positions are held to the index range rather than overflow it.
+        auto round = [](double x) { return int32_t(std::clamp(std::floor(x + 0.5), -2147483648.0, 2147483647.0)); };
+        const auto sorted = LeafSorted<Entry>(p, n, toIndex, [&](uint32_t i, const zta::Vector& q) {
+          return Entry{{round(q.x), round(q.y), round(q.z)}, i};
+        });
+        ForChunks<T>(volume, sampler, n, thread, [&](size_t b, size_t e, zelmar::GridAccessorInterface<T>& acc) {
+          if (sorted) {
+            for (size_t k = b; k < e; ++k) Store<T>(o, sorted[k].i, acc.GetValueIntVector32(sorted[k].c));
+            return;
+          }
           for (size_t i = b; i < e; ++i) {
             const zta::Vector q = toIndex.TransformPoint({p[3 * i], p[3 * i + 1], p[3 * i + 2]});
-            // Far positions are held to the index range rather than overflow it.
-            auto round = [](double x) { return int32_t(std::clamp(std::floor(x + 0.5), -2147483648.0, 2147483647.0)); };
             Store<T>(o, i, acc.GetValueIntVector32({round(q.x), round(q.y), round(q.z)}));
           }
+        });
+        return;
+      }
+      struct Entry {
+        zta::Vector w;
+        uint32_t i;
+      };
+      const auto sorted = LeafSorted<Entry>(p, n, toIndex, [&](uint32_t i, const zta::Vector&) {
+        return Entry{{p[3 * i], p[3 * i + 1], p[3 * i + 2]}, i};
+      });
+      ForChunks<T>(volume, sampler, n, thread, [&](size_t b, size_t e, zelmar::GridAccessorInterface<T>& acc) {
+        if (sorted) {
+          for (size_t k = b; k < e; ++k) Store<T>(o, sorted[k].i, acc.GetValueVector(sorted[k].w));
           return;
         }
         for (size_t i = b; i < e; ++i) Store<T>(o, i, acc.GetValueVector({p[3 * i], p[3 * i + 1], p[3 * i + 2]}));

@@ -2,6 +2,7 @@
 // parts of the binding.
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <exception>
 #include <mutex>
 #include <thread>
@@ -164,15 +165,48 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
   auto progressThread = std::make_shared<ProgressThread>();
   zta::ThreadRef thread = progressThread;
   std::exception_ptr failure;
-  std::atomic<bool> done{false};
+  // The waiting thread wakes when the work ends, not at its next poll: a
+  // short call costs no more than the thread it runs on.
+  std::mutex doneMutex;
+  std::condition_variable doneSignal;
+  bool done = false;
   bool interrupted = false;
   // The Python error that stops the work, held until the worker is done.
   PyObject *errType = nullptr, *errValue = nullptr, *errTrace = nullptr;
   std::shared_ptr<zelmar::ProgressHandler> handler;
+  zelmar::ProgressHandler::State handlerAtStart{};
   if (progress) {
     auto h = zelmar::ProgressHandler::Get();
-    if (h) handler = h.GetValue();
+    if (h) {
+      handler = h.GetValue();
+      handlerAtStart = handler->GetState();
+    }
   }
+  // What the callback is told, from the finest source that speaks: the
+  // binding's own loop; else the module's step record (a builder's rows, once
+  // it moves during this call) refined by the tool at work within the step;
+  // else the tool alone. It never goes back.
+  int64_t stepOfTool = handlerAtStart.currentStep;
+  auto fractionNow = [&]() -> double {
+    const double own = progressThread->fraction.load(std::memory_order_relaxed);
+    if (own >= 0) return own;
+    const double tool = std::max(0.0, progressThread->toolFraction.load(std::memory_order_relaxed));
+    if (handler) {
+      const auto s = handler->GetState();
+      const bool moved = s.currentStep != handlerAtStart.currentStep || s.percent != handlerAtStart.percent ||
+                         s.stepCount != handlerAtStart.stepCount;
+      if (moved) {
+        // A tool's fraction belongs to the step it was heard in.
+        if (s.currentStep != stepOfTool) {
+          stepOfTool = s.currentStep;
+          progressThread->toolFraction.store(-1.0, std::memory_order_relaxed);
+          return double(s.percent) / 100.0;
+        }
+        return std::min(1.0, (double(s.percent) + tool * double(s.stepSize)) / 100.0);
+      }
+    }
+    return tool;
+  };
   {
     py::gil_scoped_release release;
     std::thread worker([&] {
@@ -181,11 +215,16 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
       } catch (...) {
         failure = std::current_exception();
       }
-      done.store(true);
+      std::lock_guard<std::mutex> lock(doneMutex);
+      done = true;
+      doneSignal.notify_all();
     });
     int64_t lastPercent = -1;
-    while (!done.load()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    for (;;) {
+      {
+        std::unique_lock<std::mutex> lock(doneMutex);
+        if (doneSignal.wait_for(lock, std::chrono::milliseconds(20), [&] { return done; })) break;
+      }
       py::gil_scoped_acquire acquire;
       if (!interrupted && PyErr_CheckSignals() != 0) {
         interrupted = true;
@@ -193,10 +232,8 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
         PyErr_Fetch(&errType, &errValue, &errTrace);
       }
       if (progress && !interrupted) {
-        // The binding's own loops report finer than the module's percent.
-        const double own = progressThread->fraction.load(std::memory_order_relaxed);
-        const int64_t p = own >= 0 ? int64_t(own * 1000) : handler ? handler->GetState().percent * 10 : 0;
-        if (p != lastPercent) {
+        const int64_t p = int64_t(fractionNow() * 1000);
+        if (p > lastPercent) {
           lastPercent = p;
           try {
             progress(double(p) / 1000.0);
@@ -240,6 +277,7 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
 
 namespace zvpy {
 void BindCommands(py::module_& m);
+void BindFields(py::module_& m);
 }
 
 PYBIND11_MODULE(_native, m) {
@@ -254,4 +292,5 @@ PYBIND11_MODULE(_native, m) {
   zvpy::BindTools(m);
   zvpy::BindScene(m);
   zvpy::BindCommands(m);
+  zvpy::BindFields(m);
 }

@@ -254,6 +254,14 @@ zelmar::Volume ToOutsideFrame(const zelmar::Volume& v) {
 
 py::tuple PolygonObjectToArrays(const zta::PolygonObject& poly, bool mirror);
 
+std::shared_ptr<zta::BaseDocument> DocumentOf(const py::handle& obj) {
+  if (py::isinstance<PyDocument>(obj)) return obj.cast<PyDocument&>().doc;
+  if (py::isinstance<PySceneObject>(obj)) return obj.cast<PySceneObject&>().doc;
+  return nullptr;
+}
+
+std::string ObjectPath(const zta::BaseObject* op) { return PathOf(op); }
+
 void BindScene(py::module_& m) {
   py::class_<PySceneObject>(m, "SceneObject", "An object of a Document.")
       .def_property_readonly("name", [](const PySceneObject& o) { return o.op->GetName(); })
@@ -274,6 +282,12 @@ void BindScene(py::module_& m) {
             SceneLock lock;
             zta::GeData value;
             if (!zta::GetParameter(o.op, ParameterId(o.op, name), value)) throw py::key_error("parameter '" + name + "' could not be read");
+            // A field list's linked layers stand where their objects stand now.
+            if (const auto* fields = dynamic_cast<const zta::FieldList*>(value.GetCustomData())) {
+              PyFieldList out;
+              out.fields = std::make_shared<zta::FieldList>(fields->Resolve(o.doc.get()));
+              return py::cast(std::move(out));
+            }
             return GeDataToPython(value);
           },
           py::arg("name"), "A parameter by its description name. Vectors and matrices are as the scene holds them.")
@@ -350,13 +364,13 @@ void BindScene(py::module_& m) {
           py::arg("path"), "The object at a path of names joined by '/'.")
       .def(
           "evaluate",
-          [](PyDocument& d, int64_t frame) {
+          [](PyDocument& d, int64_t frame, const ProgressCallback& progress) {
             std::vector<std::unique_ptr<zta::BaseObject>> shown;
             // The objects shown are copies, free of the document once made.
             RunReleased([&](const zta::ThreadRef& t) {
               SceneLock lock;
               shown = EvaluateAt(*d.doc, frame, t);
-            });
+            }, progress);
             std::vector<std::pair<std::string, zelmar::Volume>> volumes;
             std::vector<std::pair<std::string, const zta::PolygonObject*>> meshes;
             for (const auto& op : shown) {
@@ -377,7 +391,7 @@ void BindScene(py::module_& m) {
             out["meshes"] = outMeshes;
             return out;
           },
-          py::arg("frame"),
+          py::arg("frame"), py::arg("progress") = nullptr,
           "Evaluates the scene at `frame`: {'volumes': {path: Volume}, 'meshes': {path: (points, polygons)}},\n"
           "in the outside (right-handed) frame.")
       .def(

@@ -300,7 +300,7 @@ void BindTools(py::module_& m) {
   m.def(
       "points_to_volume",
       [](const py::handle& points, const py::handle& radii, const py::object& velocities, double voxelSize, int halfWidth,
-         double velocityScale) {
+         double velocityScale, const ProgressCallback& progress) {
         PositiveArg(voxelSize, "voxel_size");
         BandArg(halfWidth, "half_width");
         auto pts = RequirePoints(points, "points");
@@ -331,10 +331,10 @@ void BindTools(py::module_& m) {
         std::vector<zelmar::PointsToVolumeListInterface> lists{list};
         return Require(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::PointsToVolume(lists, voxelSize, halfWidth, t, nullptr, velocityScale);
-        }), "the points gave no volume");
+        }, progress), "the points gave no volume");
       },
       py::arg("points"), py::arg("radii"), py::arg("velocities") = py::none(), py::arg("voxel_size") = 0.1,
-      py::arg("half_width") = 3, py::arg("velocity_scale") = 0.0,
+      py::arg("half_width") = 3, py::arg("velocity_scale") = 0.0, py::arg("progress") = nullptr,
       "A level set of spheres at points (N, 3) with radii (N,) or one radius; trails along velocities when velocity_scale is not 0.");
 
   m.def(
@@ -460,14 +460,14 @@ void BindTools(py::module_& m) {
       "A fog volume of a level set: density 1 at `cutoff` world units inside (0: the whole inner band).");
   m.def(
       "fog_to_sdf",
-      [](const VolPtr& vol, double iso) {
+      [](const VolPtr& vol, double iso, const ProgressCallback& progress) {
         const zelmar::Volume v = Vol(vol, "volume").GetGrid();
         RequireType(v, {zelmar::GRIDTYPE::FLOAT, zelmar::GRIDTYPE::DOUBLE}, "fog_to_sdf");
         return Require(RunReleasedResult<zelmar::Volume>([&](const zta::ThreadRef& t) {
           return zelmar::VolumeToolsInterface::ConvertFogToSDF(v, iso, t);
-        }), "fog_to_sdf gave no grid: nothing crosses the iso value");
+        }, progress), "fog_to_sdf gave no grid: nothing crosses the iso value");
       },
-      py::arg("volume"), py::arg("iso") = 0.5, "A level set through the surface of a fog volume at `iso`.");
+      py::arg("volume"), py::arg("iso") = 0.5, py::arg("progress") = nullptr, "A level set through the surface of a fog volume at `iso`.");
   auto derived = [&m](const char* name, auto fn, std::initializer_list<zelmar::GRIDTYPE> types, const char* doc) {
     std::vector<zelmar::GRIDTYPE> ts(types);
     m.def(

@@ -1,4 +1,6 @@
-"""The tools with numpy: meshes, points, booleans, mixing, filters, conversions."""
+"""The tools with numpy: meshes, points, booleans, mixing, filters, conversions, progress."""
+import os
+
 import numpy as np
 import pytest
 
@@ -188,3 +190,33 @@ def test_no_tool_crashes_on_bad_volumes_or_arrays(sphere):
         tools.boolean(sphere, None)
     with pytest.raises(TypeError, match="must be a Volume, got None"):
         tools.volume_to_mesh(None)
+
+
+def test_long_calls_report_progress_in_order_and_end_at_one(cube_mesh):
+    def watched(call):
+        seen = []
+        result = call(seen.append)
+        assert seen and seen[-1] == 1.0
+        assert all(0.0 <= f <= 1.0 for f in seen)
+        assert seen == sorted(seen)
+        return result, seen
+
+    big = tools.sphere(1.0, voxel_size=0.03, half_width=3)
+    _, seen = watched(lambda p: tools.sdf_filter(big, "gaussian", iterations=8, progress=p))
+    # Eight passes over a quarter of a million voxels take many of the
+    # callback's 20 ms rounds: passes in between are heard, not only the ends.
+    assert any(0.0 < f < 1.0 for f in seen)
+    watched(lambda p: tools.mesh_to_volume(*cube_mesh, voxel_size=0.05, progress=p))
+    watched(lambda p: tools.fields_to_volume([{"type": "spherical"}], [[-1, -1, -1], [1, 1, 1]], voxel_size=0.05,
+                                             progress=p))
+    watched(lambda p: tools.fog_to_sdf(tools.sdf_to_fog(tools.sphere(1.0, voxel_size=0.1)), progress=p))
+    doc = zelmar.Document.load(os.path.join(os.path.dirname(__file__), "..", "..", "examples", "scenes", "builders.json"))
+    shown, _ = watched(lambda p: doc.evaluate(0, progress=p))
+    assert shown["volumes"] or shown["meshes"]
+
+    # A callback that raises stops the work with its own error.
+    def refuse(fraction):
+        raise RuntimeError("enough")
+
+    with pytest.raises(RuntimeError, match="enough"):
+        tools.sdf_filter(big, "gaussian", iterations=8, progress=refuse)

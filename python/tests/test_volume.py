@@ -170,6 +170,26 @@ def test_a_million_samples_in_one_call(sphere):
     assert (values[inside] < 0).all()
 
 
+def test_large_batches_give_the_values_of_small_ones(sphere):
+    # Large batches are visited in another order than they come; every value
+    # must still land in its own row, for positions inside, far outside and
+    # on the half-voxel boundaries where nearest rounding decides.
+    rng = np.random.default_rng(3)
+    pts = rng.uniform(-1.5, 1.5, size=(100_000, 3))
+    pts[::97] = rng.uniform(-1e6, 1e6, size=pts[::97].shape)
+    pts[1::89] = (np.round(pts[1::89] / 0.1) + 0.5) * 0.1
+    pts[2::101] = [1e300, -1e300, 0.0]
+    for sampler in ("nearest", "linear", "quadratic"):
+        whole = sphere.sample(pts, sampler)
+        parts = np.concatenate([sphere.sample(pts[i:i + 10_000], sampler) for i in range(0, len(pts), 10_000)])
+        assert np.array_equal(whole, parts), sampler
+    vec = tools.gradient(sphere)
+    whole = vec.sample(pts, "linear")
+    assert whole.shape == (len(pts), 3)
+    assert np.array_equal(whole, np.concatenate([vec.sample(pts[i:i + 10_000], "linear")
+                                                 for i in range(0, len(pts), 10_000)]))
+
+
 def test_threads_sample_one_volume_at_once(sphere):
     from concurrent.futures import ThreadPoolExecutor
 

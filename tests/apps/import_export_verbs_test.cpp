@@ -228,6 +228,21 @@ TEST(ImportExportVerbs, ASeriesPlaysAndExportsOneFilePerFrame) {
   // Frame i shows file i of the series.
   EXPECT_EQ(ActiveCounts(outputs), ActiveCounts(sources));
 
+  // Three processes write the same files as one; more workers than frames is as many as frames.
+  fs::create_directories(f("par"));
+  auto parallel = Zvol({"export", f("s.zscene"), "-o", f("par/smoke.vdb"), "--frames", "0:19", "--naming", "2", "--workers", "3"});
+  ASSERT_EQ(parallel.status, 0) << parallel.err;
+  EXPECT_EQ(CountFiles(f("par")), 20u);
+  std::vector<std::string> inParallel;
+  for (const auto& o : outputs) inParallel.push_back(f("par/" + fs::path(o).filename().string()));
+  EXPECT_EQ(ActiveCounts(inParallel), ActiveCounts(outputs));
+  fs::create_directories(f("few"));
+  ASSERT_EQ(Zvol({"export", f("s.zscene"), "-o", f("few/s.vdb"), "--frames", "4:5", "--workers", "8"}).status, 0);
+  EXPECT_EQ(ActiveCounts({f("few/s.0004.vdb"), f("few/s.0005.vdb")}), ActiveCounts({sources[4], sources[5]}));
+  EXPECT_EQ(CountFiles(f("few")), 2u);
+  EXPECT_EQ(Zvol({"export", f("s.zscene"), "-o", f("few/t.vdb"), "--frames", "0:3", "--workers", "0"}).status, 2);
+  EXPECT_EQ(CountFiles(f("few")), 2u);
+
   // Part of the series from the import's range, named by another form.
   ASSERT_EQ(Zvol({"import", f("src/cloud.0000.vdb"), "-o", f("p.zscene"), "--sequence", "--first", "3", "--last", "40"}).status, 0);
   fs::create_directories(f("part"));

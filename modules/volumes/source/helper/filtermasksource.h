@@ -3,6 +3,7 @@
 // field is sampled on the voxels of the volume as the filter has left it.
 #include <openvdb/openvdb.h>
 
+#include "modules/volumes/source/helper/threadprogress.h"
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -28,15 +29,18 @@ openvdb::FloatGrid::ConstPtr MaskGrid(const Volume& mask);
 // `passes` runs of `pass(mask)`, each with a mask built for the volume as the
 // passes before left it (`mask` null for none). A mask that cannot be built
 // ends the loop and is the result; a stop request ends it quietly, since a
-// stopped filter hands back its input.
+// stopped filter hands back its input. Each pass reports its share of
+// [progressFrom, progressTo] on the thread.
 template <typename Pass>
-Result<void> RunMaskedPasses(const FilterMaskSource& source, int64_t passes, Pass&& pass) {
+Result<void> RunMaskedPasses(const FilterMaskSource& source, int64_t passes, Pass&& pass, double progressFrom = 0.0,
+                             double progressTo = 1.0) {
   for (int64_t i = 0; i < passes; ++i) {
     if (source.thread && source.thread->TestBreak()) break;
     Result<Volume> mask = BuildFilterMask(source);
     if (!mask) return mask.GetError();
     const openvdb::FloatGrid::ConstPtr maskGrid = MaskGrid(*mask);
     pass(maskGrid.get());
+    ReportThreadProgress(source.thread, progressFrom + (progressTo - progressFrom) * double(i + 1) / double(passes));
   }
   return zta::OK();
 }

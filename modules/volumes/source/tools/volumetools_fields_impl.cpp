@@ -7,6 +7,7 @@
 
 #include "host/fields/fieldlist.h"
 #include "modules/volumes/source/helper/gridtypes.h"
+#include "modules/volumes/source/helper/threadprogress.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
 
@@ -61,6 +62,9 @@ Result<void> WriteFieldValues(GridT& target, const FieldSampleData& fieldData, c
   }
   const openvdb::math::Transform& xform = target.transform();
   order.ForEach([&](const auto& it, size_t n) { positions[n] = FromVec3d(xform.indexToWorld(it.getCoord())); });
+  // Sampling is the bulk of the work; placing positions and writing values
+  // back are the tenth before and after it.
+  ReportThreadProgress(thread, 0.1);
 
   // The grid's world into the fields' space.
   const zta::FieldInput input(positions.data(), zta::Int64(positions.size()),
@@ -71,6 +75,7 @@ Result<void> WriteFieldValues(GridT& target, const FieldSampleData& fieldData, c
   static const zta::FieldList kNoFields;
   Result<void> sampled = zta::SampleField(fieldData.fields ? *fieldData.fields : kNoFields, input, output, flags, thread);
   if (!sampled) return sampled;
+  ReportThreadProgress(thread, 0.9);
 
   try {
     if constexpr (kVector) {

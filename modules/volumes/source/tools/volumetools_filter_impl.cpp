@@ -44,23 +44,29 @@ Result<void> RunSdfFilter(SdfFilter& filter, const SDFFilterSettings& s, const F
     case SDFFILTERTYPE::RENORMALIZE: {
       const int count = filter.getNormCount();
       filter.setNormCount(1);
-      for (int64_t i = 0; i < n; ++i) filter.normalize();
+      for (int64_t i = 0; i < n; ++i) {
+        filter.normalize();
+        ReportThreadProgress(source.thread, double(i + 1) / double(n));
+      }
       filter.setNormCount(count);
       return zta::OK();
     }
     case SDFFILTERTYPE::OPEN: {
       // All shrinks first, then all grows: thin parts vanish and stay gone.
-      Result<void> r = RunMaskedPasses(source, n, shrink);
+      Result<void> r = RunMaskedPasses(source, n, shrink, 0.0, 0.5);
       if (!r) return r;
-      return RunMaskedPasses(source, n, grow);
+      return RunMaskedPasses(source, n, grow, 0.5, 1.0);
     }
     case SDFFILTERTYPE::CLOSE: {
-      Result<void> r = RunMaskedPasses(source, n, grow);
+      Result<void> r = RunMaskedPasses(source, n, grow, 0.0, 0.5);
       if (!r) return r;
-      return RunMaskedPasses(source, n, shrink);
+      return RunMaskedPasses(source, n, shrink, 0.5, 1.0);
     }
     case SDFFILTERTYPE::TRACK:
-      for (int64_t i = 0; i < n; ++i) filter.track();
+      for (int64_t i = 0; i < n; ++i) {
+        filter.track();
+        ReportThreadProgress(source.thread, double(i + 1) / double(n));
+      }
       return zta::OK();
     case SDFFILTERTYPE::RESIZE:
       filter.resize(openvdb::Index(s.halfWidth));
