@@ -112,6 +112,19 @@ struct EvalNode {
   std::vector<std::shared_ptr<zta::BaseObject>> folded;
   FoldKey foldKey;
   bool foldValid = false;
+  // In a run of rows that join with one regroupable mode (union, intersection,
+  // maximum, minimum): this row's volume joined with those of the rows above
+  // it in the run, and what that was made from. A change in the middle of the
+  // run then costs two joins: this row's with the rows above, and what lies
+  // below with that.
+  struct Above {
+    std::shared_ptr<zta::BaseObject> result;
+    std::shared_ptr<zta::BaseObject> operand;  // this row's volume, held so its identity can't be reused
+    std::shared_ptr<zta::BaseObject> next;     // the row above's `result` it was joined with
+    const EvalNode* nextRow = nullptr;
+    zta::Int32 mode = -1;
+    bool valid = false;
+  } above;
   // A folder's rows changed in this rebuild.
   bool contentChanged = false;
 
@@ -121,6 +134,7 @@ struct EvalNode {
     ownedResults.clear();
     folded.clear();
     foldValid = false;
+    above = {};
   }
 };
 using EvalNodeRef = std::shared_ptr<EvalNode>;
@@ -223,6 +237,22 @@ class VolumeBuilderData : public zta::ObjectData {
   zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> Evaluate(zta::BaseObject* op,
                                                                       const zta::HierarchyHelp* hh);
   zta::Result<void> MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh);
+  // The last row of the run of regroupable rows that starts at `first` over
+  // `current`, or `first` when there is no such run.
+  zta::Result<size_t> RegroupEnd(zta::BaseObject* op, const std::vector<EvalNodeRef>& list, size_t first,
+                                 const std::vector<std::shared_ptr<zta::BaseObject>>& current,
+                                 const zta::HierarchyHelp* hh);
+  // Row `first`'s `above` join, made again where the rows up to `last` changed.
+  zta::Result<std::shared_ptr<zta::BaseObject>> JoinAbove(const std::vector<EvalNodeRef>& list, size_t first, size_t last,
+                                                          const zta::HierarchyHelp* hh);
+  bool AboveIsValid(const std::vector<EvalNodeRef>& list, size_t first, size_t last) const;
+  // (below op own) op above, left to right as a row-by-row fold joins them.
+  zta::Result<std::shared_ptr<zta::BaseObject>> JoinThree(const std::shared_ptr<zta::BaseObject>& below,
+                                                          const std::shared_ptr<zta::BaseObject>& own,
+                                                          const std::shared_ptr<zta::BaseObject>& above, zta::Int32 mode,
+                                                          const zta::HierarchyHelp* hh);
+  // The mode a row joins with in this builder's type.
+  zta::Int32 RowMode(const EvalNode& n) const;
   zta::Result<void> ApplyNode(zta::BaseObject* op, EvalNode& n, std::vector<std::shared_ptr<zta::BaseObject>>& current,
                               const zta::HierarchyHelp* hh);
   zta::Result<std::shared_ptr<zta::BaseObject>> Combine(const zta::BaseObject* a, const zta::BaseObject* b,
