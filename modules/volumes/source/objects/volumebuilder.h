@@ -22,6 +22,7 @@
 namespace zta {
 class ItemTree;
 class ItemTreeItem;
+struct ItemTreeEvent;
 class BaseDocument;
 }  // namespace zta
 
@@ -179,6 +180,7 @@ class VolumeBuilderData : public zta::ObjectData {
   bool CopyNode(zta::NodeData* dest, const zta::GeListNode* snode, zta::GeListNode* dnode, zta::Int32 flags,
                 zta::AliasTrans* trans) const override;
   bool HandleMessage(zta::GeListNode* node, zta::Int32 type, void* data) override;
+  bool DescribeParameters(zta::GeListNode* node, zta::Description* description, zta::Int32& flags) override;
   zta::Int32 ListBranches(zta::GeListNode* node, zta::BranchInfo* info, zta::Int32 max,
                           zta::Int32 flags) const override;
   bool SetParameterValue(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,
@@ -221,6 +223,13 @@ class VolumeBuilderData : public zta::ObjectData {
   bool TryLock() { return !evalLock_.exchange(true, std::memory_order_acq_rel); }
   void Unlock() { evalLock_.store(false, std::memory_order_release); }
   void BindTree(zta::BaseObject* op);
+  // Whether `object` may become an input: not the builder, nothing that holds
+  // it, no other builder's filter or cache layer.
+  bool MayTake(zta::BaseObject* op, const zta::BaseObject* object) const;
+  // What the add popup adds: a folder, a cache layer, a filter layer of one
+  // operation, or an object of a registered type.
+  zta::ItemTreeItem* AddFromPopup(zta::BaseObject* op, zta::Int32 value);
+  bool HandleTreeEvent(zta::BaseObject* op, zta::ItemTreeEvent& event);
   void RefreshVolumeType(const zta::BaseObject* op);
   // The three steps of a rebuild before the fold.
   bool CompareSettings(zta::BaseObject* op);
