@@ -1,12 +1,16 @@
 // Rebuilds of a Volume Builder that regroup runs of union, intersection,
 // maximum and minimum rows: an edited row costs two joins, and every result
-// equals, voxel for voxel, the one a fresh builder folds row by row.
+// equals, voxel for voxel, the one a fresh builder folds row by row. Also a
+// field input sized by the rows below it.
 #include <gtest/gtest.h>
 
 #include <functional>
 
+#include "host/fields/fieldlist.h"
+#include "host/objects/fieldobjects.h"
 #include "modules/volumes/source/objects/volumebuildertag.h"
 #include "support/builder_support.h"
+#include "zelmar/volumecommands.h"
 
 using namespace zelmar;
 using namespace zvtest;
@@ -151,4 +155,69 @@ TEST(BuilderRegroup, FogMaximumAndMinimumRunsGiveTheRowByRowResult) {
     Evaluate(*doc);
     ExpectIdentical(CacheVolumes(b).at(0), Fresh(1, rows));
   }
+}
+
+TEST(BuilderFields, AFieldSizedByTheLayersBelowFollowsThem) {
+  auto doc = zta::AllocDocument();
+  zta::BaseObject* b = InsertBuilder(*doc, "B", 1, 0.1);
+  auto field = zta::FieldObject::Alloc(zta::HOST_TYPE_FIELD_OBJECT);
+  zta::FieldList fields;
+  fields.InsertLayer(std::make_unique<zta::SphericalFieldLayer>(0.5, 0.5));
+  field->SetFieldList(fields);
+  zta::ItemTreeItem* fieldRow = AddInput(*doc, b, std::unique_ptr<zta::BaseObject>(field.release()), "field", false);
+  ASSERT_NE(fieldRow, nullptr);
+  VolumeBuilderData::SetLayerMode(fieldRow, BUILDERTYPE_FOG, 2);
+  EXPECT_EQ(ReadInputSettings(FindTag(b, doc->SearchObject("field"))).fieldSource, 0);
+
+  // Alone, nothing lies below it: no result.
+  Evaluate(*doc);
+  EXPECT_TRUE(CacheVolumes(b).empty());
+
+  // Over a fog ball: sampled in the ball's box, and joined with it.
+  AddInput(*doc, b, SphereMesh(0.4, Vector(0.3, 0, 0)), "ball", true);
+  zta::BaseContainer* t = FindTag(b, doc->SearchObject("ball"))->GetDataInstance();
+  t->SetBool(VOLUMEBUILDERTAG_USEINTERIORDISTANCE, true);
+  t->SetBool(VOLUMEBUILDERTAG_FILLINTERIOR, true);
+  t->SetFloat(VOLUMEBUILDERTAG_INTERIORDISTANCE, 0.5);
+  auto expected = [&]() {
+    // The ball alone, in a second builder, then the field over its box by hand.
+    auto solo = zta::AllocDocument();
+    zta::BaseObject* only = InsertBuilder(*solo, "solo", 1, 0.1);
+    AddInput(*solo, only, SphereMesh(0.4, doc->SearchObject("ball")->GetMg().off), "ball", true);
+    zta::BaseContainer* st = FindTag(only, solo->SearchObject("ball"))->GetDataInstance();
+    st->SetBool(VOLUMEBUILDERTAG_USEINTERIORDISTANCE, true);
+    st->SetBool(VOLUMEBUILDERTAG_FILLINTERIOR, true);
+    st->SetFloat(VOLUMEBUILDERTAG_INTERIORDISTANCE, 0.5);
+    Evaluate(*solo);
+    const Volume ball = CacheVolumes(only).at(0);
+    const BoundingBox& box = ball.GetWorldBoundingBox();
+    zta::BaseContainer bc;
+    bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, 0.1);
+    bc.SetVector(FIELDTOVOLUME_BOXMIN, box.min * 0.1);
+    bc.SetVector(FIELDTOVOLUME_BOXMAX, box.max * 0.1);
+    bc.SetMatrix(FIELDTOVOLUME_TRANSFORM, zta::MatrixScale(Vector(0.1, 0.1, 0.1)));
+    const Volume sampled = RunCommand(kFieldToVolumeCommand, bc, {doc->SearchObject("field")});
+    auto a = VolumeObjectData::MakeObject(ball), f = VolumeObjectData::MakeObject(sampled);
+    zta::BaseContainer mix;
+    mix.SetInt32(MIX_TYPE, 2);
+    return RunCommand(kMixCommand, mix, {a.get(), f.get()});
+  };
+  Evaluate(*doc);
+  ASSERT_EQ(CacheVolumes(b).size(), 1u);
+  ExpectSameFloatVolume(CacheVolumes(b).at(0), expected());
+  const Volume first = CacheVolumes(b).at(0);
+
+  // The ball moves: the field is sampled again in the new box.
+  const zta::Int64 conversions = BuilderOf(b)->GetStatistics().conversions;
+  doc->SearchObject("ball")->SetMl(zta::Matrix{Vector(-0.4, 0.2, 0), {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
+  Evaluate(*doc);
+  EXPECT_EQ(BuilderOf(b)->GetStatistics().conversions, conversions + 2);
+  ExpectSameFloatVolume(CacheVolumes(b).at(0), expected());
+  EXPECT_NE(CacheVolumes(b).at(0).GetWorldBoundingBox().min, first.GetWorldBoundingBox().min);
+
+  // A field given its own box keeps it, whatever lies below.
+  FindTag(b, doc->SearchObject("field"))->GetDataInstance()->SetInt32(VOLUMEBUILDERTAG_FIELDSOURCE, 1);
+  FindTag(b, doc->SearchObject("field"))->GetDataInstance()->SetVector(VOLUMEBUILDERTAG_BOXSIZE, Vector(3, 3, 3));
+  Evaluate(*doc);
+  EXPECT_LT(CacheVolumes(b).at(0).GetWorldBoundingBox().min.x, -12.0);
 }

@@ -128,6 +128,10 @@ struct EvalNode {
   } above;
   // A folder's rows changed in this rebuild.
   bool contentChanged = false;
+  // A field sized by the layers below it: the box of the volume below that
+  // its volumes were made for.
+  zta::Vector baseMin, baseMax;
+  bool hasBase = false;
 
   void ClearResults() {
     valid = false;
@@ -245,7 +249,11 @@ class VolumeBuilderData : public zta::ObjectData {
   // The fold; an empty result with `cancelled` when the thread asked to stop.
   zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> Evaluate(zta::BaseObject* op,
                                                                       const zta::HierarchyHelp* hh);
-  zta::Result<void> MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh);
+  // `below` is what the fold holds beneath the row, when it holds anything.
+  zta::Result<void> MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh,
+                                const std::vector<std::shared_ptr<zta::BaseObject>>* below = nullptr);
+  // Whether `object` is a field input sized by the layers below it.
+  bool NeedsBase(const zta::BaseObject* op, const zta::BaseObject* object) const;
   // The last row of the run of regroupable rows that starts at `first` over
   // `current`, or `first` when there is no such run.
   zta::Result<size_t> RegroupEnd(zta::BaseObject* op, const std::vector<EvalNodeRef>& list, size_t first,
@@ -268,6 +276,8 @@ class VolumeBuilderData : public zta::ObjectData {
                                                          zta::Int32 mode, const zta::HierarchyHelp* hh);
   zta::Result<void> ConvertObject(zta::BaseObject* op, EvalNode& n, zta::BaseObject* object,
                                   const struct InputSettings& s, const zta::HierarchyHelp* hh);
+  // The world box of the active voxels of the volume below a row, if any.
+  static bool BaseBox(const std::vector<std::shared_ptr<zta::BaseObject>>* below, zta::Vector& lo, zta::Vector& hi);
   zta::Result<void> ConvertParticles(zta::BaseObject* op, EvalNode& n, const std::vector<zta::BaseObject*>& sources,
                                      const struct InputSettings& s, const zta::HierarchyHelp* hh);
   zta::Result<void> PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> result, const struct InputSettings& s,

@@ -301,7 +301,9 @@ zta::Result<void> VolumeBuilderData::CollectInputs(zta::BaseObject* op, const zt
       node->hasVolumes = !found->second.objects.empty() || !found->second.particleSources.empty();
       continue;
     }
-    bool force = false;
+    // A field sized by the rows below is gathered every time (it costs no
+    // clone): whether it must be made again is known only during the fold.
+    bool force = NeedsBase(op, object);
     for (const EvalNodeRef& user : objectUsers_[object]) force = force || !user->valid;
     if (!force) {
       // Unchanged: it stays an input of this builder without being read again.
@@ -636,7 +638,17 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     zta::Vector size = s.boxSize;
     zta::Matrix place;
     if (s.fieldSource == 0) {
-      return zta::OK();  // the size of the layers below: applied where a base volume stands
+      // The box of the layers below; with nothing below there is no result.
+      if (!n.hasBase) return zta::OK();
+      zta::BaseContainer bc;
+      bc.SetBool(FIELDTOVOLUME_VECTOR, volumeType_ == BUILDERTYPE_VECTOR);
+      bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, v);
+      bc.SetVector(FIELDTOVOLUME_BOXMIN, n.baseMin);
+      bc.SetVector(FIELDTOVOLUME_BOXMAX, n.baseMax);
+      bc.SetMatrix(FIELDTOVOLUME_TRANSFORM, GridTransform(v));
+      r = RunCommand(kFieldToVolumeCommand, bc, {object}, hh);
+      if (!r) return r.GetError();
+      return PostProcess(n, *r, s, hh);
     }
     if (s.referenceObject) {
       place = s.referenceObject->GetMg();
@@ -659,9 +671,45 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
   return PostProcess(n, *r, s, hh);
 }
 
-zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh) {
-  if (n.valid || (n.kind != EVALKIND_INPUT && n.kind != EVALKIND_CACHE)) return zta::OK();
+bool VolumeBuilderData::NeedsBase(const zta::BaseObject* op, const zta::BaseObject* object) const {
+  return object && (IsFieldCarrier(object) || object->GetType() == zta::HOST_TYPE_FIELD_OBJECT) &&
+         ReadInputSettings(FindTag(op, object)).fieldSource == 0;
+}
+
+bool VolumeBuilderData::BaseBox(const std::vector<std::shared_ptr<zta::BaseObject>>* below, zta::Vector& lo,
+                                zta::Vector& hi) {
+  if (!below || below->empty() || !below->front()) return false;
+  const Volume v = VolumeObjectData::GetVolume(below->front().get());
+  if (!v.HasGrid() || v.GetActiveVoxelCount() == 0) return false;
+  // The box is kept in index space; its corners go through the grid's transform.
+  const BoundingBox& b = v.GetWorldBoundingBox();
+  const zta::Matrix m = v.GetGridTransform();
+  bool first = true;
+  for (int i = 0; i < 8; ++i) {
+    const zta::Vector p = m * zta::Vector(i & 1 ? b.max.x : b.min.x, i & 2 ? b.max.y : b.min.y, i & 4 ? b.max.z : b.min.z);
+    lo = first ? p : zta::Vector(std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z));
+    hi = first ? p : zta::Vector(std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z));
+    first = false;
+  }
+  return true;
+}
+
+zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh,
+                                                 const std::vector<std::shared_ptr<zta::BaseObject>>* below) {
+  if (n.kind != EVALKIND_INPUT && n.kind != EVALKIND_CACHE) return zta::OK();
   auto* object = static_cast<zta::BaseObject*>(n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT));
+  if (n.kind == EVALKIND_INPUT && NeedsBase(op, object)) {
+    // Made again when the layers below cover another box.
+    zta::Vector lo, hi;
+    const bool has = BaseBox(below, lo, hi);
+    if (has != n.hasBase || (has && (!(lo == n.baseMin) || !(hi == n.baseMax)))) {
+      n.ClearResults();
+      n.hasBase = has;
+      n.baseMin = lo;
+      n.baseMax = hi;
+    }
+  }
+  if (n.valid) return zta::OK();
   if (n.kind == EVALKIND_CACHE) {
     // The layer's volume of this frame, taken as a volume input with default settings.
     n.ClearResults();
@@ -745,7 +793,7 @@ zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
     return zta::OK();
   }
   if (n.kind == EVALKIND_NONE || n.kind > EVALKIND_CACHE) return zta::OK();
-  if (auto ok = MakeVolumes(op, n, hh); !ok) return ok;
+  if (auto ok = MakeVolumes(op, n, hh, &current); !ok) return ok;
   const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
   if (volumeType_ != BUILDERTYPE_VECTOR && mode == 0) {
     for (const auto& owned : n.ownedResults) current.push_back(MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
@@ -789,6 +837,8 @@ zta::Result<size_t> VolumeBuilderData::RegroupEnd(zta::BaseObject* op, const std
   for (size_t j = first; j < list.size(); ++j) {
     EvalNode& r = *list[j];
     if (!r.changeKey.enabled || (r.kind != EVALKIND_INPUT && r.kind != EVALKIND_FOLDER) || RowMode(r) != mode) break;
+    // A field sized by what lies below it must see that, row by row.
+    if (r.kind == EVALKIND_INPUT && NeedsBase(op, static_cast<const zta::BaseObject*>(r.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT)))) break;
     if (auto ok = MakeVolumes(op, r, hh); !ok) return ok.GetError();
     if (r.ownedResults.size() > 1) break;
     if (r.ownedResults.size() == 1 && !RegroupableVolume(r.ownedResults[0].get(), volumeType_, background)) break;
