@@ -204,6 +204,14 @@ TEST(BuilderPanel, TreeEventsSelectCopyAndSetModes) {
   EXPECT_EQ(b->GetDataInstance()->GetLink(VOLUMEBUILDER_SELECTEDLAYER, doc.get()), doc->SearchObject("a"));
   tree->Select(e, zta::SELECTION_NEW);
   EXPECT_EQ(b->GetDataInstance()->GetLink(VOLUMEBUILDER_SELECTEDLAYER, doc.get()), doc->SearchObject("e"));
+  // One selected row selects its object in the scene, alone among the list's; the builder stays active.
+  doc->SetActiveObject(b);
+  tree->Select(a, zta::SELECTION_NEW);
+  EXPECT_TRUE(doc->SearchObject("a")->GetBit(zta::BIT_ACTIVE));
+  tree->Select(e, zta::SELECTION_NEW);
+  EXPECT_TRUE(doc->SearchObject("e")->GetBit(zta::BIT_ACTIVE));
+  EXPECT_FALSE(doc->SearchObject("a")->GetBit(zta::BIT_ACTIVE));
+  EXPECT_EQ(doc->GetActiveObject(), b);
 
   // Cells of the mode column: popups of the type's modes; a filter row's is text.
   zta::ItemTreeCell cell = tree->GetCell(a, LAYER_FOGMODE);

@@ -512,6 +512,17 @@ bool VolumeBuilderData::HandleTreeEvent(zta::BaseObject* op, zta::ItemTreeEvent&
         const auto selection = tree->GetSelection();
         zta::BaseList2D* first = selection.empty() ? nullptr : selection.front()->GetLink().GetLink(op->GetDocument());
         op->GetDataInstance()->SetLink(VOLUMEBUILDER_SELECTEDLAYER, first);
+        // One row: its object is selected in the scene too, among the list's
+        // objects alone; the builder stays the active object, whose panel shows it.
+        if (selection.size() == 1) {
+          zta::BaseDocument* doc = op->GetDocument();
+          for (zta::ItemTreeItem* i = tree->GetFirst(); i; i = tree->GetNextInTree(i)) {
+            auto* obj = static_cast<zta::BaseObject*>(i->GetLink().GetLink(doc, zta::HOST_TYPE_OBJECT));
+            if (!obj || obj == op || IsLayerObject(obj) || obj->GetDocument() != doc) continue;
+            if (i == selection.front()) obj->SetBit(zta::BIT_ACTIVE);
+            else obj->DelBit(zta::BIT_ACTIVE);
+          }
+        }
       }
       skipSettingsCheck = true;
       break;
