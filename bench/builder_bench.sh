@@ -11,6 +11,7 @@ sys.path.insert(0, sys.argv[2])
 from gbench import medians, ratio
 med = medians(sys.argv[1])
 ratio("move one / full rebuild", med["MoveOneRebuild"], med["FullRebuild"], 0.15)
+ratio("one conversion / full rebuild (the floor of a move)", med["ConvertOneInput"], med["FullRebuild"])
 peak = max(b.get("peak_rss_mib", 0) for b in json.load(open(sys.argv[1]))["benchmarks"])
 print(f"peak resident memory {peak:.0f} MiB")
 PY

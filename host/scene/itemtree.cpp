@@ -149,6 +149,47 @@ void ItemTree::RequestDelete() {
   Send(event);
 }
 
+void ItemTree::DoubleClick(ItemTreeItem* item) {
+  if (!item || item->GetTree() != this) return;
+  ItemTreeEvent event{ITEMTREE_EVENT_DOUBLECLICK, this, item};
+  Send(event);
+}
+
+void ItemTree::SelectFromHost(ItemTreeItem* item, Int32 mode) {
+  if (item && item->GetTree() != this) return;
+  ItemTreeEvent event{ITEMTREE_EVENT_HOSTSELECT, this, item};
+  Send(event);
+  Select(item, mode);
+}
+
+void ItemTree::RunCommand(Int32 command) {
+  ItemTreeEvent event{ITEMTREE_EVENT_COMMAND, this, nullptr};
+  event.command = command;
+  Send(event);
+}
+
+ItemTreeCell ItemTree::GetCell(ItemTreeItem* item, Int32 column, const BaseContainer* layout) {
+  ItemTreeCell cell;
+  if (!item || item->GetTree() != this) return cell;
+  ItemTreeEvent event{ITEMTREE_EVENT_CELLOPTIONS, this, item};
+  event.column = column;
+  if (const BaseContainer* types = layout ? layout->GetContainerInstance(ITEMTREE_COLUMNTYPES) : nullptr)
+    event.cellType = types->GetInt32(column);
+  Send(event);
+  cell.type = event.cellType;
+  cell.popup = std::move(event.popup);
+  return cell;
+}
+
+void ItemTree::ChoosePopupValue(ItemTreeItem* item, Int32 column, Int32 value) {
+  if (!item || item->GetTree() != this) return;
+  ItemTreeEvent event{ITEMTREE_EVENT_POPUPSET, this, item};
+  event.column = column;
+  event.value = value;
+  Send(event);
+  Changed();
+}
+
 void ItemTree::SetOwner(BaseList2D* owner) { owner_.SetLink(owner); }
 
 void ItemTree::Changed() {

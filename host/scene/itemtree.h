@@ -28,11 +28,35 @@ enum : Int32 {
 
 // Events of MSG_ITEMTREE_EVENT.
 enum : Int32 {
-  ITEMTREE_EVENT_MAYDROP = 1,     // may `objects` be dropped? clear `accept` to refuse
-  ITEMTREE_EVENT_DROPPED = 2,     // `objects` were dropped; their rows are in the tree
-  ITEMTREE_EVENT_DELETE = 6,      // a person asked to delete the selected rows
-  ITEMTREE_EVENT_SELECTION = 7,   // the selection changed
-  ITEMTREE_EVENT_ROWCREATED = 9,  // `item` was inserted
+  ITEMTREE_EVENT_MAYDROP = 1,       // may `objects` be dropped? clear `accept` to refuse
+  ITEMTREE_EVENT_DROPPED = 2,       // `objects` were dropped; their rows are in the tree
+  ITEMTREE_EVENT_DELETE = 6,        // a person asked to delete the selected rows
+  ITEMTREE_EVENT_SELECTION = 7,     // the selection changed
+  ITEMTREE_EVENT_DOUBLECLICK = 8,   // a person double-clicked `item`
+  ITEMTREE_EVENT_ROWCREATED = 9,    // `item` was inserted
+  ITEMTREE_EVENT_HOSTSELECT = 16,   // the host itself is about to select: the SELECTION event that follows echoes it
+  ITEMTREE_EVENT_COMMAND = 23,      // a person chose `command` from the tree's menu
+  ITEMTREE_EVENT_CELLOPTIONS = 25,  // the panel is about to show `column` of `item`: fill `cellType` and `popup`
+  ITEMTREE_EVENT_POPUPSET = 26,     // a person chose `value` in the popup cell `column` of `item`
+};
+
+// Commands of ITEMTREE_EVENT_COMMAND.
+enum : Int32 { ITEMTREE_COMMAND_COPYTOSELECTED = 900017 };  // the first selected row's value to the others
+
+// Keys of an item tree parameter's description settings: how a panel lays
+// the tree out.
+enum : Int32 {
+  ITEMTREE_COLUMNTYPES = 5000,   // container: column id -> cell type
+  ITEMTREE_COLUMNTITLES = 5001,  // container: column id -> title
+  ITEMTREE_COLUMNSSHOWN = 5002,  // container: 1, 2, ... -> column id, in the order shown
+  ITEMTREE_EDITCOLUMN = 5003,    // int32: the column whose text a person edits
+  ITEMTREE_ITEMDATATYPE = 5004,  // int32: what a row's GeData holds; 1 a container
+};
+
+// Cell types of a column.
+enum : Int32 {
+  ITEMTREE_CELL_TEXT = 8,               // the value as text, not editable
+  ITEMTREE_CELL_POPUP = 1685221232,     // 'drop': a popup of the entries of `popup`
 };
 
 // The data type of dropped objects.
@@ -75,6 +99,20 @@ struct ItemTreeEvent {
   Int32 dataType = 0;
   const std::vector<BaseList2D*>* objects = nullptr;
   bool accept = true;
+  // Cells and commands.
+  Int32 column = 0;
+  Int32 value = 0;
+  Int32 command = 0;
+  // Filled by the owner for ITEMTREE_EVENT_CELLOPTIONS: the cell's type, and
+  // for a popup its entries (value -> text).
+  Int32 cellType = 0;
+  BaseContainer popup = BaseContainer();
+};
+
+// What a panel shows in one cell.
+struct ItemTreeCell {
+  Int32 type = 0;
+  BaseContainer popup = BaseContainer();
 };
 
 class ItemTree : public CustomDataType {
@@ -114,6 +152,19 @@ class ItemTree : public CustomDataType {
   // A person asks to delete the selected rows; the owner decides
   // (ITEMTREE_EVENT_DELETE).
   void RequestDelete();
+  // A person double-clicks a row.
+  void DoubleClick(ItemTreeItem* item);
+  // The host selects on its own (mirroring the scene, say): the owner hears
+  // ITEMTREE_EVENT_HOSTSELECT first, then the selection.
+  void SelectFromHost(ItemTreeItem* item, Int32 mode);
+  // A person chooses a command of the tree's menu.
+  void RunCommand(Int32 command);
+  // What the panel shows in `column` of `item`, as the owner says: by default
+  // the column's type from `layout` (the parameter's description settings).
+  ItemTreeCell GetCell(ItemTreeItem* item, Int32 column, const BaseContainer* layout = nullptr);
+  // A person chooses `value` in the popup cell `column` of `item`; the owner
+  // stores it.
+  void ChoosePopupValue(ItemTreeItem* item, Int32 column, Int32 value);
 
   // The node that events go to; held weakly.
   void SetOwner(BaseList2D* owner);

@@ -4,6 +4,7 @@
 #include "host/scene/basedocument.h"
 #include "host/scene/itemtree.h"
 #include "host/scene/plugins.h"
+#include "host/scene/popup.h"
 
 using namespace zta;
 
@@ -31,10 +32,32 @@ class TreeOwner : public ObjectData {
         if (o->GetName() == "no") e->accept = false;
     if (e->event == ITEMTREE_EVENT_DELETE)
       for (ItemTreeItem* i : e->tree->GetSelection()) e->tree->RemoveItem(i);
+    // Column 7 is a popup of two entries in rows that are checked.
+    if (e->event == ITEMTREE_EVENT_CELLOPTIONS && e->column == 7 && (e->item->GetFlags() & TREEITEM_CHECKED)) {
+      e->cellType = ITEMTREE_CELL_POPUP;
+      e->popup.SetString(1, "one");
+      e->popup.SetString(2, "two");
+    }
+    if (e->event == ITEMTREE_EVENT_POPUPSET) e->item->GetContainerInstance()->SetInt32(e->column, e->value);
+    if (e->event == ITEMTREE_EVENT_COMMAND) commands.push_back(e->command);
+    if (e->event == ITEMTREE_EVENT_DOUBLECLICK) clicked = e->item;
     return true;
   }
   static ItemTree* Tree(BaseList2D* node) { return node->GetDataInstance()->GetCustomDataWritableTyped<ItemTree>(kTreeId); }
   std::vector<Int32> events;
+  std::vector<Int32> commands;
+  ItemTreeItem* clicked = nullptr;
+};
+
+// Answers its popup 5 with one entry, the icon of a null object.
+class PopupNode : public ObjectData {
+ public:
+  bool HandleMessage(GeListNode*, Int32 type, void* data) override {
+    auto* popup = type == MSG_DESCRIPTION_POPUP ? static_cast<DescriptionPopup*>(data) : nullptr;
+    if (popup && popup->id.GetId() == 5 && popup->value == 1)
+      popup->entries.emplace_back(HOST_TYPE_NULL, PopupEntryText(HOST_TYPE_NULL, "Null"));
+    return true;
+  }
 };
 
 }  // namespace
@@ -137,4 +160,73 @@ TEST(ItemTree, RowsSelectionDropsAndEventsToTheOwner) {
   ItemTree other;
   ItemTreeItem* foreign = other.InsertItem(nullptr, nullptr, 0, GeData(), nullptr);
   EXPECT_EQ(lone.InsertItem(foreign, nullptr, 0, GeData(), nullptr), nullptr);  // a row of another tree
+}
+
+TEST(ItemTree, ClicksCellsPopupsAndCommandsGoToTheOwner) {
+  static const bool registered =
+      FindPlugin(kOwner) || RegisterObjectPlugin(kOwner, "Tree owner", 0, [] { return std::make_unique<TreeOwner>(); }, "", 0);
+  ASSERT_TRUE(registered);
+  auto doc = BaseDocument::Alloc();
+  BaseObject* owner = BaseObject::Alloc(kOwner).release();
+  doc->InsertObject(owner);
+  ItemTree* tree = TreeOwner::Tree(owner);
+  auto* data = owner->GetNodeData<TreeOwner>();
+  ItemTreeItem* checked = tree->InsertItem(nullptr, nullptr, TREEITEM_CHECKED, GeData(BaseContainer()), nullptr);
+  ItemTreeItem* plain = tree->InsertItem(nullptr, checked, 0, GeData(BaseContainer()), nullptr);
+  data->events.clear();
+
+  tree->DoubleClick(plain);
+  EXPECT_EQ(data->clicked, plain);
+  tree->RunCommand(ITEMTREE_COMMAND_COPYTOSELECTED);
+  EXPECT_EQ(data->commands, std::vector<Int32>{ITEMTREE_COMMAND_COPYTOSELECTED});
+
+  // A cell is what the owner says, else the type its column has in the layout.
+  BaseContainer layout, types;
+  types.SetInt32(7, ITEMTREE_CELL_TEXT);
+  layout.SetContainer(ITEMTREE_COLUMNTYPES, types);
+  ItemTreeCell cell = tree->GetCell(checked, 7, &layout);
+  EXPECT_EQ(cell.type, ITEMTREE_CELL_POPUP);
+  EXPECT_EQ(cell.popup.GetString(2), "two");
+  cell = tree->GetCell(plain, 7, &layout);
+  EXPECT_EQ(cell.type, ITEMTREE_CELL_TEXT);
+  EXPECT_EQ(cell.popup.GetCount(), 0);
+  EXPECT_EQ(tree->GetCell(plain, 7).type, 0);
+
+  // A choice in a popup reaches the owner, which stores it; the owner is dirty.
+  const UInt32 dirty = owner->GetDirty(DIRTYFLAGS_DATA);
+  tree->ChoosePopupValue(checked, 7, 2);
+  EXPECT_EQ(checked->GetData().GetContainer()->GetInt32(7), 2);
+  EXPECT_GT(owner->GetDirty(DIRTYFLAGS_DATA), dirty);
+
+  // The host's own selection is announced before the selection event.
+  data->events.clear();
+  tree->SelectFromHost(plain, SELECTION_NEW);
+  EXPECT_EQ(data->events, (std::vector<Int32>{ITEMTREE_EVENT_HOSTSELECT, ITEMTREE_EVENT_SELECTION}));
+  EXPECT_EQ(tree->GetSelection(), std::vector<ItemTreeItem*>{plain});
+
+  // Rows of another tree are no one's business here.
+  ItemTree other;
+  ItemTreeItem* stranger = other.InsertItem(nullptr, nullptr, TREEITEM_CHECKED, GeData(BaseContainer()), nullptr);
+  data->events.clear();
+  tree->DoubleClick(stranger);
+  tree->ChoosePopupValue(stranger, 7, 1);
+  EXPECT_EQ(tree->GetCell(stranger, 7).type, 0);
+  EXPECT_TRUE(data->events.empty());
+}
+
+TEST(Popups, EntriesComeFromTheNodeAndNameTheirIcon) {
+  constexpr Int32 kPopupNode = 1999302;
+  static const bool registered =
+      RegisterObjectPlugin(kPopupNode, "Popup node", 0, [] { return std::make_unique<PopupNode>(); }, "", 0);
+  ASSERT_TRUE(registered);
+  auto node = BaseObject::Alloc(kPopupNode);
+  const auto entries = GetPopupEntries(node.get(), DescID(5), 1);
+  ASSERT_EQ(entries.size(), 1u);
+  EXPECT_EQ(entries[0].first, HOST_TYPE_NULL);
+  EXPECT_EQ(entries[0].second, "&i" + std::to_string(HOST_TYPE_NULL) + "&Null");
+  EXPECT_EQ(PopupEntryName(entries[0].second), "Null");
+  EXPECT_EQ(PopupEntryName("plain"), "plain");
+  EXPECT_EQ(PopupEntryName("&ibroken"), "&ibroken");
+  EXPECT_TRUE(GetPopupEntries(node.get(), DescID(5), 2).empty());
+  EXPECT_TRUE(GetPopupEntries(nullptr, DescID(5), 1).empty());
 }

@@ -22,6 +22,7 @@
 namespace zta {
 class ItemTree;
 class ItemTreeItem;
+struct ItemTreeEvent;
 class BaseDocument;
 }  // namespace zta
 
@@ -112,8 +113,25 @@ struct EvalNode {
   std::vector<std::shared_ptr<zta::BaseObject>> folded;
   FoldKey foldKey;
   bool foldValid = false;
+  // In a run of rows that join with one regroupable mode (union, intersection,
+  // maximum, minimum): this row's volume joined with those of the rows above
+  // it in the run, and what that was made from. A change in the middle of the
+  // run then costs two joins: this row's with the rows above, and what lies
+  // below with that.
+  struct Above {
+    std::shared_ptr<zta::BaseObject> result;
+    std::shared_ptr<zta::BaseObject> operand;  // this row's volume, held so its identity can't be reused
+    std::shared_ptr<zta::BaseObject> next;     // the row above's `result` it was joined with
+    const EvalNode* nextRow = nullptr;
+    zta::Int32 mode = -1;
+    bool valid = false;
+  } above;
   // A folder's rows changed in this rebuild.
   bool contentChanged = false;
+  // A field sized by the layers below it: the box of the volume below that
+  // its volumes were made for.
+  zta::Vector baseMin, baseMax;
+  bool hasBase = false;
 
   void ClearResults() {
     valid = false;
@@ -121,6 +139,7 @@ struct EvalNode {
     ownedResults.clear();
     folded.clear();
     foldValid = false;
+    above = {};
   }
 };
 using EvalNodeRef = std::shared_ptr<EvalNode>;
@@ -165,6 +184,7 @@ class VolumeBuilderData : public zta::ObjectData {
   bool CopyNode(zta::NodeData* dest, const zta::GeListNode* snode, zta::GeListNode* dnode, zta::Int32 flags,
                 zta::AliasTrans* trans) const override;
   bool HandleMessage(zta::GeListNode* node, zta::Int32 type, void* data) override;
+  bool DescribeParameters(zta::GeListNode* node, zta::Description* description, zta::Int32& flags) override;
   zta::Int32 ListBranches(zta::GeListNode* node, zta::BranchInfo* info, zta::Int32 max,
                           zta::Int32 flags) const override;
   bool SetParameterValue(zta::GeListNode* node, const zta::DescID& id, const zta::GeData& t_data,
@@ -207,6 +227,13 @@ class VolumeBuilderData : public zta::ObjectData {
   bool TryLock() { return !evalLock_.exchange(true, std::memory_order_acq_rel); }
   void Unlock() { evalLock_.store(false, std::memory_order_release); }
   void BindTree(zta::BaseObject* op);
+  // Whether `object` may become an input: not the builder, nothing that holds
+  // it, no other builder's filter or cache layer.
+  bool MayTake(zta::BaseObject* op, const zta::BaseObject* object) const;
+  // What the add popup adds: a folder, a cache layer, a filter layer of one
+  // operation, or an object of a registered type.
+  zta::ItemTreeItem* AddFromPopup(zta::BaseObject* op, zta::Int32 value);
+  bool HandleTreeEvent(zta::BaseObject* op, zta::ItemTreeEvent& event);
   void RefreshVolumeType(const zta::BaseObject* op);
   // The three steps of a rebuild before the fold.
   bool CompareSettings(zta::BaseObject* op);
@@ -222,13 +249,35 @@ class VolumeBuilderData : public zta::ObjectData {
   // The fold; an empty result with `cancelled` when the thread asked to stop.
   zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> Evaluate(zta::BaseObject* op,
                                                                       const zta::HierarchyHelp* hh);
-  zta::Result<void> MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh);
+  // `below` is what the fold holds beneath the row, when it holds anything.
+  zta::Result<void> MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh,
+                                const std::vector<std::shared_ptr<zta::BaseObject>>* below = nullptr);
+  // Whether `object` is a field input sized by the layers below it.
+  bool NeedsBase(const zta::BaseObject* op, const zta::BaseObject* object) const;
+  // The last row of the run of regroupable rows that starts at `first` over
+  // `current`, or `first` when there is no such run.
+  zta::Result<size_t> RegroupEnd(zta::BaseObject* op, const std::vector<EvalNodeRef>& list, size_t first,
+                                 const std::vector<std::shared_ptr<zta::BaseObject>>& current,
+                                 const zta::HierarchyHelp* hh);
+  // Row `first`'s `above` join, made again where the rows up to `last` changed.
+  zta::Result<std::shared_ptr<zta::BaseObject>> JoinAbove(const std::vector<EvalNodeRef>& list, size_t first, size_t last,
+                                                          const zta::HierarchyHelp* hh);
+  bool AboveIsValid(const std::vector<EvalNodeRef>& list, size_t first, size_t last) const;
+  // (below op own) op above, left to right as a row-by-row fold joins them.
+  zta::Result<std::shared_ptr<zta::BaseObject>> JoinThree(const std::shared_ptr<zta::BaseObject>& below,
+                                                          const std::shared_ptr<zta::BaseObject>& own,
+                                                          const std::shared_ptr<zta::BaseObject>& above, zta::Int32 mode,
+                                                          const zta::HierarchyHelp* hh);
+  // The mode a row joins with in this builder's type.
+  zta::Int32 RowMode(const EvalNode& n) const;
   zta::Result<void> ApplyNode(zta::BaseObject* op, EvalNode& n, std::vector<std::shared_ptr<zta::BaseObject>>& current,
                               const zta::HierarchyHelp* hh);
   zta::Result<std::shared_ptr<zta::BaseObject>> Combine(const zta::BaseObject* a, const zta::BaseObject* b,
                                                          zta::Int32 mode, const zta::HierarchyHelp* hh);
   zta::Result<void> ConvertObject(zta::BaseObject* op, EvalNode& n, zta::BaseObject* object,
                                   const struct InputSettings& s, const zta::HierarchyHelp* hh);
+  // The world box of the active voxels of the volume below a row, if any.
+  static bool BaseBox(const std::vector<std::shared_ptr<zta::BaseObject>>* below, zta::Vector& lo, zta::Vector& hi);
   zta::Result<void> ConvertParticles(zta::BaseObject* op, EvalNode& n, const std::vector<zta::BaseObject*>& sources,
                                      const struct InputSettings& s, const zta::HierarchyHelp* hh);
   zta::Result<void> PostProcess(EvalNode& n, std::shared_ptr<zta::BaseObject> result, const struct InputSettings& s,

@@ -6,6 +6,7 @@
 #include <functional>
 #include <limits>
 #include <new>
+#include <optional>
 #include <unordered_set>
 
 #include "host/core/format.h"
@@ -24,6 +25,7 @@
 #include "modules/volumes/source/objects/volumebuilder.h"
 #include "modules/volumes/source/objects/volumebuildertag.h"
 #include "modules/volumes/source/objects/volumeobject.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumecommands.h"
 #include "zelmar/volumetools.h"
 
@@ -84,6 +86,29 @@ zta::Result<std::shared_ptr<zta::BaseObject>> RunCommand(const char* id, const z
 bool CacheIsValid(const zta::BaseObject* layer, const zta::BaseDocument* doc) {
   const VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(const_cast<zta::BaseObject*>(layer));
   return cache && cache->HasCache(doc);
+}
+
+// Joins whose grouping changes no voxel: (a op b) op c == a op (b op c).
+// Union and intersection of level sets, maximum and minimum of fog, each keep
+// the value of the first operand that wins, whichever way they are grouped.
+bool RegroupableMode(zta::Int32 builderType, zta::Int32 mode) {
+  if (builderType == BUILDERTYPE_SDF) return mode == 1 || mode == 3;
+  if (builderType == BUILDERTYPE_FOG) return mode == 2 || mode == 3;
+  return false;
+}
+
+// A float grid of the builder's class whose background is `background`
+// (taken from the first one seen): with backgrounds that differ, the values
+// outside the bands depend on the order of the joins.
+bool RegroupableVolume(const zta::BaseObject* object, zta::Int32 builderType, std::optional<float>& background) {
+  const Volume v = VolumeObjectData::GetVolume(object);
+  if (!v.HasGrid() || v.GetGridType() != GRIDTYPE::FLOAT) return false;
+  if ((v.GetGridClass() == GRIDCLASS::SDF) != (builderType == BUILDERTYPE_SDF)) return false;
+  const zta::Data bg = v.GetBackground();
+  const float* value = bg.TryGet<float>();
+  if (!value) return false;
+  if (!background) background = *value;
+  return *background == *value;
 }
 
 }  // namespace
@@ -276,7 +301,9 @@ zta::Result<void> VolumeBuilderData::CollectInputs(zta::BaseObject* op, const zt
       node->hasVolumes = !found->second.objects.empty() || !found->second.particleSources.empty();
       continue;
     }
-    bool force = false;
+    // A field sized by the rows below is gathered every time (it costs no
+    // clone): whether it must be made again is known only during the fold.
+    bool force = NeedsBase(op, object);
     for (const EvalNodeRef& user : objectUsers_[object]) force = force || !user->valid;
     if (!force) {
       // Unchanged: it stays an input of this builder without being read again.
@@ -611,7 +638,17 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
     zta::Vector size = s.boxSize;
     zta::Matrix place;
     if (s.fieldSource == 0) {
-      return zta::OK();  // the size of the layers below: applied where a base volume stands
+      // The box of the layers below; with nothing below there is no result.
+      if (!n.hasBase) return zta::OK();
+      zta::BaseContainer bc;
+      bc.SetBool(FIELDTOVOLUME_VECTOR, volumeType_ == BUILDERTYPE_VECTOR);
+      bc.SetFloat(FIELDTOVOLUME_GRIDSIZE, v);
+      bc.SetVector(FIELDTOVOLUME_BOXMIN, n.baseMin);
+      bc.SetVector(FIELDTOVOLUME_BOXMAX, n.baseMax);
+      bc.SetMatrix(FIELDTOVOLUME_TRANSFORM, GridTransform(v));
+      r = RunCommand(kFieldToVolumeCommand, bc, {object}, hh);
+      if (!r) return r.GetError();
+      return PostProcess(n, *r, s, hh);
     }
     if (s.referenceObject) {
       place = s.referenceObject->GetMg();
@@ -634,9 +671,45 @@ zta::Result<void> VolumeBuilderData::ConvertObject(zta::BaseObject* op, EvalNode
   return PostProcess(n, *r, s, hh);
 }
 
-zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh) {
-  if (n.valid || (n.kind != EVALKIND_INPUT && n.kind != EVALKIND_CACHE)) return zta::OK();
+bool VolumeBuilderData::NeedsBase(const zta::BaseObject* op, const zta::BaseObject* object) const {
+  return object && (IsFieldCarrier(object) || object->GetType() == zta::HOST_TYPE_FIELD_OBJECT) &&
+         ReadInputSettings(FindTag(op, object)).fieldSource == 0;
+}
+
+bool VolumeBuilderData::BaseBox(const std::vector<std::shared_ptr<zta::BaseObject>>* below, zta::Vector& lo,
+                                zta::Vector& hi) {
+  if (!below || below->empty() || !below->front()) return false;
+  const Volume v = VolumeObjectData::GetVolume(below->front().get());
+  if (!v.HasGrid() || v.GetActiveVoxelCount() == 0) return false;
+  // The box is kept in index space; its corners go through the grid's transform.
+  const BoundingBox& b = v.GetWorldBoundingBox();
+  const zta::Matrix m = v.GetGridTransform();
+  bool first = true;
+  for (int i = 0; i < 8; ++i) {
+    const zta::Vector p = m * zta::Vector(i & 1 ? b.max.x : b.min.x, i & 2 ? b.max.y : b.min.y, i & 4 ? b.max.z : b.min.z);
+    lo = first ? p : zta::Vector(std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z));
+    hi = first ? p : zta::Vector(std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z));
+    first = false;
+  }
+  return true;
+}
+
+zta::Result<void> VolumeBuilderData::MakeVolumes(zta::BaseObject* op, EvalNode& n, const zta::HierarchyHelp* hh,
+                                                 const std::vector<std::shared_ptr<zta::BaseObject>>* below) {
+  if (n.kind != EVALKIND_INPUT && n.kind != EVALKIND_CACHE) return zta::OK();
   auto* object = static_cast<zta::BaseObject*>(n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT));
+  if (n.kind == EVALKIND_INPUT && NeedsBase(op, object)) {
+    // Made again when the layers below cover another box.
+    zta::Vector lo, hi;
+    const bool has = BaseBox(below, lo, hi);
+    if (has != n.hasBase || (has && (!(lo == n.baseMin) || !(hi == n.baseMax)))) {
+      n.ClearResults();
+      n.hasBase = has;
+      n.baseMin = lo;
+      n.baseMax = hi;
+    }
+  }
+  if (n.valid) return zta::OK();
   if (n.kind == EVALKIND_CACHE) {
     // The layer's volume of this frame, taken as a volume input with default settings.
     n.ClearResults();
@@ -720,7 +793,7 @@ zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
     return zta::OK();
   }
   if (n.kind == EVALKIND_NONE || n.kind > EVALKIND_CACHE) return zta::OK();
-  if (auto ok = MakeVolumes(op, n, hh); !ok) return ok;
+  if (auto ok = MakeVolumes(op, n, hh, &current); !ok) return ok;
   const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
   if (volumeType_ != BUILDERTYPE_VECTOR && mode == 0) {
     for (const auto& owned : n.ownedResults) current.push_back(MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
@@ -748,6 +821,108 @@ zta::Result<void> VolumeBuilderData::ApplyNode(zta::BaseObject* op, EvalNode& n,
   return zta::OK();
 }
 
+zta::Int32 VolumeBuilderData::RowMode(const EvalNode& n) const {
+  return volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
+}
+
+zta::Result<size_t> VolumeBuilderData::RegroupEnd(zta::BaseObject* op, const std::vector<EvalNodeRef>& list, size_t first,
+                                                  const std::vector<std::shared_ptr<zta::BaseObject>>& current,
+                                                  const zta::HierarchyHelp* hh) {
+  const zta::Int32 mode = RowMode(*list[first]);
+  if (current.empty() || !RegroupableMode(volumeType_, mode)) return first;
+  std::optional<float> background;
+  for (const auto& c : current)
+    if (!RegroupableVolume(c.get(), volumeType_, background)) return first;
+  size_t last = first;
+  for (size_t j = first; j < list.size(); ++j) {
+    EvalNode& r = *list[j];
+    if (!r.changeKey.enabled || (r.kind != EVALKIND_INPUT && r.kind != EVALKIND_FOLDER) || RowMode(r) != mode) break;
+    // A field sized by what lies below it must see that, row by row.
+    if (r.kind == EVALKIND_INPUT && NeedsBase(op, static_cast<const zta::BaseObject*>(r.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT)))) break;
+    if (auto ok = MakeVolumes(op, r, hh); !ok) return ok.GetError();
+    if (r.ownedResults.size() > 1) break;
+    if (r.ownedResults.size() == 1 && !RegroupableVolume(r.ownedResults[0].get(), volumeType_, background)) break;
+    last = j;
+  }
+  return last;
+}
+
+namespace {
+
+// Whether a row's `above` join still stands for its volume and the row above.
+bool AboveStands(const EvalNode& r, zta::Int32 mode, const EvalNode* nextRow, const std::shared_ptr<zta::BaseObject>& next) {
+  const std::shared_ptr<zta::BaseObject> operand = r.ownedResults.empty() ? nullptr : r.ownedResults.front();
+  return r.above.valid && r.above.mode == mode && r.above.operand == operand && r.above.nextRow == nextRow &&
+         r.above.next == next;
+}
+
+}  // namespace
+
+bool VolumeBuilderData::AboveIsValid(const std::vector<EvalNodeRef>& list, size_t first, size_t last) const {
+  std::shared_ptr<zta::BaseObject> next;
+  const EvalNode* nextRow = nullptr;
+  for (size_t j = last + 1; j-- > first;) {
+    const EvalNode& r = *list[j];
+    if (!AboveStands(r, RowMode(r), nextRow, next)) return false;
+    next = r.above.result;
+    nextRow = &r;
+  }
+  return true;
+}
+
+zta::Result<std::shared_ptr<zta::BaseObject>> VolumeBuilderData::JoinAbove(const std::vector<EvalNodeRef>& list, size_t first,
+                                                                           size_t last, const zta::HierarchyHelp* hh) {
+  std::shared_ptr<zta::BaseObject> next;
+  const EvalNode* nextRow = nullptr;
+  for (size_t j = last + 1; j-- > first;) {
+    EvalNode& r = *list[j];
+    const zta::Int32 mode = RowMode(r);
+    if (!AboveStands(r, mode, nextRow, next)) {
+      if (StopAsked(hh)) return CancelledError();
+      const std::shared_ptr<zta::BaseObject> operand = r.ownedResults.empty() ? nullptr : r.ownedResults.front();
+      std::shared_ptr<zta::BaseObject> result = operand ? operand : next;
+      if (operand && next) {
+        auto joined = Combine(operand.get(), next.get(), mode, hh);
+        if (!joined) return joined.GetError();
+        if (!*joined) return zta::IllegalStateError("could not join volumes");
+        result = *joined;
+      }
+      r.above = {result, operand, next, nextRow, mode, true};
+    }
+    next = r.above.result;
+    nextRow = &r;
+  }
+  return next;
+}
+
+zta::Result<std::shared_ptr<zta::BaseObject>> VolumeBuilderData::JoinThree(const std::shared_ptr<zta::BaseObject>& below,
+                                                                           const std::shared_ptr<zta::BaseObject>& own,
+                                                                           const std::shared_ptr<zta::BaseObject>& above,
+                                                                           zta::Int32 mode, const zta::HierarchyHelp* hh) {
+  if (!own && !above) return below;
+  if (!own || !above) return Combine(below.get(), own ? own.get() : above.get(), mode, hh);
+  if (volumeType_ != BUILDERTYPE_SDF) {
+    auto first = Combine(below.get(), own.get(), mode, hh);
+    if (!first) return first.GetError();
+    if (!*first) return std::shared_ptr<zta::BaseObject>();
+    return Combine(first->get(), above.get(), mode, hh);
+  }
+  // Level sets: the first join gives a grid of our own, which the second one
+  // fills in place instead of copying it once more.
+  const BOOLTYPE type = mode == 3 ? BOOLTYPE::INTERSECTION : BOOLTYPE::UNION;
+  statistics_.folds += 2;
+  auto first = VolumeToolsInterface::BoolVolumes(VolumeObjectData::GetVolume(below.get()),
+                                                 VolumeObjectData::GetVolume(own.get()), type, hh->GetThread());
+  if (!first) return first.GetError();
+  if (!first->HasGrid()) return std::shared_ptr<zta::BaseObject>();
+  auto joined = BoolVolumesReleasing(std::move(*first), VolumeObjectData::GetVolume(above.get()), type, hh->GetThread());
+  if (!joined) return joined.GetError();
+  if (!joined->HasGrid()) return std::shared_ptr<zta::BaseObject>();
+  auto object = MakeVolumeObject(*joined);
+  if (!object) return zta::OutOfMemoryError();
+  return object;
+}
+
 zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Evaluate(zta::BaseObject* op,
                                                                                       const zta::HierarchyHelp* hh) {
   for (auto& [item, node] : evalNodes_) {
@@ -763,9 +938,9 @@ zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Ev
     // first one that changed; from there on everything is folded again.
     bool clean = true;
     for (size_t i = 0; i < list.size(); ++i) {
-      EvalNode& n = *list[i];
-      if (n.kind == EVALKIND_CACHE && !current.empty() && bakeTarget_ &&
-          n.link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT) == bakeTarget_) {
+      EvalNode* row = list[i].get();
+      if (row->kind == EVALKIND_CACHE && !current.empty() && bakeTarget_ &&
+          row->link.GetLink(hh->GetDocument(), zta::HOST_TYPE_OBJECT) == bakeTarget_) {
         // A bake takes what stands below its layer; the builder itself shows nothing meanwhile.
         if (VolumeCacheLayerData* cache = VolumeCacheLayerData::Of(bakeTarget_)) {
           if (auto ok = cache->SetVolume(VolumeObjectData::GetVolume(current.front().get()), {}); !ok)
@@ -773,38 +948,79 @@ zta::Result<std::vector<std::shared_ptr<zta::BaseObject>>> VolumeBuilderData::Ev
         }
         return std::vector<std::shared_ptr<zta::BaseObject>>();
       }
-      const zta::Int32 mode = volumeType_ == BUILDERTYPE_FOG ? n.fogMode : volumeType_ == BUILDERTYPE_VECTOR ? n.vectorMode : n.sdfMode;
-      const EvalNode::FoldKey key{mode, n.changeKey.enabled, i ? list[i - 1].get() : nullptr};
+      EvalNode& n = *row;
+      const EvalNode::FoldKey key{RowMode(n), n.changeKey.enabled, i ? list[i - 1].get() : nullptr};
       const bool unchanged = n.kind == EVALKIND_FOLDER ? !n.contentChanged
                              : n.kind == EVALKIND_INPUT || n.kind == EVALKIND_FILTER || n.kind == EVALKIND_CACHE
                                  ? n.valid
                                  : true;
+      const bool cleanBelow = clean;
       clean = clean && unchanged && n.foldValid && n.foldKey == key;
       if (clean) {
         current = n.folded;
       } else {
-        if (n.changeKey.enabled) {
-          if (current.empty()) {
-            if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
-            if (StopAsked(hh)) return CancelledError();
-            for (const auto& owned : n.ownedResults)
-              current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
-            if (n.kind == EVALKIND_FOLDER) {
-              n.volumes.clear();
-              n.ownedResults.clear();
-            }
-          } else {
-            if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
-          }
+        size_t last = i;
+        if (n.changeKey.enabled && !current.empty()) {
+          auto end = RegroupEnd(op, list, i, current, hh);
+          if (!end) return end.GetError();
+          // Regrouped where the rows above still hold their join, or where this
+          // row is the lowest that changed: an edited row is usually edited again.
+          if (*end > i && (cleanBelow || AboveIsValid(list, i + 1, *end))) last = *end;
         }
-        n.folded = current;
-        n.foldKey = key;
-        n.foldValid = true;
+        if (last > i) {
+          auto above = JoinAbove(list, i + 1, last, hh);
+          if (!above) return above.GetError();
+          const std::shared_ptr<zta::BaseObject> own = n.ownedResults.empty() ? nullptr : n.ownedResults.front();
+          std::vector<std::shared_ptr<zta::BaseObject>> next;
+          for (auto& c : current) {
+            if (StopAsked(hh)) return CancelledError();
+            auto r = JoinThree(c, own, *above, RowMode(n), hh);
+            if (!r) return r.GetError();
+            if (*r) next.push_back(*r);
+          }
+          current = std::move(next);
+          // The rows inside the run hold no fold of their own now.
+          for (size_t j = i; j <= last; ++j) {
+            EvalNode& r = *list[j];
+            if (j < last) {
+              r.folded.clear();
+              r.foldValid = false;
+            }
+            if (r.kind == EVALKIND_FOLDER) {
+              r.volumes.clear();
+              r.ownedResults.clear();
+            }
+          }
+          i = last;
+          row = list[i].get();
+          row->folded = current;
+          row->foldKey = {RowMode(*row), row->changeKey.enabled, list[i - 1].get()};
+          row->foldValid = true;
+        } else {
+          if (n.changeKey.enabled) {
+            if (current.empty()) {
+              if (auto ok = MakeVolumes(op, n, hh); !ok) return ok.GetError();
+              if (StopAsked(hh)) return CancelledError();
+              for (const auto& owned : n.ownedResults)
+                current.push_back(n.kind == EVALKIND_FOLDER ? owned : MakeVolumeObject(VolumeObjectData::GetVolume(owned.get())));
+              if (n.kind == EVALKIND_FOLDER) {
+                n.volumes.clear();
+                n.ownedResults.clear();
+              }
+            } else {
+              if (auto ok = ApplyNode(op, n, current, hh); !ok) return ok.GetError();
+            }
+          }
+          n.folded = current;
+          n.foldKey = key;
+          n.foldValid = true;
+        }
       }
-      if (i + 1 == list.size() && n.parentList >= 0 && size_t(n.parentList) < layerLists_.size()) {
-        auto& parentList = layerLists_[size_t(n.parentList)];
-        if (size_t(n.parentIndex) < parentList.size() && parentList[size_t(n.parentIndex)]->kind == EVALKIND_FOLDER) {
-          EvalNode& parent = *parentList[size_t(n.parentIndex)];
+      EvalNode& top = *row;
+      if (i + 1 == list.size() && top.parentList >= 0 && size_t(top.parentList) < layerLists_.size()) {
+        auto& parentList = layerLists_[size_t(top.parentList)];
+        if (size_t(top.parentIndex) < parentList.size() && parentList[size_t(top.parentIndex)]->kind == EVALKIND_FOLDER) {
+          EvalNode& parent = *parentList[size_t(top.parentIndex)];
           for (auto& c : current) {
             parent.volumes.push_back(c.get());
             parent.ownedResults.push_back(c);
