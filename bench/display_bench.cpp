@@ -110,6 +110,17 @@ struct Scene {
   }
 };
 
+// How many voxels a display of the sphere puts in its buffers.
+double ShownVoxels(Scene& scene) {
+  zelmar::VolumeObjectDisplay display;
+  display.gridType = Sphere().GetGridType();
+  display.gridClass = Sphere().GetGridClass();
+  zta::BaseDrawHelp bh(scene.bd.get(), scene.doc.get());
+  bh.SetMg(scene.op->GetMg());
+  (void)zelmar::DrawVolume(display, Sphere(), scene.op->GetMg(), scene.op, scene.bd.get(), &bh, zta::Vector(0.8), true);
+  return double(display.pointCount);
+}
+
 // A changed grid: the points read again, the buffers made and filled on the
 // device, and the frame drawn once (the device works lazily until then).
 void BuildBuffersAndDraw(benchmark::State& state) {
@@ -136,6 +147,7 @@ void DrawFrame(benchmark::State& state) {
     benchmark::DoNotOptimize(scene.bd->ReadPixels());
   }
   cpu.Report(state);
+  state.counters["shown"] = ShownVoxels(scene);
   PeakMemory(state);
 }
 

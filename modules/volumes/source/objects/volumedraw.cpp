@@ -405,17 +405,29 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
   const Int64 step = StepFor(Int64(records.size()));
   const size_t count = (records.size() + size_t(step) - 1) / size_t(step);
   display.voxelData.resize(count * 6);
-  std::vector<float> floats(count * 6);
+  bd->FreeBuffer(display.vertexBuffer);
+  float* target = nullptr;
+  if (count > 0) {
+    // Straight into the device's buffer: no copy of the voxels in between.
+    display.vertexBuffer = bd->AllocBuffer(Int64(count * 6 * sizeof(float)));
+    target = display.vertexBuffer ? static_cast<float*>(bd->MapBuffer(display.vertexBuffer)) : nullptr;
+    if (!target) {
+      bd->FreeBuffer(display.vertexBuffer);
+      display.voxelData.clear();
+      return zta::OutOfMemoryError("no room on the graphics device for the voxels");
+    }
+  }
   tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& r) {
     for (size_t i = r.begin(); i < r.end(); ++i) {
       const SurfaceRecord& rec = records[i * size_t(step)];
       const float values[6] = {rec.x, rec.y, rec.z, rec.gx, rec.gy, rec.gz};
       for (size_t k = 0; k < 6; ++k) {
         display.voxelData[i * 6 + k] = values[k];
-        floats[i * 6 + k] = values[k];
+        target[i * 6 + k] = values[k];
       }
     }
   });
+  if (target) bd->UnmapBuffer(display.vertexBuffer);
   records = {};
   display.pointCount = Int64(count);
   // A quad spans one voxel of the grid: in its index space, one unit on each
@@ -426,7 +438,7 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
   const double grow = std::sqrt(double(step));
   display.voxelSize = {l1 > 0.0 ? grow : 0.0, l2 > 0.0 ? grow : 0.0, 1.0};
   ++display.fillCount;
-  return Upload(display, bd, floats);
+  return zta::OK();
 }
 
 Result<void> FillColored(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd, const zta::Vector& color,
