@@ -286,11 +286,13 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
         CollectSurface(volume, false, records);
         sink.points.resize(records.size());
         sink.normals.resize(records.size());
-        for (size_t i = 0; i < records.size(); ++i) {
-          const SurfaceRecord& r = records[i];
-          sink.points[i] = {r.x, r.y, r.z};
-          sink.normals[i] = {r.gx, r.gy, r.gz};
-        }
+        tbb::parallel_for(tbb::blocked_range<size_t>(0, records.size()), [&](const tbb::blocked_range<size_t>& range) {
+          for (size_t i = range.begin(); i < range.end(); ++i) {
+            const SurfaceRecord& r = records[i];
+            sink.points[i] = {r.x, r.y, r.z};
+            sink.normals[i] = {r.gx, r.gy, r.gz};
+          }
+        });
         break;
       }
       const ValueRange range = volume.GetMinMaxValues(false);
