@@ -118,6 +118,23 @@ struct SurfaceRecord {
   float x, y, z, gx, gy, gz;
 };
 
+// Surface records as the parallel walk found them: one list per run of
+// leaves, in the tree's order, and where each list starts among them all.
+struct SurfaceLists {
+  std::vector<std::vector<SurfaceRecord>> lists;
+  std::vector<size_t> starts;
+  size_t total = 0;
+
+  // Calls fn(index, record) for every record, in parallel by list.
+  template <typename Fn>
+  void ForEach(Fn&& fn) const {
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, lists.size()), [&](const tbb::blocked_range<size_t>& r) {
+      for (size_t i = r.begin(); i < r.end(); ++i)
+        for (size_t k = 0; k < lists[i].size(); ++k) fn(starts[i] + k, lists[i][k]);
+    });
+  }
+};
+
 // The voxels of a signed distance grid within `band` of the surface, with
 // their gradients by central differences, in the tree's order. Leaves are
 // read in parallel straight from their buffers (an accessor only for
@@ -126,7 +143,7 @@ struct SurfaceRecord {
 // gradient's longest axis) is on the surface too is left out: it lies behind
 // that neighbour from wherever the surface shows.
 template <typename GridT>
-void CollectSurfaceRecords(const GridT& grid, double band, bool skipHidden, std::vector<SurfaceRecord>& out) {
+void CollectSurfaceRecords(const GridT& grid, double band, bool skipHidden, SurfaceLists& out) {
   using TreeT = typename GridT::TreeType;
   using LeafT = typename TreeT::LeafNodeType;
   using Accessor = openvdb::tree::ValueAccessor<const TreeT, false>;
@@ -134,7 +151,8 @@ void CollectSurfaceRecords(const GridT& grid, double band, bool skipHidden, std:
   grid.tree().getNodes(leaves);
   constexpr size_t grain = 64;
   const size_t chunks = (leaves.size() + grain - 1) / grain;
-  std::vector<std::vector<SurfaceRecord>> lists(chunks + 1);
+  std::vector<std::vector<SurfaceRecord>>& lists = out.lists;
+  lists.assign(chunks + 1, {});
   // Decides and records one voxel, given its six neighbours' values.
   auto take = [band, skipHidden](std::vector<SurfaceRecord>& list, const openvdb::Coord& c, double v,
                                  const double (&n)[6]) {
@@ -197,21 +215,14 @@ void CollectSurfaceRecords(const GridT& grid, double band, bool skipHidden, std:
       take(lists.back(), c, v, nb);
     }
   }
-  size_t total = 0;
-  std::vector<size_t> starts(lists.size());
-  for (size_t i = 0; i < lists.size(); ++i) starts[i] = total, total += lists[i].size();
-  out.resize(total);
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, lists.size()), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i < r.end(); ++i) {
-      std::copy(lists[i].begin(), lists[i].end(), out.begin() + std::ptrdiff_t(starts[i]));
-      lists[i] = {};
-    }
-  });
+  out.starts.resize(lists.size());
+  out.total = 0;
+  for (size_t i = 0; i < lists.size(); ++i) out.starts[i] = out.total, out.total += lists[i].size();
 }
 
 // The surface records of a float or double signed distance grid; false for other grids.
-bool CollectSurface(const Volume& volume, bool skipHidden, std::vector<SurfaceRecord>& out) {
-  out.clear();
+bool CollectSurface(const Volume& volume, bool skipHidden, SurfaceLists& out) {
+  out = {};
   const openvdb::GridBase::Ptr base = volume.IsInitialized() ? VolumeImpl::GetGrid(volume) : nullptr;
   if (!base || !base->transform().baseMap()->isLinear()) return false;
   if (volume.GetGridClass() != GRIDCLASS::SDF) return false;
@@ -282,16 +293,13 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
       const GRIDCLASS cls = volume.GetGridClass();
       const bool sdf = cls == GRIDCLASS::SDF;
       if (sdf) {
-        std::vector<SurfaceRecord> records;
+        SurfaceLists records;
         CollectSurface(volume, false, records);
-        sink.points.resize(records.size());
-        sink.normals.resize(records.size());
-        tbb::parallel_for(tbb::blocked_range<size_t>(0, records.size()), [&](const tbb::blocked_range<size_t>& range) {
-          for (size_t i = range.begin(); i < range.end(); ++i) {
-            const SurfaceRecord& r = records[i];
-            sink.points[i] = {r.x, r.y, r.z};
-            sink.normals[i] = {r.gx, r.gy, r.gz};
-          }
+        sink.points.resize(records.total);
+        sink.normals.resize(records.total);
+        records.ForEach([&](size_t i, const SurfaceRecord& r) {
+          sink.points[i] = {r.x, r.y, r.z};
+          sink.normals[i] = {r.gx, r.gy, r.gz};
         });
         break;
       }
@@ -402,10 +410,10 @@ Result<void> Upload(VolumeObjectDisplay& display, zta::BaseDraw* bd, const std::
 Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd) {
   // Inside voxels hidden behind their outward neighbours cost the renderer
   // as much as the ones that show, and add nothing to the picture.
-  std::vector<SurfaceRecord> records;
+  SurfaceLists records;
   CollectSurface(volume, true, records);
-  const Int64 step = StepFor(Int64(records.size()));
-  const size_t count = (records.size() + size_t(step) - 1) / size_t(step);
+  const Int64 step = StepFor(Int64(records.total));
+  const size_t count = (records.total + size_t(step) - 1) / size_t(step);
   display.voxelData.resize(count * 6);
   bd->FreeBuffer(display.vertexBuffer);
   float* target = nullptr;
@@ -419,14 +427,14 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
       return zta::OutOfMemoryError("no room on the graphics device for the voxels");
     }
   }
-  tbb::parallel_for(tbb::blocked_range<size_t>(0, count), [&](const tbb::blocked_range<size_t>& r) {
-    for (size_t i = r.begin(); i < r.end(); ++i) {
-      const SurfaceRecord& rec = records[i * size_t(step)];
-      const float values[6] = {rec.x, rec.y, rec.z, rec.gx, rec.gy, rec.gz};
-      for (size_t k = 0; k < 6; ++k) {
-        display.voxelData[i * 6 + k] = values[k];
-        target[i * 6 + k] = values[k];
-      }
+  // Every step-th record, each written where its place among them all says.
+  records.ForEach([&](size_t index, const SurfaceRecord& rec) {
+    if (index % size_t(step) != 0) return;
+    const size_t i = index / size_t(step);
+    const float values[6] = {rec.x, rec.y, rec.z, rec.gx, rec.gy, rec.gz};
+    for (size_t k = 0; k < 6; ++k) {
+      display.voxelData[i * 6 + k] = values[k];
+      target[i * 6 + k] = values[k];
     }
   });
   if (target) bd->UnmapBuffer(display.vertexBuffer);
