@@ -144,11 +144,31 @@ class Differ {
     return any;
   }
 
-  bool SameTags(const BaseObject& loaded, const BaseObject& fresh) const {
-    for (const BaseTag *x = loaded.GetFirstTag(), *y = fresh.GetFirstTag(); x && y; x = x->GetNext(), y = y->GetNext())
-      if (*x->GetDataInstance() != AsLoaded(*y->GetDataInstance()) || !SameRecords(*x, *y) || !SameOwnData(*x, *y))
-        return false;
+  // A copy of a new file's object, its links pointed at the shown objects.
+  void PointAtShown(BaseObject& copy) const {
+    TranslateLinks(*copy.GetDataInstance(), toShown_);
+    for (BaseTag* tag = copy.GetFirstTag(); tag; tag = tag->GetNext()) TranslateLinks(*tag->GetDataInstance(), toShown_);
+  }
+
+  // Whether the tags' own data (records, a plug-in's data) are the same in
+  // both files and every tag has its twin, by type and place, on the shown
+  // object: then their parameters can be set in place.
+  bool TagsEditable(const BaseObject& loaded, const BaseObject& fresh, const BaseObject& shown) const {
+    const BaseTag* s = shown.GetFirstTag();
+    for (const BaseTag *x = loaded.GetFirstTag(), *y = fresh.GetFirstTag(); x && y;
+         x = x->GetNext(), y = y->GetNext(), s = s->GetNext())
+      if (!s || s->GetType() != y->GetType() || !SameRecords(*x, *y) || !SameOwnData(*x, *y)) return false;
     return true;
+  }
+
+  // Sets the tags' changed parameters on the shown object's; true when one changed.
+  bool ApplyTags(const BaseObject& loaded, const BaseObject& fresh, BaseObject& shown) const {
+    bool any = false;
+    BaseTag* s = shown.GetFirstTag();
+    for (const BaseTag *x = loaded.GetFirstTag(), *y = fresh.GetFirstTag(); x && y && s;
+         x = x->GetNext(), y = y->GetNext(), s = s->GetNext())
+      any = Apply(*x->GetDataInstance(), *y->GetDataInstance(), *s->GetDataInstance()) || any;
+    return any;
   }
 
  private:
@@ -170,10 +190,11 @@ bool ApplySceneChanges(const zta::BaseDocument& loaded, const zta::BaseDocument&
   // that nothing is half changed when a copy cannot be made.
   std::vector<std::pair<const Triple*, std::unique_ptr<BaseObject>>> replacements;
   for (const Triple& t : triples) {
-    if (SameOwnData(*t.loaded, *t.fresh) && differ.SameTags(*t.loaded, *t.fresh)) continue;
+    if (SameOwnData(*t.loaded, *t.fresh) && differ.TagsEditable(*t.loaded, *t.fresh, *t.shown)) continue;
     std::unique_ptr<BaseObject> copy(static_cast<BaseObject*>(
         t.fresh->GetClone(zta::COPYFLAGS_NO_HIERARCHY | zta::COPYFLAGS_KEEP_MARKERS).release()));
     if (!copy) return false;
+    differ.PointAtShown(*copy);
     replacements.emplace_back(&t, std::move(copy));
   }
 
@@ -185,6 +206,7 @@ bool ApplySceneChanges(const zta::BaseDocument& loaded, const zta::BaseDocument&
       continue;
     }
     bool edited = differ.Apply(*t.loaded->GetDataInstance(), *t.fresh->GetDataInstance(), *t.shown->GetDataInstance());
+    edited = differ.ApplyTags(*t.loaded, *t.fresh, *t.shown) || edited;
     if (!(t.loaded->GetMl() == t.fresh->GetMl())) t.shown->SetMl(t.fresh->GetMl()), edited = true;
     if (!(t.loaded->GetFrozenMatrix() == t.fresh->GetFrozenMatrix()))
       t.shown->SetFrozenMatrix(t.fresh->GetFrozenMatrix()), edited = true;

@@ -12,10 +12,11 @@ class BaseDocument;
 namespace zvol {
 
 struct SceneChanges {
-  // Objects ("a/b" paths) whose parameters, matrices or modes were set anew in place.
+  // Objects ("a/b" paths) whose parameters, matrices, modes or tags'
+  // parameters were set anew in place.
   std::vector<std::string> edited;
-  // Objects whose own data or tags changed: replaced by copies of the new
-  // ones, their children kept.
+  // Objects whose own data or tags' data changed: replaced by copies of the
+  // new ones, their children kept.
   std::vector<std::string> replaced;
   bool Any() const { return !edited.empty() || !replaced.empty(); }
 };

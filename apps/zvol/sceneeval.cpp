@@ -135,6 +135,8 @@ std::vector<GatheredObject> EvaluateSceneKeeping(const Context& ctx, zta::BaseDo
   }
   for (GatheredObject& p : previous)
     if (p.kept) (void)p.copy.release();
+  // Each copy is now the result's alone, to be kept again next time.
+  for (GatheredObject& g : shown) g.kept = false;
   return shown;
 }
 

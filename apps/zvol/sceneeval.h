@@ -38,7 +38,7 @@ struct GatheredObject {
   zta::UInt32 stamp = 0;
   zta::Matrix placed;
   std::unique_ptr<zta::BaseObject> copy;
-  // Whether the copy is the one of `previous` (see below), kept.
+  // While an evaluation runs: the copy is shared with `previous` (see below).
   bool kept = false;
 };
 // EvaluateScene that keeps the copies of `previous` (a result of the same

@@ -245,15 +245,19 @@ class ViewProcess {
 };
 
 // Two Volume Builders side by side, each making a level set of its sphere.
-void WriteTwoBuilders(const std::string& path, double rightRadius, const std::string& rightName = "right") {
-  auto builder = [](const std::string& name, double x, double radius) {
+// The spheres carry a Phong tag, whose angle `rightPhong` sets on the right one.
+void WriteTwoBuilders(const std::string& path, double rightRadius, const std::string& rightName = "right",
+                      double rightPhong = 0.5) {
+  auto builder = [](const std::string& name, double x, double radius, double phong) {
     return R"({"type": "ovolumebuilder", "name": ")" + name + R"(", "position": [)" + std::to_string(x) +
            R"(, 0, 0], "parameters": {"6000": {"float": 8.0}, "6016": {"itemtree": [{"flags": 8388911, "link": ")" +
            name + R"(/ball"}]}}, "children": [{"type": "Osphere", "name": "ball", "parameters": {"PRIM_SPHERE_RAD": )" +
-           std::to_string(radius) + R"(, "PRIM_SPHERE_SUB": 24}}]})";
+           std::to_string(radius) + R"(, "PRIM_SPHERE_SUB": 24}, "tags": [{"type": "Tphong", "parameters": )" +
+           R"({"PHONGTAG_PHONG_ANGLE": )" + std::to_string(phong) + "}}]}]}";
   };
-  const std::string text = R"({"format": "zelmar-scene", "version": 1, "objects": [)" + builder("left", -150, 80) +
-                           ", " + builder(rightName, 150, rightRadius) + "]}";
+  const std::string text = R"({"format": "zelmar-scene", "version": 1, "objects": [)" +
+                           builder("left", -150, 80, 0.5) + ", " + builder(rightName, 150, rightRadius, rightPhong) +
+                           "]}";
   // Written beside and renamed: the viewer never reads half a file.
   std::ofstream(path + ".part") << text;
   std::filesystem::rename(path + ".part", path);
@@ -530,8 +534,22 @@ TEST(ViewVerb, AChangedParameterRebuildsOnlyTheObjectItFeeds) {
   EXPECT_GT(after, 0);
   EXPECT_NEAR(double(after) / before, 0.25, 0.08) << after << " of " << before;
 
+  // A tag's changed parameter is set in place; again only the right builder fills its buffers.
+  zta::Picture retagged;
+  const auto fillLines = [](const std::vector<std::string>& lines) {
+    return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.starts_with("display buffers filled"); });
+  };
+  const auto fillsBefore = fillLines(said);
+  WriteTwoBuilders(f("two.json"), 40, "right", 0.9);
+  ASSERT_TRUE(view.NextPicture(retagged));
+  said = view.Said();
+  EXPECT_EQ(fillLines(said), fillsBefore + 1);
+  EXPECT_TRUE(LastSaid(said, "read ").ends_with("again: changed right/ball")) << LastSaid(said, "read ");
+  EXPECT_EQ(LastSaid(said, "display buffers filled: "), "right");
+  EXPECT_EQ(leftHalf(retagged), leftHalf(first));
+
   // A renamed object changes the scene's shape: everything is read afresh.
-  WriteTwoBuilders(f("two.json"), 40, "other");
+  WriteTwoBuilders(f("two.json"), 40, "other", 0.9);
   ASSERT_TRUE(view.NextPicture(renamed));
   said = view.Said();
   EXPECT_TRUE(LastSaid(said, "read ").ends_with("again: changed left, other")) << LastSaid(said, "read ");
@@ -539,12 +557,12 @@ TEST(ViewVerb, AChangedParameterRebuildsOnlyTheObjectItFeeds) {
   EXPECT_EQ(renamed.rgba, smaller.rgba);
 
   // A file that does not read keeps the picture and fills nothing.
-  const size_t fills = std::count_if(said.begin(), said.end(), [](auto& l) { return l.starts_with("display"); });
+  const auto fills = fillLines(said);
   std::ofstream(f("two.json.part")) << R"({"format": "zelmar-scene", "objects": [)";
   std::filesystem::rename(f("two.json.part"), f("two.json"));
   ASSERT_TRUE(view.NextPicture(broken));
   said = view.Said();
   EXPECT_TRUE(LastSaid(said, "cannot read the changed file: ").size() > 0);
-  EXPECT_EQ(size_t(std::count_if(said.begin(), said.end(), [](auto& l) { return l.starts_with("display"); })), fills);
+  EXPECT_EQ(fillLines(said), fills);
   EXPECT_EQ(broken.rgba, smaller.rgba);
 }
