@@ -11,6 +11,7 @@
 #include "host/scene/nodedata.h"
 #include "host/scene/parameters.h"
 #include "host/ui/basedraw.h"
+#include "scenediff.h"
 #include "sceneeval.h"
 #include "zelmar/volumecommands.h"
 #include "zelmar/volumetools.h"
@@ -42,6 +43,8 @@ Shown LoadShown(const Context& ctx, const std::string& path, const std::string& 
   if (IsScenePath(path)) {
     if (!grid.empty()) throw CLI::ValidationError("--grid", "--grid picks a grid of a .vdb file, not of a scene");
     shown.doc = LoadScene(ctx, path);
+    shown.loaded.reset(static_cast<zta::BaseDocument*>(shown.doc->GetClone().release()));
+    if (!shown.loaded) throw Failure("out of memory copying the scene");
     shown.scene = true;
     EvaluateShown(ctx, shown, frame ? *frame : shown.doc->GetTime().GetFrame(shown.doc->GetFps()));
     return shown;
@@ -61,21 +64,68 @@ Shown LoadShown(const Context& ctx, const std::string& path, const std::string& 
   }
   for (int64_t i : indices) {
     const zelmar::Volume volume = LoadVolume(path, std::to_string(i));
-    shown.objects.push_back(Take(zelmar::CreateVolumeObject(volume)));
+    GatheredObject g;
+    g.path = std::to_string(i);
+    g.copy = Take(zelmar::CreateVolumeObject(volume));
+    shown.objects.push_back(std::move(g));
   }
   return shown;
 }
 
 void EvaluateShown(const Context& ctx, Shown& shown, int64_t frame) {
   if (!shown.scene) return;
-  shown.objects = EvaluateScene(ctx, *shown.doc, frame);
+  std::vector<GatheredObject> objects = EvaluateSceneKeeping(ctx, *shown.doc, frame, shown.objects);
+  shown.objects = std::move(objects);
+  shown.frame = frame;
+}
+
+std::vector<std::string> ReloadShown(const Context& ctx, Shown& shown, const std::string& path,
+                                     const std::string& grid) {
+  if (!shown.scene) {
+    Shown fresh = LoadShown(ctx, path, grid, std::nullopt);
+    shown.objects.clear();
+    shown = std::move(fresh);
+    std::vector<std::string> all;
+    for (const GatheredObject& g : shown.objects) all.push_back(g.path);
+    return all;
+  }
+  std::unique_ptr<zta::BaseDocument> fresh = LoadScene(ctx, path);
+  std::unique_ptr<zta::BaseDocument> pristine(static_cast<zta::BaseDocument*>(fresh->GetClone().release()));
+  if (!pristine) throw Failure("out of memory copying the scene");
+  SceneChanges changes;
+  // A change of the objects' shape shows the new scene whole, once it has
+  // evaluated: one that fails leaves the present one.
+  auto afresh = [&] {
+    Shown next;
+    next.doc = std::move(fresh);
+    next.loaded = std::move(pristine);
+    next.scene = true;
+    EvaluateShown(ctx, next, shown.frame);
+    shown.objects.clear();
+    shown = std::move(next);
+    std::vector<std::string> all;
+    for (const GatheredObject& g : shown.objects) all.push_back(g.path);
+    return all;
+  };
+  if (!ApplySceneChanges(*shown.loaded, *fresh, *shown.doc, changes)) return afresh();
+  // The document now says what the file says, whether or not it evaluates.
+  shown.loaded = std::move(pristine);
+  if (!changes.Any()) return {};
+  // A replaced object's copy is not taken again, whatever its address.
+  for (GatheredObject& g : shown.objects)
+    for (const std::string& r : changes.replaced)
+      if (g.path == r || g.path.starts_with(r + "/")) g.source = nullptr;
+  EvaluateShown(ctx, shown, shown.frame);
+  std::vector<std::string> changed = changes.edited;
+  changed.insert(changed.end(), changes.replaced.begin(), changes.replaced.end());
+  return changed;
 }
 
 bool ShownBounds(const Shown& shown, zta::Vector& min, zta::Vector& max) {
   min = zta::Vector(1e300);
   max = zta::Vector(-1e300);
   for (const auto& top : shown.objects)
-    ForEachObject(top.get(), zta::Matrix(), [&](zta::BaseObject* op, const zta::Matrix& mg) {
+    ForEachObject(top.copy.get(), zta::Matrix(), [&](zta::BaseObject* op, const zta::Matrix& mg) {
       const zelmar::Volume volume = zelmar::GetObjectVolume(op);
       if (volume.IsInitialized()) {
         if (volume.GetActiveVoxelCount() == 0) return;
@@ -140,7 +190,7 @@ Camera ParseCamera(const std::string& text, const Shown& shown, double aspect) {
                                              text + "'");
 }
 
-void DrawShown(zta::BaseDraw& bd, const Shown& shown, const Camera& camera) {
+std::vector<std::string> DrawShown(zta::BaseDraw& bd, const Shown& shown, const Camera& camera) {
   zta::Vector min, max;
   double nearClip = 0.01, farClip = 1000.0;
   const double distance = (camera.eye - camera.target).GetLength();
@@ -158,8 +208,10 @@ void DrawShown(zta::BaseDraw& bd, const Shown& shown, const Camera& camera) {
   bd.SetView(ToScene(camera.eye), ToScene(camera.target), ToScene(camera.up), camera.fovY, nearClip, farClip, true);
   bd.Clear();
   zta::BaseDrawHelp bh(&bd, shown.doc.get());
-  for (const auto& top : shown.objects)
-    ForEachObject(top.get(), zta::Matrix(), [&](zta::BaseObject* op, const zta::Matrix& mg) {
+  std::vector<std::string> filled;
+  for (const auto& top : shown.objects) {
+    const zta::Int64 fills = bd.GetBufferFills();
+    ForEachObject(top.copy.get(), zta::Matrix(), [&](zta::BaseObject* op, const zta::Matrix& mg) {
       if (zelmar::GetObjectVolume(op).IsInitialized()) {
         bh.SetMg(mg);
         if (auto* data = op->GetNodeData<zta::ObjectData>())
@@ -172,6 +224,9 @@ void DrawShown(zta::BaseDraw& bd, const Shown& shown, const Camera& camera) {
         bd.DrawPolygonObject(*poly);
       }
     });
+    if (bd.GetBufferFills() != fills) filled.push_back(top.path);
+  }
+  return filled;
 }
 
 }  // namespace zvol

@@ -19,15 +19,37 @@ namespace {
 // in world space: a copy of a generator's (deformed) cache, of a polygon,
 // spline or line object, or of a volume object. An object that shows nothing
 // of its own (a null) gives what its children show; the children of one that
-// does are its to consume.
-void Gather(const Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
-            std::vector<std::unique_ptr<zta::BaseObject>>& out) {
+// does are its to consume. A copy in `previous` of the same source, whose
+// stamp and place did not change, is taken again instead of a new one.
+void Gather(const Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first, const std::string& prefix,
+            std::vector<GatheredObject>& previous, std::vector<GatheredObject>& out) {
   for (zta::BaseObject* op = first; op; op = op->GetNext()) {
+    const std::string path = prefix.empty() ? op->GetName() : prefix + "/" + op->GetName();
     const bool volume = zelmar::GetObjectVolume(op).IsInitialized();
     const bool geometry = op->GetType() == zta::HOST_TYPE_POLYGON || op->GetType() == zta::HOST_TYPE_SPLINE ||
                           op->GetType() == zta::HOST_TYPE_LINE;
     if (!volume && !geometry && !op->GetCache() && !op->GetDeformCache()) {
-      Gather(ctx, doc, op->GetDown(), out);
+      Gather(ctx, doc, op->GetDown(), path, previous, out);
+      continue;
+    }
+    GatheredObject g;
+    g.source = op;
+    g.path = path;
+    g.stamp = op->GetHDirty(zta::DIRTYFLAGS_ALL & ~zta::DIRTYFLAGS_SELECT);
+    auto* up = dynamic_cast<zta::BaseObject*>(op->GetUp());
+    const zta::Matrix upMg = up ? up->GetMg() : zta::Matrix();
+    g.placed = upMg * op->GetMl();
+    for (GatheredObject& p : previous)
+      if (p.copy && !p.kept && p.source == op && p.path == path && p.stamp == g.stamp &&
+          p.placed == g.placed) {
+        // Marked now, moved once the whole evaluation went well.
+        p.kept = true;
+        g.kept = true;
+        g.copy.reset(p.copy.get());
+        break;
+      }
+    if (g.kept) {
+      out.push_back(std::move(g));
       continue;
     }
     std::unique_ptr<zta::BaseObject> copy;
@@ -45,8 +67,9 @@ void Gather(const Context& ctx, zta::BaseDocument& doc, zta::BaseObject* first,
       copy = std::move(data.result.front());
     }
     // The copy stands where the object stood among its parents.
-    if (auto* up = dynamic_cast<zta::BaseObject*>(op->GetUp())) copy->SetMl(up->GetMg() * copy->GetMl());
-    out.push_back(std::move(copy));
+    copy->SetMl(upMg * copy->GetMl());
+    g.copy = std::move(copy);
+    out.push_back(std::move(g));
   }
 }
 
@@ -89,15 +112,39 @@ std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::stri
   return Take(zta::LoadDocument(path, ctx.thread));
 }
 
-std::vector<std::unique_ptr<zta::BaseObject>> EvaluateScene(const Context& ctx, zta::BaseDocument& doc, int64_t frame) {
+std::vector<GatheredObject> EvaluateSceneKeeping(const Context& ctx, zta::BaseDocument& doc, int64_t frame,
+                                                 std::vector<GatheredObject>& previous) {
   Step step(ctx, zta::FormatString("evaluate frame @", frame));
   doc.SetTime(zta::BaseTime(frame, doc.GetFps()));
-  const bool done = zta::ExecutePasses(&doc, ctx.thread);
-  ctx.CheckInterrupted();
-  if (!done) throw Failure("evaluation stopped");
-  std::vector<std::unique_ptr<zta::BaseObject>> shown;
-  Gather(ctx, doc, doc.GetFirstObject(), shown);
+  std::vector<GatheredObject> shown;
+  // Until the end the kept copies belong to `previous`: a failure or a
+  // break leaves it whole.
+  auto unmark = [&] {
+    for (GatheredObject& g : shown)
+      if (g.kept) (void)g.copy.release();
+    for (GatheredObject& p : previous) p.kept = false;
+  };
+  try {
+    const bool done = zta::ExecutePasses(&doc, ctx.thread);
+    ctx.CheckInterrupted();
+    if (!done) throw Failure("evaluation stopped");
+    Gather(ctx, doc, doc.GetFirstObject(), "", previous, shown);
+  } catch (...) {
+    unmark();
+    throw;
+  }
+  for (GatheredObject& p : previous)
+    if (p.kept) (void)p.copy.release();
+  // Each copy is now the result's alone, to be kept again next time.
+  for (GatheredObject& g : shown) g.kept = false;
   return shown;
+}
+
+std::vector<std::unique_ptr<zta::BaseObject>> EvaluateScene(const Context& ctx, zta::BaseDocument& doc, int64_t frame) {
+  std::vector<GatheredObject> none;
+  std::vector<std::unique_ptr<zta::BaseObject>> objects;
+  for (GatheredObject& g : EvaluateSceneKeeping(ctx, doc, frame, none)) objects.push_back(std::move(g.copy));
+  return objects;
 }
 
 }  // namespace zvol

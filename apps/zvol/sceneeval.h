@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "host/core/math.h"
+#include "host/core/types.h"
 #include "zvol.h"
 
 namespace zta {
@@ -25,5 +27,25 @@ std::unique_ptr<zta::BaseDocument> LoadScene(const Context& ctx, const std::stri
 // What the scene shows at `frame`, once evaluated there: copies of the
 // objects that show something, standing in world space.
 std::vector<std::unique_ptr<zta::BaseObject>> EvaluateScene(const Context& ctx, zta::BaseDocument& doc, int64_t frame);
+
+// One object of what a scene shows, with what it was made from.
+struct GatheredObject {
+  const zta::BaseObject* source = nullptr;
+  // The "a/b" path of the source in its document.
+  std::string path;
+  // The dirty sum of the source's hierarchy, its caches included, and its
+  // global matrix, when the copy was made.
+  zta::UInt32 stamp = 0;
+  zta::Matrix placed;
+  std::unique_ptr<zta::BaseObject> copy;
+  // While an evaluation runs: the copy is shared with `previous` (see below).
+  bool kept = false;
+};
+// EvaluateScene that keeps the copies of `previous` (a result of the same
+// document) whose source neither changed nor moved: what a view drew of them
+// (its buffers) stays with them. `previous` loses the copies kept only when
+// the whole evaluation succeeds.
+std::vector<GatheredObject> EvaluateSceneKeeping(const Context& ctx, zta::BaseDocument& doc, int64_t frame,
+                                                 std::vector<GatheredObject>& previous);
 
 }  // namespace zvol

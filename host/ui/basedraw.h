@@ -126,6 +126,9 @@ class BaseDraw {
   // Null when the buffer cannot be mapped for writing.
   void* MapBuffer(const DrawBuffer& buffer);
   void UnmapBuffer(const DrawBuffer& buffer);
+  // How many times a buffer of this view was mapped for writing: what tells
+  // a viewer whose buffers a draw filled again.
+  Int64 GetBufferFills() const { return bufferFills_; }
 
   // Compiles and links the builder's stages. The result's `failed` is the
   // host's test of a build, with the compiler's words in `log`.
@@ -159,6 +162,7 @@ class BaseDraw {
   Vector pen_{1, 1, 1};
   double fovY_ = 0.5;
   float pointSize_ = 1.0f;
+  Int64 bufferFills_ = 0;
 };
 
 // What an object's DrawObject gets beside the view: the document and the

@@ -354,6 +354,7 @@ void BaseDraw::FreeBuffer(DrawBuffer& buffer) {
 
 void* BaseDraw::MapBuffer(const DrawBuffer& buffer) {
   if (!buffer) return nullptr;
+  ++bufferFills_;
   glBindBuffer(GL_ARRAY_BUFFER, buffer.id);
   return glMapBufferRange(GL_ARRAY_BUFFER, 0, GLsizeiptr(buffer.size), GL_MAP_WRITE_BIT | GL_MAP_INVALIDATE_BUFFER_BIT);
 }

@@ -21,6 +21,11 @@
 #include "support/run.h"
 #include "support/verbs.h"
 
+// Last: Xlib's macros (None, Bool, Status) would reach everything after it.
+#include <X11/Xlib.h>
+#include <X11/Xutil.h>
+#include <X11/keysym.h>
+
 extern char** environ;
 
 using zvtest::Zvol;
@@ -68,9 +73,10 @@ double RingBrightness(const zta::Picture& p, double r0, double r1) {
   return n ? sum / n : 0;
 }
 
-// Starts `args` with stdout and stderr to /dev/null; `passFd`, when given,
-// becomes the child's descriptor 3.
-pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, int passFd = -1) {
+// Starts `args` with stdout and stderr to /dev/null (stderr to `errPath`
+// when given); `passFd`, when given, becomes the child's descriptor 3.
+pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, int passFd = -1,
+            const std::string& errPath = "") {
   std::vector<char*> argv;
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -83,7 +89,8 @@ pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, errPath.empty() ? "/dev/null" : errPath.c_str(),
+                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
   if (passFd >= 0) posix_spawn_file_actions_adddup2(&actions, passFd, 3);
   pid_t pid = -1;
   if (posix_spawn(&pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
@@ -114,6 +121,164 @@ void WriteSphereScene(const std::string& path, double radius) {
   out << R"({"format": "zelmar-scene", "version": 1, "objects": [
     {"type": "Osphere", "name": "ball", "parameters": {"PRIM_SPHERE_RAD": )"
       << radius << R"(, "PRIM_SPHERE_SUB": 32}}]})";
+}
+
+// Pixels in the columns [x0, x1) that show something: neither background nor box.
+int Covered(const zta::Picture& p, int x0, int x1) {
+  const auto bg = BackgroundOf(p);
+  int n = 0;
+  for (int y = 0; y < p.height; ++y)
+    for (int x = x0; x < x1; ++x) n += !IsBackground(p, bg, x, y) && !IsBoxLine(p, x, y) ? 1 : 0;
+  return n;
+}
+
+// A virtual X server on a display number of its own choosing, for one test.
+class VirtualDisplay {
+ public:
+  VirtualDisplay() {
+    // Xvfb writes the number it took to descriptor 3.
+    int fds[2];
+    if (pipe(fds) != 0) return;
+    pid_ = Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {}, fds[1]);
+    close(fds[1]);
+    std::string number;
+    char ch = 0;
+    while (pid_ > 0 && read(fds[0], &ch, 1) == 1 && ch != '\n') number += ch;
+    close(fds[0]);
+    if (!number.empty()) name_ = ":" + number;
+  }
+  ~VirtualDisplay() { Stop(pid_); }
+  VirtualDisplay(const VirtualDisplay&) = delete;
+  VirtualDisplay& operator=(const VirtualDisplay&) = delete;
+  const std::string& Name() const { return name_; }
+
+ private:
+  pid_t pid_ = -1;
+  std::string name_;
+};
+
+// `zvol view` on a virtual display, writing what it shows to a PNG and what
+// it says to a file.
+class ViewProcess {
+ public:
+  ViewProcess(const zvtest::Files& f, const VirtualDisplay& display, std::vector<std::string> args)
+      : shot_(f("shot.png")), log_(f("view.log")), display_(display.Name()) {
+    args.insert(args.begin(), {ZV_BIN_DIR "/zvol", "view"});
+    args.insert(args.end(), {"--snapshot", shot_});
+    pid_ = Spawn(args, {"DISPLAY=" + display_}, -1, log_);
+  }
+  ~ViewProcess() { Stop(pid_); }
+  ViewProcess(const ViewProcess&) = delete;
+  ViewProcess& operator=(const ViewProcess&) = delete;
+
+  // Waits for a picture newer than the last one taken; false after `seconds`.
+  bool NextPicture(zta::Picture& out, double seconds = 30) {
+    const bool ok = WaitFor(
+        [&] {
+          std::error_code ec;
+          const auto t = std::filesystem::last_write_time(shot_, ec);
+          return !ec && (!seen_ || t != last_);
+        },
+        seconds);
+    if (!ok) return false;
+    // The window may draw more than once for one change: the last picture counts.
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    last_ = std::filesystem::last_write_time(shot_);
+    seen_ = true;
+    out = Read(shot_);
+    return out.width > 0;
+  }
+
+  // What the viewer said so far, line by line.
+  std::vector<std::string> Said() const {
+    std::ifstream in(log_);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+  }
+
+  // Presses and releases `key` in the viewer's window.
+  bool Press(KeySym key) const {
+    Display* x = XOpenDisplay(display_.c_str());
+    if (!x) return false;
+    const Window window = FindWindow(x, DefaultRootWindow(x));
+    bool sent = false;
+    if (window) {
+      XKeyEvent e{};
+      e.display = x;
+      e.window = window;
+      e.root = DefaultRootWindow(x);
+      e.keycode = XKeysymToKeycode(x, key);
+      e.same_screen = True;
+      e.type = KeyPress;
+      sent = XSendEvent(x, window, True, KeyPressMask, reinterpret_cast<XEvent*>(&e)) != 0;
+      e.type = KeyRelease;
+      sent = XSendEvent(x, window, True, KeyReleaseMask, reinterpret_cast<XEvent*>(&e)) != 0 && sent;
+      XFlush(x);
+    }
+    XCloseDisplay(x);
+    return sent;
+  }
+
+ private:
+  // The window whose title starts with "zvol view", below `w`.
+  static Window FindWindow(Display* x, Window w) {
+    char* title = nullptr;
+    if (XFetchName(x, w, &title) && title) {
+      const bool match = std::string(title).starts_with("zvol view");
+      XFree(title);
+      if (match) return w;
+    }
+    Window root = 0, parent = 0, *children = nullptr;
+    unsigned int count = 0;
+    if (!XQueryTree(x, w, &root, &parent, &children, &count)) return 0;
+    Window found = 0;
+    for (unsigned int i = 0; i < count && !found; ++i) found = FindWindow(x, children[i]);
+    if (children) XFree(children);
+    return found;
+  }
+
+  std::string shot_, log_, display_;
+  pid_t pid_ = -1;
+  std::filesystem::file_time_type last_;
+  bool seen_ = false;
+};
+
+// Two Volume Builders side by side, each making a level set of its sphere.
+// The spheres carry a Phong tag, whose angle `rightPhong` sets on the right one.
+void WriteTwoBuilders(const std::string& path, double rightRadius, const std::string& rightName = "right",
+                      double rightPhong = 0.5) {
+  auto builder = [](const std::string& name, double x, double radius, double phong) {
+    return R"({"type": "ovolumebuilder", "name": ")" + name + R"(", "position": [)" + std::to_string(x) +
+           R"(, 0, 0], "parameters": {"6000": {"float": 8.0}, "6016": {"itemtree": [{"flags": 8388911, "link": ")" +
+           name + R"(/ball"}]}}, "children": [{"type": "Osphere", "name": "ball", "parameters": {"PRIM_SPHERE_RAD": )" +
+           std::to_string(radius) + R"(, "PRIM_SPHERE_SUB": 24}, "tags": [{"type": "Tphong", "parameters": )" +
+           R"({"PHONGTAG_PHONG_ANGLE": )" + std::to_string(phong) + "}}]}]}";
+  };
+  const std::string text = R"({"format": "zelmar-scene", "version": 1, "objects": [)" +
+                           builder("left", -150, 80, 0.5) + ", " + builder(rightName, 150, rightRadius, rightPhong) +
+                           "]}";
+  // Written beside and renamed: the viewer never reads half a file.
+  std::ofstream(path + ".part") << text;
+  std::filesystem::rename(path + ".part", path);
+}
+
+// The last line the viewer said that starts with `lead`, without it; empty for none.
+std::string LastSaid(const std::vector<std::string>& lines, const std::string& lead) {
+  for (auto it = lines.rbegin(); it != lines.rend(); ++it)
+    if (it->starts_with(lead)) return it->substr(lead.size());
+  return "";
+}
+
+// Three level-set spheres of growing radius as a numbered series, imported as a Volume Sequence.
+void WriteSequence(const zvtest::Files& f) {
+  const char* radii[] = {"0.3", "0.5", "0.7"};
+  for (int i = 0; i < 3; ++i)
+    ASSERT_EQ(Zvol({"sphere", "--radius", radii[i], "--voxel-size", "0.03", "-o",
+                    f("ball_000" + std::to_string(i) + ".vdb")})
+                  .status,
+              0);
+  ASSERT_EQ(Zvol({"import", f("ball_0000.vdb"), "--sequence", "-o", f("seq.json")}).status, 0);
 }
 
 }  // namespace
@@ -295,4 +460,109 @@ TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
   // The view frames what it first saw: the new ball covers a quarter of the width it did.
   EXPECT_LT(covered * 10, coveredBefore);
   EXPECT_GT(covered, 0);
+}
+
+TEST(RenderVerb, FramesOfASequenceShowTheirOwnSpheres) {
+  zvtest::Files f;
+  WriteSequence(f);
+  int area[3] = {0, 0, 0};
+  for (int frame = 0; frame < 3; ++frame) {
+    const std::string png = f("f" + std::to_string(frame) + ".png");
+    zvtest::ExpectOk(Zvol({"render", f("seq.json"), "-o", png, "--frame", std::to_string(frame), "--size", "200x200",
+                           "--camera", "0,0,3:0,0,0"}));
+    const zta::Picture p = Read(png);
+    area[frame] = Covered(p, 0, p.width);
+  }
+  ASSERT_GT(area[0], 100);
+  // Discs grow with the square of the radius: 0.3, 0.5, 0.7.
+  EXPECT_NEAR(double(area[1]) / area[0], 25.0 / 9.0, 0.15 * 25.0 / 9.0);
+  EXPECT_NEAR(double(area[2]) / area[1], 49.0 / 25.0, 0.15 * 49.0 / 25.0);
+}
+
+TEST(ViewVerb, ArrowKeysStepThroughTheFramesOfASequence) {
+  if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
+  zvtest::Files f;
+  WriteSequence(f);
+  VirtualDisplay display;
+  ASSERT_FALSE(display.Name().empty()) << "Xvfb did not start";
+  ViewProcess view(f, display, {f("seq.json"), "--size", "240x240", "--frame", "1"});
+  zta::Picture first, back, before, after, forward;
+  ASSERT_TRUE(view.NextPicture(first)) << "the window drew nothing";
+  ASSERT_TRUE(view.Press(XK_Left));
+  ASSERT_TRUE(view.NextPicture(back));
+  EXPECT_EQ(LastSaid(view.Said(), "frame "), "0");
+  ASSERT_TRUE(view.Press(XK_Right));
+  ASSERT_TRUE(view.NextPicture(before));
+  ASSERT_TRUE(view.Press(XK_Right));
+  ASSERT_TRUE(view.NextPicture(forward));
+  EXPECT_EQ(LastSaid(view.Said(), "frame "), "2");
+  const int a0 = Covered(back, 0, back.width), a1 = Covered(first, 0, first.width);
+  const int a2 = Covered(forward, 0, forward.width);
+  ASSERT_GT(a0, 100);
+  // The camera stays: the frames' discs keep the ratios of their radii squared.
+  EXPECT_NEAR(double(a1) / a0, 25.0 / 9.0, 0.15 * 25.0 / 9.0);
+  EXPECT_NEAR(double(a2) / a1, 49.0 / 25.0, 0.15 * 49.0 / 25.0);
+  // Back where it started: the same picture.
+  EXPECT_EQ(before.rgba, first.rgba);
+}
+
+TEST(ViewVerb, AChangedParameterRebuildsOnlyTheObjectItFeeds) {
+  if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
+  zvtest::Files f;
+  WriteTwoBuilders(f("two.json"), 80);
+  VirtualDisplay display;
+  ASSERT_FALSE(display.Name().empty()) << "Xvfb did not start";
+  ViewProcess view(f, display, {f("two.json"), "--size", "400x200"});
+  zta::Picture first, smaller, renamed, broken;
+  ASSERT_TRUE(view.NextPicture(first)) << "the window drew nothing";
+  EXPECT_EQ(LastSaid(view.Said(), "display buffers filled: "), "left, right");
+  const auto leftHalf = [](const zta::Picture& p) {
+    std::vector<uint8_t> half;
+    for (int y = 0; y < p.height; ++y)
+      for (int x = 0; x < p.width / 2; ++x) half.insert(half.end(), p.At(x, y), p.At(x, y) + 4);
+    return half;
+  };
+
+  // The right sphere at half its radius: only the right builder's buffers are filled again.
+  WriteTwoBuilders(f("two.json"), 40);
+  ASSERT_TRUE(view.NextPicture(smaller));
+  auto said = view.Said();
+  EXPECT_TRUE(LastSaid(said, "read ").ends_with("again: changed right/ball")) << LastSaid(said, "read ");
+  EXPECT_EQ(LastSaid(said, "display buffers filled: "), "right");
+  EXPECT_EQ(leftHalf(smaller), leftHalf(first)) << "the left object stays as it was";
+  const int before = Covered(first, 200, 400), after = Covered(smaller, 200, 400);
+  EXPECT_GT(after, 0);
+  EXPECT_NEAR(double(after) / before, 0.25, 0.08) << after << " of " << before;
+
+  // A tag's changed parameter is set in place; again only the right builder fills its buffers.
+  zta::Picture retagged;
+  const auto fillLines = [](const std::vector<std::string>& lines) {
+    return std::count_if(lines.begin(), lines.end(), [](auto& l) { return l.starts_with("display buffers filled"); });
+  };
+  const auto fillsBefore = fillLines(said);
+  WriteTwoBuilders(f("two.json"), 40, "right", 0.9);
+  ASSERT_TRUE(view.NextPicture(retagged));
+  said = view.Said();
+  EXPECT_EQ(fillLines(said), fillsBefore + 1);
+  EXPECT_TRUE(LastSaid(said, "read ").ends_with("again: changed right/ball")) << LastSaid(said, "read ");
+  EXPECT_EQ(LastSaid(said, "display buffers filled: "), "right");
+  EXPECT_EQ(leftHalf(retagged), leftHalf(first));
+
+  // A renamed object changes the scene's shape: everything is read afresh.
+  WriteTwoBuilders(f("two.json"), 40, "other", 0.9);
+  ASSERT_TRUE(view.NextPicture(renamed));
+  said = view.Said();
+  EXPECT_TRUE(LastSaid(said, "read ").ends_with("again: changed left, other")) << LastSaid(said, "read ");
+  EXPECT_EQ(LastSaid(said, "display buffers filled: "), "left, other");
+  EXPECT_EQ(renamed.rgba, smaller.rgba);
+
+  // A file that does not read keeps the picture and fills nothing.
+  const auto fills = fillLines(said);
+  std::ofstream(f("two.json.part")) << R"({"format": "zelmar-scene", "objects": [)";
+  std::filesystem::rename(f("two.json.part"), f("two.json"));
+  ASSERT_TRUE(view.NextPicture(broken));
+  said = view.Said();
+  EXPECT_TRUE(LastSaid(said, "cannot read the changed file: ").size() > 0);
+  EXPECT_EQ(fillLines(said), fills);
+  EXPECT_EQ(broken.rgba, smaller.rgba);
 }

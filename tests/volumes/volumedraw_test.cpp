@@ -4,7 +4,9 @@
 
 #include <openvdb/openvdb.h>
 
+#include <array>
 #include <cmath>
+#include <set>
 #include <memory>
 #include <vector>
 
@@ -106,6 +108,10 @@ TEST(VolumeDisplayPoints, LevelSetGivesItsSurfaceVoxelsWithOutwardGradients) {
     // Points are index positions; the gradient leads away from the centre.
     const double outward = points[i].x * normals[i].x + points[i].y * normals[i].y + points[i].z * normals[i].z;
     EXPECT_GT(outward, 0.0);
+    // Central differences, whether the neighbours lie in the voxel's leaf or in the next.
+    EXPECT_FLOAT_EQ(normals[i].x, 0.5f * (acc.getValue(c.offsetBy(1, 0, 0)) - acc.getValue(c.offsetBy(-1, 0, 0))));
+    EXPECT_FLOAT_EQ(normals[i].y, 0.5f * (acc.getValue(c.offsetBy(0, 1, 0)) - acc.getValue(c.offsetBy(0, -1, 0))));
+    EXPECT_FLOAT_EQ(normals[i].z, 0.5f * (acc.getValue(c.offsetBy(0, 0, 1)) - acc.getValue(c.offsetBy(0, 0, -1))));
   }
   // Every band voxel of the grid is there: no more than the cap.
   size_t band = 0;
@@ -203,4 +209,47 @@ TEST_F(DrawTest, ColourSettingsRebuildFogButNotSurface) {
   // A new volume marks the display dirty: the changed voxels show.
   ballObject->GetNodeData<VolumeObjectData>()->SetVolume(ballObject, ball);
   EXPECT_GT(VoxelPixels(Draw(ballObject)), ballBefore);
+}
+
+TEST_F(DrawTest, LevelSetBuffersLeaveOutInsideVoxelsHiddenByTheirOutwardNeighbours) {
+  const Volume ball = Sphere(1.0, 0.05);
+  std::vector<Vector32> points, colors, normals;
+  CollectDisplayPoints(ball, points, colors, normals);
+  VolumeObjectDisplay display;
+  display.gridType = ball.GetGridType();
+  display.gridClass = ball.GetGridClass();
+  zta::BaseObject* op = Insert(ball);
+  zta::BaseDrawHelp bh(bd_.get(), doc_.get());
+  bh.SetMg(op->GetMg());
+  ASSERT_TRUE(DrawVolume(display, ball, op->GetMg(), op, bd_.get(), &bh, Vector(0.8), true));
+  ASSERT_EQ(display.voxelData.size(), size_t(display.pointCount) * 6);
+  EXPECT_LT(display.pointCount, zta::Int64(points.size()));
+  EXPECT_GT(display.pointCount, zta::Int64(points.size()) / 2);
+  auto grid = openvdb::gridPtrCast<openvdb::FloatGrid>(VolumeImpl::GetGrid(ball));
+  auto acc = grid->getConstAccessor();
+  const float band = 1.02f * 0.025f;
+  auto inShell = [&](const openvdb::Coord& c) {
+    const float v = std::abs(acc.getValue(c));
+    return v <= band && v > 1e-5f;
+  };
+  std::set<std::array<int, 3>> shown;
+  for (size_t i = 0; i < display.voxelData.size(); i += 6) {
+    const openvdb::Coord c(int(display.voxelData[i]), int(display.voxelData[i + 1]), int(display.voxelData[i + 2]));
+    shown.insert({c.x(), c.y(), c.z()});
+    ASSERT_TRUE(inShell(c));
+    if (acc.getValue(c) >= 0.0f) continue;
+    // An inside voxel stays only when nothing on the surface lies outward of it.
+    const double g[3] = {display.voxelData[i + 3], display.voxelData[i + 4], display.voxelData[i + 5]};
+    const int axis = std::abs(g[0]) >= std::abs(g[1]) && std::abs(g[0]) >= std::abs(g[2])
+                         ? 0
+                         : (std::abs(g[1]) >= std::abs(g[2]) ? 1 : 2);
+    openvdb::Coord out = c;
+    out[axis] += g[axis] >= 0.0 ? 1 : -1;
+    EXPECT_FALSE(inShell(out)) << c;
+  }
+  // Every outside voxel of the surface is in the buffers.
+  for (const Vector32& p : points) {
+    const openvdb::Coord c(int(p.x), int(p.y), int(p.z));
+    if (acc.getValue(c) > 0.0f) EXPECT_TRUE(shown.count({c.x(), c.y(), c.z()})) << c;
+  }
 }

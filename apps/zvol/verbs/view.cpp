@@ -62,6 +62,12 @@ size_t ContentHash(const std::string& path) {
   return std::hash<std::string>()(bytes);
 }
 
+std::string Join(const std::vector<std::string>& items) {
+  std::string text;
+  for (const std::string& item : items) text += (text.empty() ? "" : ", ") + item;
+  return text;
+}
+
 zvol::VerbRun Setup(CLI::App& app) {
   struct Options {
     std::string input;
@@ -114,10 +120,18 @@ zvol::VerbRun Setup(CLI::App& app) {
           case zta::VIEWKEY::NEXT_FRAME:
           case zta::VIEWKEY::PREVIOUS_FRAME:
             if (!shown.scene) break;
-            frame += key == zta::VIEWKEY::NEXT_FRAME ? 1 : -1;
-            zvol::EvaluateShown(ctx, shown, frame);
-            ctx.Say(zta::FormatString("frame @", frame));
+          {
+            const int64_t next = frame + (key == zta::VIEWKEY::NEXT_FRAME ? 1 : -1);
+            try {
+              zvol::EvaluateShown(ctx, shown, next);
+              frame = next;
+              ctx.Say(zta::FormatString("frame @", frame));
+            } catch (const std::exception& e) {
+              // The last frame that evaluated stays on screen.
+              ctx.Say(zta::FormatString("frame @ does not evaluate: @", next, e.what()));
+            }
             break;
+          }
           case zta::VIEWKEY::NONE: break;
         }
       }
@@ -147,12 +161,9 @@ zvol::VerbRun Setup(CLI::App& app) {
           const size_t hash = ContentHash(o->input);
           if (hash != contentHash) {
             try {
-              zvol::Shown fresh = zvol::LoadShown(ctx, o->input, o->grid, shown.scene ? std::optional<int64_t>(frame)
-                                                                                      : std::nullopt);
-              shown.objects.clear();
-              shown = std::move(fresh);
+              const std::vector<std::string> changed = zvol::ReloadShown(ctx, shown, o->input, o->grid);
               contentHash = hash;
-              ctx.Say("read " + o->input + " again");
+              ctx.Say("read " + o->input + " again: " + (changed.empty() ? "nothing changed" : "changed " + Join(changed)));
             } catch (const std::exception& e) {
               ctx.Say(std::string("cannot read the changed file: ") + e.what());
             }
@@ -162,7 +173,8 @@ zvol::VerbRun Setup(CLI::App& app) {
       if (!redraw) continue;
       redraw = false;
       bd.SetSize(window->GetWidth(), window->GetHeight());
-      zvol::DrawShown(bd, shown, orbit.ToCamera());
+      const std::vector<std::string> filled = zvol::DrawShown(bd, shown, orbit.ToCamera());
+      if (!filled.empty()) ctx.Say("display buffers filled: " + Join(filled));
       if (!o->snapshot.empty()) {
         zta::Picture picture;
         picture.width = bd.GetWidth();

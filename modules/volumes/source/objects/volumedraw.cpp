@@ -113,24 +113,129 @@ Int64 Thin(std::vector<Vector32>& points, std::vector<Vector32>& colors, std::ve
 
 Vector32 ToVector32(const openvdb::Coord& c) { return {float(c.x()), float(c.y()), float(c.z())}; }
 
+// One voxel on the surface: where it is and the distance's gradient, in index space.
+struct SurfaceRecord {
+  float x, y, z, gx, gy, gz;
+};
+
+// Surface records as the parallel walk found them: one list per run of
+// leaves, in the tree's order, and where each list starts among them all.
+struct SurfaceLists {
+  std::vector<std::vector<SurfaceRecord>> lists;
+  std::vector<size_t> starts;
+  size_t total = 0;
+
+  // Calls fn(index, record) for every record, in parallel by list.
+  template <typename Fn>
+  void ForEach(Fn&& fn) const {
+    tbb::parallel_for(tbb::blocked_range<size_t>(0, lists.size()), [&](const tbb::blocked_range<size_t>& r) {
+      for (size_t i = r.begin(); i < r.end(); ++i)
+        for (size_t k = 0; k < lists[i].size(); ++k) fn(starts[i] + k, lists[i][k]);
+    });
+  }
+};
+
+// The voxels of a signed distance grid within `band` of the surface, with
+// their gradients by central differences, in the tree's order. Leaves are
+// read in parallel straight from their buffers (an accessor only for
+// neighbours in other leaves), each into its own list, joined at the end.
+// With `skipHidden` an inside voxel whose outward neighbour (along the
+// gradient's longest axis) is on the surface too is left out: it lies behind
+// that neighbour from wherever the surface shows.
 template <typename GridT>
-void CollectSurface(const GridT& grid, double voxelSize, PointSink& out) {
-  using ValueT = typename GridT::ValueType;
-  const double band = 1.02 * 0.5 * voxelSize;
-  CollectActive(grid, out, [&] {
+void CollectSurfaceRecords(const GridT& grid, double band, bool skipHidden, SurfaceLists& out) {
+  using TreeT = typename GridT::TreeType;
+  using LeafT = typename TreeT::LeafNodeType;
+  using Accessor = openvdb::tree::ValueAccessor<const TreeT, false>;
+  std::vector<const LeafT*> leaves;
+  grid.tree().getNodes(leaves);
+  constexpr size_t grain = 64;
+  const size_t chunks = (leaves.size() + grain - 1) / grain;
+  std::vector<std::vector<SurfaceRecord>>& lists = out.lists;
+  lists.assign(chunks + 1, {});
+  // Decides and records one voxel, given its six neighbours' values.
+  auto take = [band, skipHidden](std::vector<SurfaceRecord>& list, const openvdb::Coord& c, double v,
+                                 const double (&n)[6]) {
+    const double a = std::abs(v);
+    if (a <= 1e-5 || a > band) return;
+    const double gx = n[0] - n[1], gy = n[2] - n[3], gz = n[4] - n[5];
+    if (skipHidden && v < 0.0) {
+      const double ax = std::abs(gx), ay = std::abs(gy), az = std::abs(gz);
+      const int axis = ax >= ay && ax >= az ? 0 : (ay >= az ? 1 : 2);
+      const double g = axis == 0 ? gx : (axis == 1 ? gy : gz);
+      const double outward = n[axis * 2 + (g >= 0.0 ? 0 : 1)];
+      if (std::abs(outward) <= band && std::abs(outward) > 1e-5) return;
+    }
+    list.push_back({float(c.x()), float(c.y()), float(c.z()), float(gx * 0.5), float(gy * 0.5), float(gz * 0.5)});
+  };
+  tbb::parallel_for(tbb::blocked_range<size_t>(0, chunks), [&](const tbb::blocked_range<size_t>& r) {
     // Unregistered accessors: each task makes its own, and the grid does not change meanwhile.
-    using Accessor = openvdb::tree::ValueAccessor<const typename GridT::TreeType, false>;
-    return [band, acc = Accessor(grid.tree())](PointSink& s, const openvdb::Coord& c, ValueT v) mutable {
-      const double a = std::abs(double(v));
-      if (a <= 1e-5 || a > band) return;
-      // The distance's gradient in index space, by central differences.
-      const double gx = double(acc.getValue(c.offsetBy(1, 0, 0))) - double(acc.getValue(c.offsetBy(-1, 0, 0)));
-      const double gy = double(acc.getValue(c.offsetBy(0, 1, 0))) - double(acc.getValue(c.offsetBy(0, -1, 0)));
-      const double gz = double(acc.getValue(c.offsetBy(0, 0, 1))) - double(acc.getValue(c.offsetBy(0, 0, -1)));
-      s.points.push_back(ToVector32(c));
-      s.normals.push_back({float(gx * 0.5), float(gy * 0.5), float(gz * 0.5)});
-    };
+    Accessor acc(grid.tree());
+    for (size_t chunk = r.begin(); chunk < r.end(); ++chunk) {
+      std::vector<SurfaceRecord>& list = lists[chunk];
+      for (size_t i = chunk * grain; i < std::min(leaves.size(), (chunk + 1) * grain); ++i) {
+        const LeafT& leaf = *leaves[i];
+        const auto* data = leaf.buffer().data();
+        const openvdb::Coord origin = leaf.origin();
+        for (auto it = leaf.getValueMask().beginOn(); it; ++it) {
+          const openvdb::Index n = it.pos();
+          const double v = double(data[n]);
+          const double a = std::abs(v);
+          if (a <= 1e-5 || a > band) continue;
+          const int x = int(n >> 6), y = int((n >> 3) & 7), z = int(n & 7);
+          const openvdb::Coord c = origin.offsetBy(x, y, z);
+          double nb[6];
+          if (x > 0 && x < 7 && y > 0 && y < 7 && z > 0 && z < 7) {
+            nb[0] = double(data[n + 64]), nb[1] = double(data[n - 64]);
+            nb[2] = double(data[n + 8]), nb[3] = double(data[n - 8]);
+            nb[4] = double(data[n + 1]), nb[5] = double(data[n - 1]);
+          } else {
+            nb[0] = double(acc.getValue(c.offsetBy(1, 0, 0))), nb[1] = double(acc.getValue(c.offsetBy(-1, 0, 0)));
+            nb[2] = double(acc.getValue(c.offsetBy(0, 1, 0))), nb[3] = double(acc.getValue(c.offsetBy(0, -1, 0)));
+            nb[4] = double(acc.getValue(c.offsetBy(0, 0, 1))), nb[5] = double(acc.getValue(c.offsetBy(0, 0, -1)));
+          }
+          take(list, c, v, nb);
+        }
+      }
+    }
   });
+  // Active tiles, voxel by voxel, last.
+  Accessor acc(grid.tree());
+  typename TreeT::ValueOnCIter it = grid.tree().cbeginValueOn();
+  it.setMaxDepth(TreeT::ValueOnCIter::LEAF_DEPTH - 1);
+  for (; it; ++it) {
+    openvdb::CoordBBox box;
+    it.getBoundingBox(box);
+    const double v = double(*it);
+    for (auto ci = box.begin(); ci; ++ci) {
+      const openvdb::Coord c = *ci;
+      const double nb[6] = {double(acc.getValue(c.offsetBy(1, 0, 0))), double(acc.getValue(c.offsetBy(-1, 0, 0))),
+                            double(acc.getValue(c.offsetBy(0, 1, 0))), double(acc.getValue(c.offsetBy(0, -1, 0))),
+                            double(acc.getValue(c.offsetBy(0, 0, 1))), double(acc.getValue(c.offsetBy(0, 0, -1)))};
+      take(lists.back(), c, v, nb);
+    }
+  }
+  out.starts.resize(lists.size());
+  out.total = 0;
+  for (size_t i = 0; i < lists.size(); ++i) out.starts[i] = out.total, out.total += lists[i].size();
+}
+
+// The surface records of a float or double signed distance grid; false for other grids.
+bool CollectSurface(const Volume& volume, bool skipHidden, SurfaceLists& out) {
+  out = {};
+  const openvdb::GridBase::Ptr base = volume.IsInitialized() ? VolumeImpl::GetGrid(volume) : nullptr;
+  if (!base || !base->transform().baseMap()->isLinear()) return false;
+  if (volume.GetGridClass() != GRIDCLASS::SDF) return false;
+  const double band = 1.02 * 0.5 * volume.GetGridTransform().v1.GetLength();
+  if (auto f = openvdb::gridConstPtrCast<openvdb::FloatGrid>(base)) {
+    CollectSurfaceRecords(*f, band, skipHidden, out);
+    return true;
+  }
+  if (auto d = openvdb::gridConstPtrCast<openvdb::DoubleGrid>(base)) {
+    CollectSurfaceRecords(*d, band, skipHidden, out);
+    return true;
+  }
+  return false;
 }
 
 template <typename GridT>
@@ -182,20 +287,25 @@ Int64 CollectPoints(const Volume& volume, std::vector<Vector32>& points, std::ve
   if (!base || !base->transform().baseMap()->isLinear()) return 1;
   PointSink sink;
   const zta::Matrix transform = volume.GetGridTransform();
-  const double voxelSize = transform.v1.GetLength();
   switch (volume.GetGridType()) {
     case GRIDTYPE::FLOAT:
     case GRIDTYPE::DOUBLE: {
       const GRIDCLASS cls = volume.GetGridClass();
       const bool sdf = cls == GRIDCLASS::SDF;
-      const ValueRange range = sdf ? ValueRange{0, 0} : volume.GetMinMaxValues(false);
-      if (auto f = openvdb::gridConstPtrCast<openvdb::FloatGrid>(base)) {
-        if (sdf) CollectSurface(*f, voxelSize, sink);
-        else CollectFog(*f, range, sink);
-      } else if (auto d = openvdb::gridConstPtrCast<openvdb::DoubleGrid>(base)) {
-        if (sdf) CollectSurface(*d, voxelSize, sink);
-        else CollectFog(*d, range, sink);
+      if (sdf) {
+        SurfaceLists records;
+        CollectSurface(volume, false, records);
+        sink.points.resize(records.total);
+        sink.normals.resize(records.total);
+        records.ForEach([&](size_t i, const SurfaceRecord& r) {
+          sink.points[i] = {r.x, r.y, r.z};
+          sink.normals[i] = {r.gx, r.gy, r.gz};
+        });
+        break;
       }
+      const ValueRange range = volume.GetMinMaxValues(false);
+      if (auto f = openvdb::gridConstPtrCast<openvdb::FloatGrid>(base)) CollectFog(*f, range, sink);
+      else if (auto d = openvdb::gridConstPtrCast<openvdb::DoubleGrid>(base)) CollectFog(*d, range, sink);
       break;
     }
     case GRIDTYPE::VEC3I:
@@ -298,18 +408,38 @@ Result<void> Upload(VolumeObjectDisplay& display, zta::BaseDraw* bd, const std::
 }
 
 Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd) {
-  std::vector<Vector32> points, colors, normals;
-  const Int64 step = CollectPoints(volume, points, colors, normals);
-  display.voxelData.resize(points.size() * 6);
-  std::vector<float> floats(points.size() * 6);
-  for (size_t i = 0; i < points.size(); ++i) {
-    const float rec[6] = {points[i].x, points[i].y, points[i].z, normals[i].x, normals[i].y, normals[i].z};
-    for (int k = 0; k < 6; ++k) {
-      display.voxelData[i * 6 + size_t(k)] = rec[k];
-      floats[i * 6 + size_t(k)] = rec[k];
+  // Inside voxels hidden behind their outward neighbours cost the renderer
+  // as much as the ones that show, and add nothing to the picture.
+  SurfaceLists records;
+  CollectSurface(volume, true, records);
+  const Int64 step = StepFor(Int64(records.total));
+  const size_t count = (records.total + size_t(step) - 1) / size_t(step);
+  display.voxelData.resize(count * 6);
+  bd->FreeBuffer(display.vertexBuffer);
+  float* target = nullptr;
+  if (count > 0) {
+    // Straight into the device's buffer: no copy of the voxels in between.
+    display.vertexBuffer = bd->AllocBuffer(Int64(count * 6 * sizeof(float)));
+    target = display.vertexBuffer ? static_cast<float*>(bd->MapBuffer(display.vertexBuffer)) : nullptr;
+    if (!target) {
+      bd->FreeBuffer(display.vertexBuffer);
+      display.voxelData.clear();
+      return zta::OutOfMemoryError("no room on the graphics device for the voxels");
     }
   }
-  display.pointCount = Int64(points.size());
+  // Every step-th record, each written where its place among them all says.
+  records.ForEach([&](size_t index, const SurfaceRecord& rec) {
+    if (index % size_t(step) != 0) return;
+    const size_t i = index / size_t(step);
+    const float values[6] = {rec.x, rec.y, rec.z, rec.gx, rec.gy, rec.gz};
+    for (size_t k = 0; k < 6; ++k) {
+      display.voxelData[i * 6 + k] = values[k];
+      target[i * 6 + k] = values[k];
+    }
+  });
+  if (target) bd->UnmapBuffer(display.vertexBuffer);
+  records = {};
+  display.pointCount = Int64(count);
   // A quad spans one voxel of the grid: in its index space, one unit on each
   // axis whose length is not zero.
   const zta::Matrix t = volume.GetGridTransform();
@@ -318,7 +448,7 @@ Result<void> FillSurface(VolumeObjectDisplay& display, const Volume& volume, zta
   const double grow = std::sqrt(double(step));
   display.voxelSize = {l1 > 0.0 ? grow : 0.0, l2 > 0.0 ? grow : 0.0, 1.0};
   ++display.fillCount;
-  return Upload(display, bd, floats);
+  return zta::OK();
 }
 
 Result<void> FillColored(VolumeObjectDisplay& display, const Volume& volume, zta::BaseDraw* bd, const zta::Vector& color,
