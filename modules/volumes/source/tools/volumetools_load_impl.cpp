@@ -146,10 +146,12 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
 
 }  // namespace
 
+// Listing a file's grids opens it without delayed loading: OpenVDB would first
+// copy a whole file opened for delayed loading, to read a few headers.
 Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/true);
+    file.open(/*delayLoad=*/false);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<std::string> names = ReadableNames(*grids);
@@ -167,7 +169,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
 Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/true);
+    file.open(/*delayLoad=*/false);
     openvdb::MetaMap::Ptr meta = file.getMetadata();
     file.close();
     return meta ? MetaMapToArray(*meta) : MetaDataArray();
@@ -221,7 +223,7 @@ Result<Volume> FileFrameInterface::LoadGrid(const Url& filename, Int gridIndex) 
 Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/true);
+    file.open(/*delayLoad=*/false);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<Matrix> transforms;
