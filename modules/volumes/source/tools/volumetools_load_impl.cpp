@@ -105,6 +105,8 @@ Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, con
   const bool fromStream = !url.IsFile() || fileFrame;
   if (fromStream && scale == 1.0) return grid;
   try {
+    if (const std::string why = ConvertGridFrameTooLarge(grid, fromStream); !why.empty())
+      return zta::IoError(LoadFailure(url, why));
     openvdb::GridBase::Ptr converted = ConvertGridFrame(grid, scale, fromStream);
     if (!converted) return zta::UnexpectedError("grid could not pe transformed");
     return converted;
