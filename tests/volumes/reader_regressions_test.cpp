@@ -3,7 +3,10 @@
 // or one error line.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
@@ -36,4 +39,23 @@ TEST(VdbReaderRegressions, ShortDelayedLoadMetadataNeitherStopsNorCrashesTheRead
   // What loads in one frame loads in the other, with the same voxels.
   ASSERT_EQ(bool(raw), bool(scene));
   if (raw) EXPECT_EQ(raw->GetActiveVoxelCount(), scene->GetActiveVoxelCount());
+}
+
+TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFiles) {
+  // A zipped chunk whose stated size is about a hundred terabytes: OpenVDB
+  // allocates what the file states, which fails; the load gives one error line.
+  const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/volumes/data/zip-size-beyond-memory.vdb";
+  std::ifstream in(path, std::ios::binary);
+  std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  ASSERT_FALSE(bytes.empty());
+  zta::MemoryStore::Put("zip-size-beyond-memory", bytes);
+  std::vector<Volume> fromStream;
+  auto streamed = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("zip-size-beyond-memory"), 1.0,
+                                                                fromStream, nullptr);
+  zta::MemoryStore::Erase("zip-size-beyond-memory");
+  ASSERT_FALSE(streamed);
+  EXPECT_EQ(streamed.GetError().GetMessage().find('\n'), std::string::npos);
+  auto fromFile = VolumeToolsInterface::LoadVDBFile(Url::FromSystemPath(path), 1.0, nullptr, nullptr, nullptr);
+  ASSERT_FALSE(fromFile);
+  EXPECT_NE(fromFile.GetError().GetMessage().find("could not be loaded and an error occured"), std::string::npos);
 }
