@@ -176,22 +176,22 @@ void SetValue(FuzzedDataProvider& in, const Pool& pool, const zelmar::VolumeComm
     }
     case COMMANDVALUETYPE::FLOAT: {
       double v = PickFloat(in);
-      if (IsSizeSetting(name) && std::isfinite(v) && v > 0.0 && v < 0.05) v = 0.05;
-      if (IsWorkFloat(name)) v = Bounded(v, name == "density" ? 20.0 : 4.0);
+      if (IsSizeSetting(name) && std::isfinite(v) && v > 0.0 && v < 0.1) v = 0.1;
+      if (IsWorkFloat(name)) v = Bounded(v, name == "density" ? 20.0 : 2.0);
       bc.SetFloat(s.key, v);
       break;
     }
     case COMMANDVALUETYPE::VECTOR: {
       Vector v = PickVector(in);
-      if (IsWorkFloat(name)) v = Vector(Bounded(v.x, 4.0), Bounded(v.y, 4.0), Bounded(v.z, 4.0));
+      if (IsWorkFloat(name)) v = Vector(Bounded(v.x, 2.0), Bounded(v.y, 2.0), Bounded(v.z, 2.0));
       bc.SetVector(s.key, v);
       break;
     }
     case COMMANDVALUETYPE::MATRIX: {
       zta::Matrix m = PickMatrix(in);
-      // A creation transform's axes are its voxels: as with sizes, not far below a tenth.
+      // A creation transform's axes are its voxels: as with sizes, not below a tenth.
       for (Vector* axis : {&m.v1, &m.v2, &m.v3})
-        if (const double l = axis->GetLength(); std::isfinite(l) && l > 0.0 && l < 0.05) *axis = *axis * (0.05 / l);
+        if (const double l = axis->GetLength(); std::isfinite(l) && l > 0.0 && l < 0.1) *axis = *axis * (0.1 / l);
       bc.SetMatrix(s.key, m);
       break;
     }
