@@ -16,6 +16,7 @@
 #include "host/ui/mainthreadqueue.h"
 #include "host/ui/parallel.h"
 #include "memorylimit.h"
+#include "zelmar/memorylimit.h"
 #include "zvol.h"
 
 namespace {
@@ -47,7 +48,10 @@ int main(int argc, char** argv) {
   app.add_flag("-v,--verbose", ctx.verbose, "print the timing of each step");
   app.add_option("--threads", ctx.threads, "use at most N worker threads")->check(CLI::PositiveNumber);
   app.add_option_function<std::string>(
-         "--memory-limit", [](const std::string& s) { zvol::g_memoryLimit = zvol::ParseMemorySize(s); },
+         "--memory-limit", [](const std::string& s) {
+           zvol::g_memoryLimit = zvol::ParseMemorySize(s);
+           zelmar::MemoryLimitInterface::SetLimit(zvol::g_memoryLimit);
+         },
          "refuse work estimated to need more than SIZE (512M, 16G, ...; none: no check; default: the memory available)")
       ->type_name("SIZE");
   bool yes = false;

@@ -4,11 +4,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <limits>
 
 #include "host/core/format.h"
 #include "meshio.h"
+#include "zelmar/memorylimit.h"
 #include "zvol.h"
 
 namespace zvol {
@@ -21,16 +21,6 @@ namespace {
 // distance, the closest-polygon index grid OpenVDB builds beside it, and leaf
 // nodes the band fills only in part.
 constexpr double kBytesPerConvertedVoxel = 16.0;
-
-// A cgroup v2 limit ("max" when there is none), else 0.
-uint64_t ControlGroupRoom() {
-  std::ifstream maxFile("/sys/fs/cgroup/memory.max"), currentFile("/sys/fs/cgroup/memory.current");
-  std::string max;
-  uint64_t current = 0;
-  if (!(maxFile >> max) || max == "max" || !(currentFile >> current)) return 0;
-  const uint64_t limit = std::strtoull(max.c_str(), nullptr, 10);
-  return limit > current ? limit - current : 1;
-}
 
 // "3.2e+12" rather than fifteen digits.
 std::string FormatCount(double n) {
@@ -57,15 +47,7 @@ uint64_t ParseMemorySize(const std::string& text) {
   return uint64_t(n * unit);
 }
 
-uint64_t AvailableMemory() {
-  std::ifstream meminfo("/proc/meminfo");
-  std::string key, unit;
-  uint64_t kb = 0, available = 0;
-  while (meminfo >> key >> kb >> unit)
-    if (key == "MemAvailable:") available = kb * 1024;
-  if (const uint64_t room = ControlGroupRoom(); room > 0) available = available ? std::min(available, room) : room;
-  return available;
-}
+uint64_t AvailableMemory() { return zelmar::MemoryLimitInterface::GetAvailable(); }
 
 std::string MemoryText(double bytes) {
   const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};

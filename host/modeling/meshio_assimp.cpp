@@ -7,15 +7,18 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 #include <limits>
 #include <map>
 #include <mutex>
 #include <set>
 #include <stdexcept>
+#include <string_view>
 
 #include "host/core/format.h"
 #include "host/modeling/meshio.h"
@@ -234,6 +237,120 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
   }
 }
 
+// ---- Collada arrays
+
+// Assimp 5.2's Collada reader trusts an array's count and an accessor's reach:
+// an array of count 0 (or none) that an accessor reads is a null dereference,
+// and an accessor that reaches past its array's count reads out of bounds. A
+// file whose arrays do not hold the count they state, or whose accessors read
+// past their arrays, is refused before Assimp reads it.
+std::map<std::string, std::string> XmlAttributes(std::string_view tag) {
+  std::map<std::string, std::string> out;
+  auto blank = [](char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; };
+  size_t at = 0;
+  while (at < tag.size()) {
+    while (at < tag.size() && (blank(tag[at]) || tag[at] == '/')) ++at;
+    const size_t nameStart = at;
+    while (at < tag.size() && !blank(tag[at]) && tag[at] != '=') ++at;
+    const std::string name(tag.substr(nameStart, at - nameStart));
+    while (at < tag.size() && blank(tag[at])) ++at;
+    if (at >= tag.size() || tag[at] != '=') break;
+    ++at;
+    while (at < tag.size() && blank(tag[at])) ++at;
+    if (at >= tag.size() || (tag[at] != '"' && tag[at] != '\'')) break;
+    const size_t end = tag.find(tag[at], at + 1);
+    if (end == std::string_view::npos) break;
+    out[name] = std::string(tag.substr(at + 1, end - at - 1));
+    at = end + 1;
+  }
+  return out;
+}
+
+// A count as a Collada attribute states it: digits only; -1 for anything else.
+double XmlCount(const std::map<std::string, std::string>& attributes, const char* name, double missing) {
+  const auto it = attributes.find(name);
+  if (it == attributes.end()) return missing;
+  const std::string& v = it->second;
+  if (v.empty() || v.size() > 18 || v.find_first_not_of("0123456789") != std::string::npos) return -1.0;
+  return std::stod(v);
+}
+
+bool LooksLikeCollada(const std::string& path, const std::string& ext) {
+  if (ext == ".dae") return true;
+  std::ifstream in(path, std::ios::binary);
+  std::string head(4096, '\0');
+  in.read(head.data(), std::streamsize(head.size()));
+  head.resize(size_t(in.gcount()));
+  return head.find("<COLLADA") != std::string::npos;
+}
+
+void CheckColladaArrays(const std::string& path, const std::string& ext) {
+  if (!LooksLikeCollada(path, ext)) return;
+  std::ifstream in(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::map<std::string, double> held;  // by array id
+  struct Reach {
+    std::string source;
+    double need;
+  };
+  std::vector<Reach> reaches;
+  constexpr auto npos = std::string::npos;
+  for (size_t at = text.find('<'); at != npos; at = text.find('<', at)) {
+    ++at;
+    if (text.compare(at, 3, "!--") == 0) {
+      at = text.find("-->", at);
+      continue;
+    }
+    const size_t nameEnd = text.find_first_of(" \t\r\n/>", at);
+    const size_t tagEnd = nameEnd == npos ? npos : text.find('>', nameEnd);
+    if (tagEnd == npos) break;
+    const std::string_view name(text.data() + at, nameEnd - at);
+    const bool array = name.size() > 6 && name.ends_with("_array"), accessor = name == "accessor";
+    if (!array && !accessor) continue;
+    const auto attributes = XmlAttributes(std::string_view(text.data() + nameEnd, tagEnd - nameEnd));
+    const bool empty = text[tagEnd - 1] == '/';
+    const size_t close = empty ? tagEnd : text.find(array ? "</" : "</accessor", tagEnd);
+    const std::string_view body =
+        empty || close == npos ? std::string_view() : std::string_view(text.data() + tagEnd + 1, close - tagEnd - 1);
+    const auto idIt = attributes.find("id");
+    const std::string id = idIt == attributes.end() ? std::string() : idIt->second;
+    if (array) {
+      const double count = XmlCount(attributes, "count", -1.0);
+      if (count < 0)
+        throw Failure(FormatString("@: the Collada @ \"@\" states no count", path, std::string(name), id));
+      double values = 0;
+      for (size_t c = 0; c < body.size();) {
+        c = body.find_first_not_of(" \t\r\n", c);
+        if (c == std::string_view::npos) break;
+        ++values;
+        c = body.find_first_of(" \t\r\n", c);
+      }
+      if (values != count)
+        throw Failure(FormatString("@: the Collada @ \"@\" states count=\"@\" but holds @ values", path,
+                                   std::string(name), id, uint64_t(count), uint64_t(values)));
+      if (!id.empty()) held[id] = count;
+    } else {
+      const double count = XmlCount(attributes, "count", -1.0), stride = XmlCount(attributes, "stride", 1.0),
+                   offset = XmlCount(attributes, "offset", 0.0);
+      const auto source = attributes.find("source");
+      if (count < 0 || stride < 0 || offset < 0 || source == attributes.end())
+        throw Failure(path + ": a Collada accessor states no source, count, stride or offset it can be read by");
+      double params = 0;
+      for (size_t p = body.find("<param"); p != std::string_view::npos; p = body.find("<param", p + 1)) ++params;
+      const std::string target = source->second.rfind('#', 0) == 0 ? source->second.substr(1) : source->second;
+      if (count > 0) reaches.push_back({target, offset + (count - 1) * stride + std::max(params, 1.0)});
+    }
+    at = tagEnd;
+  }
+  for (const Reach& r : reaches) {
+    const auto it = held.find(r.source);
+    const double values = it == held.end() ? 0.0 : it->second;
+    if (r.need > values)
+      throw Failure(FormatString("@: a Collada accessor reads @ values of \"@\", which holds @", path,
+                                 uint64_t(r.need), r.source, uint64_t(values)));
+  }
+}
+
 // ---- the frame a file states
 
 const aiMetadataEntry* FindMeta(const aiMetadata* md, const char* key) {
@@ -357,6 +474,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
 
   try {
     CheckDeclaredCounts(path, MeshFileExtension(path));
+    CheckColladaArrays(path, MeshFileExtension(path));
     Assimp::Importer importer;
     importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it
     // No post-processing: quads stay quads, and points are taken as the file has them.

@@ -57,9 +57,10 @@ TEST(Limits, VoxelsAMeshAsksForAreCheckedAgainstMemory) {
   EXPECT_EQ(Zvol({"--memory-limit", "none", "mesh2vol", kKnot, "--voxel-size", "0.05", "-o", out}).status, 0);
   EXPECT_EQ(Zvol({"--memory-limit", "64M", "mesh2vol", kKnot, "--voxel-size", "0.05", "-o", out}).status, 0);
 
-  // A grid read for work counts its active voxels, tiles included.
+  // A grid read for work counts what its mirror into the scene's frame and
+  // its active voxels, tiles included, take.
   ExpectRefused(Zvol({"--memory-limit", "100K", "filter", "sdf", "gaussian", out, "-o", dir + "/f.vdb"}),
-                "active voxels) needs about");
+                "needs about");
   EXPECT_FALSE(std::filesystem::exists(dir + "/f.vdb"));
   EXPECT_EQ(Zvol({"filter", "sdf", "gaussian", out, "-o", dir + "/f.vdb"}).status, 0);
 
@@ -102,4 +103,22 @@ TEST(Limits, MeshHeadersThatDeclareMoreThanTheFileHoldsAreRefused) {
     EXPECT_EQ(r.status, 0) << name << ": " << r.err;
     EXPECT_NE(r.out.find("1 (1 triangles"), std::string::npos) << r.out;
   }
+}
+
+TEST(Limits, VdbTilesWhoseMirrorOutgrowsMemoryAreRefusedBeforeTheLoad) {
+  const std::string dir = zvtest::TempDir();
+  const std::string huge = dir + "/huge.vdb";
+  // A thousand active root tiles, 40960^3 voxels, in a file of a few kilobytes.
+  const auto made = zvtest::Python("import pyopenvdb as vdb\ng = vdb.FloatGrid()\ng.name = 'huge'\n"
+                                   "g.fill((0, 0, 0), (40959, 40959, 40959), 1.0, True)\nvdb.write('" +
+                                   huge + "', grids=[g])\n");
+  ASSERT_EQ(made.status, 0) << made.err;
+  ASSERT_LT(std::filesystem::file_size(huge), 64u * 1024u);
+  const std::string before = Slurp(huge);
+  ExpectRefused(Capped({"info", huge}), "grid 'huge' needs about");
+  ExpectRefused(Capped({"info", huge}), "of memory available");
+  ExpectRefused(Capped({"--memory-limit", "2G", "filter", "sdf", "gaussian", huge, "-o", dir + "/f.vdb"}),
+                "more than the 2.0 GiB the memory limit allows");
+  EXPECT_FALSE(std::filesystem::exists(dir + "/f.vdb"));
+  EXPECT_EQ(Slurp(huge), before);
 }

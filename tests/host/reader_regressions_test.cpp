@@ -65,3 +65,52 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   ASSERT_TRUE(off) << off.GetError().GetMessage();
   EXPECT_EQ(off.GetValue()->GetPolygonCount(), 1);
 }
+
+TEST(ReaderRegressions, ColladaArraysThatDoNotHoldTheirCountOrAccessorsThatReadPastThem) {
+  const std::string dir = zvtest::TempDir();
+  // One triangle whose positions come through an accessor of three points.
+  auto collada = [](const std::string& array, const std::string& accessor) {
+    return "<?xml version=\"1.0\"?><COLLADA xmlns=\"http://www.collada.org/2005/11/COLLADASchema\" version=\"1.4.1\">"
+           "<library_geometries><geometry id=\"g\"><mesh><source id=\"p\">" +
+           array + "<technique_common>" + accessor +
+           "<param name=\"X\" type=\"float\"/><param name=\"Y\" type=\"float\"/><param name=\"Z\" type=\"float\"/>"
+           "</accessor></technique_common></source><vertices id=\"v\"><input semantic=\"POSITION\" source=\"#p\"/>"
+           "</vertices><triangles count=\"1\"><input semantic=\"VERTEX\" source=\"#v\" offset=\"0\"/><p>0 1 2</p>"
+           "</triangles></mesh></geometry></library_geometries><library_visual_scenes><visual_scene id=\"s\"><node>"
+           "<instance_geometry url=\"#g\"/></node></visual_scene></library_visual_scenes><scene>"
+           "<instance_visual_scene url=\"#s\"/></scene></COLLADA>";
+  };
+  const std::string numbers = "0 0 0 1 0 0 0 1 0";
+  const std::string reader = "<accessor source=\"#pa\" count=\"3\" stride=\"3\">";
+  auto array = [&](const std::string& attributes, const std::string& values) {
+    return "<float_array id=\"pa\"" + attributes + ">" + values + "</float_array>";
+  };
+  // count="0" (or none, or not a number) over numbers was a null dereference in Assimp.
+  ExpectOneLineError(Write(dir, "zero.dae", collada(array(" count=\"0\"", numbers), reader)),
+                     "the Collada float_array \"pa\" states count=\"0\" but holds 9 values");
+  ExpectOneLineError(Write(dir, "none.dae", collada(array("", numbers), reader)), "states no count");
+  ExpectOneLineError(Write(dir, "word.dae", collada(array(" count='x'", numbers), reader)), "states no count");
+  // An accessor reading past a shorter array read out of bounds.
+  ExpectOneLineError(Write(dir, "short.dae", collada(array(" count=\"2\"", numbers), reader)),
+                     "states count=\"2\" but holds 9 values");
+  ExpectOneLineError(Write(dir, "reach.dae", collada(array(" count=\"3\"", "0 0 0"), reader)),
+                     "a Collada accessor reads 9 values of \"pa\", which holds 3");
+  ExpectOneLineError(Write(dir, "empty.dae", collada(array(" count=\"0\"", " "), reader)), "which holds 0");
+  ExpectOneLineError(Write(dir, "elsewhere.dae", collada(array(" count=\"9\"", numbers),
+                                                         "<accessor source=\"#qa\" count=\"3\" stride=\"3\">")),
+                     "reads 9 values of \"qa\", which holds 0");
+  ExpectOneLineError(Write(dir, "stride.dae", collada(array(" count=\"9\"", numbers),
+                                                      "<accessor source=\"#pa\" count=\"3\" stride=\"-3\">")),
+                     "a Collada accessor states no source, count, stride or offset");
+  // The same file as it should be reads, here under another name than .dae.
+  const std::string good = collada(array(" count=\"9\"", "\n  " + numbers + "\n"), reader);
+  for (const char* name : {"good.dae", "good.xml"}) {
+    auto mesh = zta::ReadMeshFile(Write(dir, name, good), nullptr);
+    ASSERT_TRUE(mesh) << name << ": " << mesh.GetError().GetMessage();
+    EXPECT_EQ(mesh.GetValue()->GetPointCount(), 3) << name;
+    EXPECT_EQ(mesh.GetValue()->GetPolygonCount(), 1) << name;
+  }
+  // Not Collada under that name: Assimp says what is wrong, not this check.
+  ExpectOneLineError(Write(dir, "other.xml", "<mesh><float_array count=\"0\">1 2</float_array></mesh>"),
+                     "No suitable reader found");
+}

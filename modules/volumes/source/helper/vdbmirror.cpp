@@ -185,12 +185,101 @@ typename GridT::Ptr Mirror(const GridT& in) {
   return out;
 }
 
+// What Mirror allocates, slot by slot as it would, but counted over uniform
+// blocks: a face against one tile or against nothing is one probe, however
+// large it is.
+template <typename TreeT>
+class MirrorCost {
+  using LeafT = typename TreeT::LeafNodeType;
+  using ValueT = typename TreeT::ValueType;
+  using UpperT = typename TreeT::RootNodeType::ChildNodeType;
+  using LowerT = typename UpperT::ChildNodeType;
+  static_assert(std::is_same_v<typename LowerT::ChildNodeType, LeafT>, "trees of a root and three node levels");
+  static constexpr int DIM = int(LeafT::DIM);
+
+ public:
+  explicit MirrorCost(const TreeT& src) : src_(src), acc_(src) {}
+
+  double Bytes() {
+    const double leafBytes = double(LeafT(openvdb::Coord(0), src_.background()).memUsage());
+    // Every source leaf feeds two slots, each a new leaf with its origin and
+    // pointer listed first, in nodes like the source's.
+    const std::vector<openvdb::Index32> nodes = src_.nodeCount();
+    double bytes = 2.0 * double(src_.leafCount()) * (leafBytes + sizeof(openvdb::Coord) + sizeof(LeafT*)) +
+                   2.0 * (double(nodes[1]) * sizeof(LowerT) + double(nodes[2]) * sizeof(UpperT));
+    double faceLeaves = 0.0;
+    auto tile = src_.cbeginValueAll();
+    tile.setMaxDepth(TreeT::ValueAllCIter::LEAF_DEPTH - 1);
+    for (; tile; ++tile) {
+      if (!tile.isValueOn() && *tile == src_.background()) continue;
+      openvdb::CoordBBox box;
+      tile.getBoundingBox(box);
+      const int n = box.dim().z();
+      const double side = double(n / DIM);
+      // The edge slots Mirror lists, and the lower (and upper) nodes that its
+      // two faces and its filled inside open.
+      bytes += 2.0 * side * side * sizeof(openvdb::Coord);
+      if (n > DIM) {
+        const double lowers = std::max(1.0, double(n / int(LowerT::DIM)));
+        bytes += 2.0 * lowers * lowers * sizeof(LowerT) + (n > int(LowerT::DIM) ? 2.0 * sizeof(UpperT) : 0.0);
+      }
+      const Uniform<ValueT> self{*tile, tile.isValueOn()};
+      faceLeaves += FaceLeaves(box.min().x(), box.min().y(), n, box.max().z() + 1, self, /*bottom=*/false) +
+                    FaceLeaves(box.min().x(), box.min().y(), n, box.min().z() - DIM, self, /*bottom=*/true);
+    }
+    return bytes + faceLeaves * leafBytes;
+  }
+
+ private:
+  // The side of the aligned uniform block holding `c` (a tile, or the
+  // background a root table leaves out), 0 inside a leaf.
+  int UniformSide(const openvdb::Coord& c, Uniform<ValueT>& u) {
+    u.on = acc_.probeValue(c, u.value);
+    switch (acc_.getValueDepth(c)) {
+      case -1:
+      case 0: return int(UpperT::DIM);
+      case 1: return int(LowerT::DIM);
+      case 2: return DIM;
+      default: return 0;
+    }
+  }
+
+  // Leaf slots along one face of a tile: the square of `size` at (x, y)
+  // against the source slab at z. Slots against a leaf are built from that
+  // leaf and counted with it; the slot between two tiles is the lower tile's
+  // top face, so a bottom face counts only against the background.
+  double FaceLeaves(int x, int y, int size, int z, const Uniform<ValueT>& self, bool bottom) {
+    Uniform<ValueT> other{};
+    const int side = UniformSide(openvdb::Coord(x, y, z), other);
+    if (side == 0 && size == DIM) return 0.0;
+    if (side >= size) {
+      const bool leaves =
+          bottom ? !other.on && other.value == src_.background() && !(self == other) : !(self == other);
+      return leaves ? double(size / DIM) * double(size / DIM) : 0.0;
+    }
+    const int half = size / 2;
+    return FaceLeaves(x, y, half, z, self, bottom) + FaceLeaves(x + half, y, half, z, self, bottom) +
+           FaceLeaves(x, y + half, half, z, self, bottom) + FaceLeaves(x + half, y + half, half, z, self, bottom);
+  }
+
+  const TreeT& src_;
+  openvdb::tree::ValueAccessor<const TreeT> acc_;
+};
+
 }  // namespace
 
 openvdb::GridBase::Ptr MirrorGridIndexZ(const openvdb::GridBase::Ptr& grid) {
   openvdb::GridBase::Ptr result;
   ApplyToGrid(grid, [&](const auto& typed) { result = Mirror(*typed); });
   return result;
+}
+
+double MirrorGridIndexZBytes(const openvdb::GridBase::Ptr& grid) {
+  double bytes = 0.0;
+  ApplyToGrid(grid, [&](const auto& typed) {
+    bytes = MirrorCost<typename std::decay_t<decltype(*typed)>::TreeType>(typed->tree()).Bytes();
+  });
+  return bytes;
 }
 
 }  // namespace zelmar

@@ -9,4 +9,11 @@ namespace zelmar {
 // A new grid with the same transform and metadata; null for unsupported value types.
 openvdb::GridBase::Ptr MirrorGridIndexZ(const openvdb::GridBase::Ptr& grid);
 
+// The bytes MirrorGridIndexZ would allocate for `grid`, told from its tiles
+// and leaves without building anything; 0 for unsupported value types. The
+// faces of a mirrored tile no longer line up with node boundaries and become
+// leaves wherever what lies next to them differs, so a file of a few
+// kilobytes can ask for more memory than any machine has.
+double MirrorGridIndexZBytes(const openvdb::GridBase::Ptr& grid);
+
 }  // namespace zelmar

@@ -39,11 +39,19 @@ std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
   return names;
 }
 
+// Files are opened without OpenVDB's delayed loading. That path skips over
+// leaf values by the sizes a "file_delayed_load" metadata of the file states,
+// and Debian's OpenVDB 10 indexes it by leaf without a check: a file whose
+// metadata lists fewer leaves than its tree holds stops the process on an
+// assertion (reads out of bounds without assertions). Reading every value at
+// once costs a file-frame load its lazy leaves, not correctness.
+constexpr bool kDelayLoad = false;
+
 // One open .vdb file and the names of its grids, read once.
 class OpenVdbFile {
  public:
-  explicit OpenVdbFile(const Url& url, bool delayLoad = false) : file_(url.GetSystemPath()) {
-    file_.open(delayLoad);
+  explicit OpenVdbFile(const Url& url) : file_(url.GetSystemPath()) {
+    file_.open(kDelayLoad);
     descriptors_ = file_.readAllGridMetadata();
     names_ = ReadableNames(*descriptors_);
   }
@@ -105,6 +113,8 @@ Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, con
   const bool fromStream = !url.IsFile() || fileFrame;
   if (fromStream && scale == 1.0) return grid;
   try {
+    if (const std::string why = ConvertGridFrameTooLarge(grid, fromStream); !why.empty())
+      return zta::IoError(LoadFailure(url, why));
     openvdb::GridBase::Ptr converted = ConvertGridFrame(grid, scale, fromStream);
     if (!converted) return zta::UnexpectedError("grid could not pe transformed");
     return converted;
@@ -146,12 +156,10 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
 
 }  // namespace
 
-// Listing a file's grids opens it without delayed loading: OpenVDB would first
-// copy a whole file opened for delayed loading, to read a few headers.
 Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/false);
+    file.open(kDelayLoad);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<std::string> names = ReadableNames(*grids);
@@ -169,7 +177,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
 Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/false);
+    file.open(kDelayLoad);
     openvdb::MetaMap::Ptr meta = file.getMetadata();
     file.close();
     return meta ? MetaMapToArray(*meta) : MetaDataArray();
@@ -194,10 +202,7 @@ Result<void> LoadGrid(const Url& filename, double scale, Int gridIndex, Volume& 
       if (!grids) return grids.GetError();
       if (gridIndex >= 0 && size_t(gridIndex) < (*grids)->size()) grid = (**grids)[size_t(gridIndex)];
     } else {
-      // A grid kept in the file's frame is read as it is needed, the way
-      // OpenVDB's own tools read: its leaves load when first touched, on the
-      // threads that touch them, and a copy of it copies no values.
-      OpenVdbFile file(filename, /*delayLoad=*/fileFrame);
+      OpenVdbFile file(filename);
       if (metaData) *metaData = file.Metadata();
       grid = file.Read(gridIndex);
     }
@@ -223,7 +228,7 @@ Result<Volume> FileFrameInterface::LoadGrid(const Url& filename, Int gridIndex) 
 Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(/*delayLoad=*/false);
+    file.open(kDelayLoad);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<Matrix> transforms;

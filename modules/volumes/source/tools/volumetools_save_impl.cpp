@@ -29,6 +29,8 @@ Result<void> Save(const Url& filename, double scale, const std::vector<Volume>& 
     if (!grid) return zta::IllegalArgumentError("volume has no grid attached");
     if (mirror || scale != 1.0) {
       try {
+        if (const std::string why = ConvertGridFrameTooLarge(grid, !mirror); !why.empty())
+          return zta::IoError("Grids could not be written and an error occured: " + why);
         // The conversion builds new grids and never touches the volume's own.
         grid = ConvertGridFrame(grid, scale, !mirror);
       } catch (...) {
