@@ -143,7 +143,23 @@ double Median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
   const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
-  const std::vector<std::string> cases = {"raw", "tool", "mesher", "mesher+curv", "mesher+range", "curvature"};
+  // An optional second argument picks cases ("raw,tool"), for a profiler's run.
+  std::vector<std::string> cases = {"raw", "tool", "mesher", "mesher+curv", "mesher+range", "curvature"};
+  if (argc > 2) {
+    cases.clear();
+    std::string list = argv[2];
+    for (size_t at = 0; at <= list.size();) {
+      const size_t comma = std::min(list.find(',', at), list.size());
+      cases.push_back(list.substr(at, comma - at));
+      at = comma + 1;
+    }
+    for (const std::string& c : cases)
+      if (c != "raw" && c != "tool" && c != "curvature" && c.rfind("mesher", 0) != 0) {
+        std::fprintf(stderr, "mesher_bench: no case %s\n", c.c_str());
+        return 2;
+      }
+    if (std::find(cases.begin(), cases.end(), "raw") == cases.end()) cases.insert(cases.begin(), "raw");
+  }
   std::map<std::string, std::vector<double>> times, cpus, peaks;
   std::map<std::string, long> polygons;
   for (int r = 0; r < runs; ++r)
@@ -162,6 +178,7 @@ int main(int argc, char** argv) {
                 Median(times[c]) / raw, Median(cpus[c]) * 1000.0, Median(cpus[c]) / rawCpu, Median(peaks[c]),
                 polygons[c]);
   std::printf("medians of %d runs each, alternating; peak: memory above the grid while the case ran\n", runs);
+  if (!times.count("mesher") || !times.count("mesher+curv") || !times.count("mesher+range")) return 0;
   std::printf("mesher / raw = %.3f wall, %.3f cpu (target <= 1.05); curvature map adds %.1f%%, the value walk %.1f%%\n",
               Median(times["mesher"]) / raw, Median(cpus["mesher"]) / rawCpu,
               100.0 * (Median(times["mesher+curv"]) - Median(times["mesher"])) / Median(times["mesher"]),

@@ -161,3 +161,36 @@ TEST(MirrorMemory, HugeTileFileIsRefusedWithOneErrorAndLosesNothing) {
   EXPECT_EQ(MemoryLimitInterface::GetLimit(), 0u);
   EXPECT_GT(MemoryLimitInterface::GetAvailable(), 0u);
 }
+
+// Sampling fields fills every voxel of their box: a box of more voxels than
+// memory holds is refused before the first is made, and one outside the index
+// range of a grid is refused as such.
+TEST(FieldsMemoryLimit, AHugeBoxIsRefusedBeforeAnyVoxelIsMade) {
+  const LimitScope limit(64 * kMiB);
+  const BoundingBox box{{-10, -10, -10}, {10, 10, 10}};
+  auto huge = Tools::ConvertFieldsToVolume(FieldSampleData(), 0.01, box, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(huge.IsOk());
+  const std::string message = huge.GetError().GetMessage();
+  // 2002^3 voxels of 32 bytes: a float, its position and its sample.
+  EXPECT_NE(message.find("needs about 239.1 GiB to sample the fields over their box, more than the 64.0 MiB the memory "
+                         "limit allows"),
+            std::string::npos)
+      << message;
+  auto vectors = Tools::ConvertFieldsToVectorVolume(FieldSampleData(), 0.01, box, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(vectors.IsOk());
+  EXPECT_NE(vectors.GetError().GetMessage().find("to sample the fields over their box"), std::string::npos);
+  // Within the limit the same call runs.
+  auto small = Tools::ConvertFieldsToVolume(FieldSampleData(), 1.0, box, nullptr, Volume(), nullptr);
+  ASSERT_TRUE(small.IsOk()) << small.GetError().GetMessage();
+  EXPECT_EQ(small->GetActiveVoxelCount(), 22 * 22 * 22);
+
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const BoundingBox far{{-1e7, 0, 0}, {1e7, 1, 1}};
+  auto beyond = Tools::ConvertFieldsToVolume(FieldSampleData(), 1e-3, far, nullptr, Volume(), nullptr);
+  ASSERT_FALSE(beyond.IsOk());
+  EXPECT_NE(beyond.GetError().GetMessage().find("beyond the grid's index range"), std::string::npos)
+      << beyond.GetError().GetMessage();
+  auto undefined = Tools::ConvertFieldsToVolume(FieldSampleData(), 1.0, BoundingBox{{nan, 0, 0}, {1, 1, 1}}, nullptr,
+                                               Volume(), nullptr);
+  EXPECT_FALSE(undefined.IsOk());
+}

@@ -1,8 +1,8 @@
 // OpenVDB's grid and tree classes for the value types this system uses are
-// compiled once, in vdbinstances_*.cpp. The tests see them declared extern
-// (through their precompiled header) and only refer to them: emitting their
-// virtual tables, and so every virtual member, in each test unit that made a
-// grid was most of the tests' build time.
+// compiled once, in vdbinstances_*.cpp. Other units see them declared extern
+// (through the precompiled headers) and only refer to them: emitting their
+// virtual tables, and so every virtual member, in each unit that made a
+// grid was most of the build time.
 #pragma once
 
 #include <openvdb/openvdb.h>

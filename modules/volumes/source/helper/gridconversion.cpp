@@ -1,27 +1,10 @@
 #include "modules/volumes/source/helper/gridconversion.h"
 
+#include "modules/volumes/source/helper/memoryneed.h"
 #include "modules/volumes/source/helper/vdbmirror.h"
-#include <cstdio>
-#include <limits>
-
 #include "modules/volumes/source/volume_impl.h"
-#include "zelmar/memorylimit.h"
 
 namespace zelmar {
-
-namespace {
-
-// "3.2 GiB".
-std::string MemoryText(double bytes) {
-  const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  int u = 0;
-  for (; bytes >= 1024.0 && u < 6; ++u) bytes /= 1024.0;
-  char text[48];
-  std::snprintf(text, sizeof text, u == 0 ? "%.0f %s" : "%.1f %s", bytes, units[u]);
-  return text;
-}
-
-}  // namespace
 
 openvdb::GridBase::Ptr ConvertGridFrame(const openvdb::GridBase::Ptr& input, double scale, bool fromStream) {
   if (!input || scale == 0.0) return nullptr;
@@ -47,15 +30,8 @@ openvdb::GridBase::Ptr ConvertGridFrame(const openvdb::GridBase::Ptr& input, dou
 std::string ConvertGridFrameTooLarge(const openvdb::GridBase::Ptr& grid, bool fromStream) {
   // Scaling alone copies the tree as it is; only the mirror can outgrow it.
   if (!grid || fromStream) return {};
-  const uint64_t stated = MemoryLimitInterface::GetLimit();
-  if (stated == std::numeric_limits<uint64_t>::max()) return {};
-  const uint64_t limit = stated ? stated : MemoryLimitInterface::GetAvailable();
-  const double bytes = MirrorGridIndexZBytes(grid);
-  // Without a figure from the system there is nothing to hold the work to.
-  if (limit == 0 || bytes <= double(limit)) return {};
-  return "grid '" + grid->getName() + "' needs about " + MemoryText(bytes) +
-         " to be mirrored into the scene's frame, more than the " + MemoryText(double(limit)) +
-         (stated ? " the memory limit allows" : " of memory available");
+  const std::string why = MemoryNeedRefusal(MirrorGridIndexZBytes(grid), "to be mirrored into the scene's frame");
+  return why.empty() ? why : "grid '" + grid->getName() + "' " + why;
 }
 
 }  // namespace zelmar

@@ -1,9 +1,13 @@
 #include "zelmar/memorylimit.h"
 
+#include "modules/volumes/source/helper/memoryneed.h"
+
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 #include <string>
 
 namespace zelmar {
@@ -22,6 +26,16 @@ uint64_t ControlGroupRoom() {
   return limit > current ? limit - current : 1;
 }
 
+// "3.2 GiB".
+std::string MemoryText(double bytes) {
+  const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  int u = 0;
+  for (; bytes >= 1024.0 && u < 6; ++u) bytes /= 1024.0;
+  char text[48];
+  std::snprintf(text, sizeof text, u == 0 ? "%.0f %s" : "%.1f %s", bytes, units[u]);
+  return text;
+}
+
 }  // namespace
 
 void MemoryLimitInterface::SetLimit(uint64_t bytes) { g_memoryLimit.store(bytes, std::memory_order_relaxed); }
@@ -36,6 +50,16 @@ uint64_t MemoryLimitInterface::GetAvailable() {
     if (key == "MemAvailable:") available = kb * 1024;
   if (const uint64_t room = ControlGroupRoom(); room > 0) available = available ? std::min(available, room) : room;
   return available;
+}
+
+std::string MemoryNeedRefusal(double bytes, const std::string& purpose) {
+  const uint64_t stated = MemoryLimitInterface::GetLimit();
+  if (stated == std::numeric_limits<uint64_t>::max()) return {};
+  const uint64_t limit = stated ? stated : MemoryLimitInterface::GetAvailable();
+  // Without a figure from the system there is nothing to hold the work to.
+  if (limit == 0 || bytes <= double(limit)) return {};
+  return "needs about " + MemoryText(bytes) + " " + purpose + ", more than the " + MemoryText(double(limit)) +
+         (stated ? " the memory limit allows" : " of memory available");
 }
 
 }  // namespace zelmar

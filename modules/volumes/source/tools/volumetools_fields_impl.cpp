@@ -3,10 +3,13 @@
 #include <openvdb/tree/LeafManager.h>
 #include <tbb/parallel_for.h>
 
+#include <cmath>
+#include <limits>
 #include <numeric>
 
 #include "host/fields/fieldlist.h"
 #include "modules/volumes/source/helper/gridtypes.h"
+#include "modules/volumes/source/helper/memoryneed.h"
 #include "modules/volumes/source/helper/threadprogress.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/volumetools.h"
@@ -116,12 +119,25 @@ Result<Volume> FieldsToVolume(const FieldSampleData& fieldData, double gridSize,
     const openvdb::Vec3d b = xform->worldToIndex(ToVec3d(sampleBox.max)) + openvdb::Vec3d(1.0);
     // The box between the two corners, whichever way the transform turns them.
     openvdb::Coord lo, hi;
+    double voxels = 1.0;
     for (int i = 0; i < 3; ++i) {
+      // Index coordinates beyond OpenVDB's range (or not numbers) cannot be filled.
+      constexpr double kMax = double(std::numeric_limits<int32_t>::max() - 1);
+      if (!(std::abs(a[i]) < kMax && std::abs(b[i]) < kMax))
+        return zta::IllegalArgumentError("the fields' box lies beyond the grid's index range");
       const int32_t p = int32_t(a[i]), q = int32_t(b[i]);
       lo[i] = std::min(p, q);
       hi[i] = std::max(p, q);
+      voxels *= double(int64_t(hi[i]) - int64_t(lo[i]) + 1);
     }
-    grid->tree().fill(openvdb::CoordBBox(lo, hi), grid->background(), true);
+    // Every voxel of the box is sampled: its value, its world position and its sample.
+    using ValueT = typename GridT::ValueType;
+    const openvdb::CoordBBox box(lo, hi);
+    if (const std::string why = MemoryNeedRefusal(voxels * double(2 * sizeof(ValueT) + sizeof(Vector)),
+                                                  "to sample the fields over their box");
+        !why.empty())
+      return zta::OutOfMemoryError("the volume " + why);
+    grid->tree().fill(box, grid->background(), true);
     Result<void> written = WriteFieldValues(*grid, fieldData, thread);
     if (!written) return written.GetError();
     return MakeVolume(grid);

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "host/core/format.h"
+#include "modules/volumes/source/helper/filereadbuffer.h"
 #include "modules/volumes/source/helper/gridconversion.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/helper/vdbmetadata.h"
@@ -50,7 +51,7 @@ constexpr bool kDelayLoad = false;
 // One open .vdb file and the names of its grids, read once.
 class OpenVdbFile {
  public:
-  explicit OpenVdbFile(const Url& url) : file_(url.GetSystemPath()) {
+  explicit OpenVdbFile(const Url& url) : path_(url.GetSystemPath()), file_(path_) {
     file_.open(kDelayLoad);
     descriptors_ = file_.readAllGridMetadata();
     names_ = ReadableNames(*descriptors_);
@@ -77,11 +78,23 @@ class OpenVdbFile {
   // The grid at `index`; null past the end and for a point data grid.
   openvdb::GridBase::Ptr Read(Int index) {
     if (index < 0 || size_t(index) >= names_.size()) return nullptr;
-    openvdb::GridBase::Ptr grid = file_.readGrid(names_[size_t(index)]);
+    openvdb::GridBase::Ptr grid = names_.size() == 1 ? ReadOnlyGrid() : file_.readGrid(names_[size_t(index)]);
     return grid && IsPointDataGrid(*grid) ? nullptr : grid;
   }
 
  private:
+  // The one grid of a file read as a stream from start to end, which reads
+  // the same grid as the file reader without a system call for each leaf.
+  openvdb::GridBase::Ptr ReadOnlyGrid() {
+    FileReadBuffer buffer(path_);
+    if (!buffer.IsOpen()) return nullptr;
+    std::istream in(&buffer);
+    openvdb::io::Stream stream(in, /*delayLoad=*/false);
+    const openvdb::GridPtrVecPtr grids = stream.getGrids();
+    return grids && grids->size() == 1 ? grids->front() : nullptr;
+  }
+
+  std::string path_;
   openvdb::io::File file_;
   openvdb::GridPtrVecPtr descriptors_;
   std::vector<std::string> names_;

@@ -122,7 +122,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
 
   // Points and their box in one pass.
   Vector* points = object->GetPointW();
-  const openvdb::Vec3s* source = mesher.pointList().get();
+  openvdb::Vec3s* source = mesher.pointList().get();
   tbb::combinable<Box> boxes;
   ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
     Box& box = boxes.local();
@@ -132,7 +132,6 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
       box.Add(points[i]);
     }
   });
-  mesher.pointList().reset();
   Box bounds;  // "no points passed to calculation": an empty box
   if (pointCount > 0) boxes.combine_each([&](const Box& b) { bounds.Add(b); });
 
@@ -142,11 +141,20 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   const Box cube = CubeAround(bounds);
   const Vector centre = (cube.min + cube.max) * 0.5;
   // A corner's UV depends on its point alone: each point's is computed once
-  // and the polygons gather them, a quarter of the trigonometry.
-  std::vector<zta::Vector32> pointUVs(pointCount);
+  // and the polygons gather them, a quarter of the trigonometry. The UVs take
+  // the place of the mesher's float points, which are copied by now: no
+  // array to allocate, clear and fault in.
+  openvdb::Vec3s* pointUVs = source;
   ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
-    for (Int64 i = b; i < e; ++i) pointUVs[size_t(i)] = SphericalUV(points[i], centre);
+    for (Int64 i = b; i < e; ++i) {
+      const zta::Vector32 uv = SphericalUV(points[i], centre);
+      pointUVs[i] = openvdb::Vec3s(uv.x, uv.y, uv.z);
+    }
   });
+  auto uvOf = [&](Int32 point) {
+    const openvdb::Vec3s& uv = pointUVs[size_t(point)];
+    return zta::Vector32(uv[0], uv[1], uv[2]);
+  };
 
   // OpenVDB winds its polygons the other way round from the host. Pools are
   // written side by side, each from its offset in the pool order, with the
@@ -154,7 +162,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   CPolygon* polygons = object->GetPolygonW();
   auto put = [&](size_t at, const CPolygon& p) {
     polygons[at] = p;
-    uvs[at] = {pointUVs[size_t(p.a)], pointUVs[size_t(p.b)], pointUVs[size_t(p.c)], pointUVs[size_t(p.d)]};
+    uvs[at] = {uvOf(p.a), uvOf(p.b), uvOf(p.c), uvOf(p.d)};
   };
   tbb::parallel_for(tbb::blocked_range<size_t>(0, poolCount), [&](const tbb::blocked_range<size_t>& r) {
     for (size_t n = r.begin(); n != r.end(); ++n) {
@@ -176,6 +184,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
     }
   });
   pools.reset();
+  mesher.pointList().reset();
   object->Message(kMsgUpdate);
   object->SetDirty(zta::DIRTYFLAGS_DATA);
   object->InsertTag(uvw.release());
