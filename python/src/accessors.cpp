@@ -502,7 +502,7 @@ void BindAccessors(py::module_& m) {
               r(0, k) = box->first[k];
               r(1, k) = box->second[k];
             }
-            return std::move(out);
+            return out;
           },
           "Index-space box of the active values, [[min], [max]], both inclusive; None without active values.")
       .def_property_readonly(
@@ -528,7 +528,7 @@ void BindAccessors(py::module_& m) {
               r(0, k) = lo[k];
               r(1, k) = hi[k];
             }
-            return std::move(out);
+            return out;
           },
           "World-space box around the active values (their outer faces), [[min], [max]]; None without active values.")
       .def(

@@ -81,11 +81,6 @@ std::vector<zelmar::VolumeConversionPolygon> PolygonsArg(const py::handle& obj, 
   return out;
 }
 
-std::optional<zta::Matrix> OptMatrix(const py::object& obj, const char* what) {
-  if (obj.is_none()) return std::nullopt;
-  return ArrayToMatrix(obj, what);
-}
-
 }  // namespace
 
 // Tools also used by the scene binding.

@@ -2,10 +2,8 @@
 // voxel, a numbered series played and written frame by frame, Ctrl-C in the
 // middle of a range, and the refusals of files that are not .vdb.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -260,16 +258,9 @@ TEST(ImportExportVerbs, CtrlCKeepsTheFramesWrittenAndNoPartialFile) {
 
   const std::string zvol = std::string(ZV_BIN_DIR) + "/zvol";
   std::vector<std::string> args{zvol, "--threads", "1", "export", f("s.zscene"), "-o", f("out/big.vdb"), "--frames", "0:19"};
-  std::vector<char*> argv;
-  for (auto& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
   const std::string err = f("err");
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
+  const pid_t pid = zvtest::Spawn(args, {.err = err});
+  ASSERT_GT(pid, 0);
   // Stopped once two frames are out.
   auto finished = [&]() {
     size_t n = 0;

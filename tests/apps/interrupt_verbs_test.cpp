@@ -2,9 +2,7 @@
 // "error: interrupted" (or finishes, when the signal comes after the work),
 // leaves no partial or temporary file, and changes no input.
 #include <gtest/gtest.h>
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -15,8 +13,6 @@
 #include <thread>
 
 #include "support/run.h"
-
-extern char** environ;
 
 namespace {
 
@@ -47,18 +43,9 @@ enum class Moment { AT_START, FIRST_STEP, LATER };
 Outcome Interrupt(const std::vector<std::string>& args, Moment moment, const std::string& errPath) {
   std::vector<std::string> all{std::string(ZV_BIN_DIR) + "/zvol", "--verbose"};
   all.insert(all.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : all) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = 0;
   Outcome o;
-  const int spawned = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (spawned != 0) return o;
+  const pid_t pid = zvtest::Spawn(all, {.err = errPath});
+  if (pid <= 0) return o;
   int status = 0;
   bool ended = false;
   if (moment != Moment::AT_START) {

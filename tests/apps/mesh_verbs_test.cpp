@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -13,8 +12,6 @@
 #include <thread>
 
 #include "support/run.h"
-
-extern char** environ;
 
 using nlohmann::json;
 using zvtest::Python;
@@ -361,16 +358,9 @@ TEST(MeshVerbs, CtrlCStopsCleanly) {
   const std::string dir = zvtest::TempDir();
   const std::string out = dir + "/big.obj", zvol = std::string(ZV_BIN_DIR) + "/zvol";
   std::vector<std::string> args{zvol, "--threads", "1", "remesh", kKnot, "--dim", "1200", "-o", out};
-  std::vector<char*> argv;
-  for (auto& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
   const std::string err = dir + "/err";
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  pid_t pid = 0;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
+  const pid_t pid = zvtest::Spawn(args, {.err = err});
+  ASSERT_GT(pid, 0);
   // Stop it in the middle of the conversion, which takes far longer than this at that size.
   std::this_thread::sleep_for(std::chrono::milliseconds(1500));
   kill(pid, SIGINT);

@@ -2,9 +2,7 @@
 // under a virtual X server, and the refusals without a display or driver.
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,8 +23,6 @@
 #include <X11/Xlib.h>
 #include <X11/Xutil.h>
 #include <X11/keysym.h>
-
-extern char** environ;
 
 using zvtest::Zvol;
 
@@ -73,31 +69,6 @@ double RingBrightness(const zta::Picture& p, double r0, double r1) {
   return n ? sum / n : 0;
 }
 
-// Starts `args` with stdout and stderr to /dev/null (stderr to `errPath`
-// when given); `passFd`, when given, becomes the child's descriptor 3.
-pid_t Spawn(const std::vector<std::string>& args, const std::vector<std::string>& env, int passFd = -1,
-            const std::string& errPath = "") {
-  std::vector<char*> argv;
-  for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-  argv.push_back(nullptr);
-  std::vector<std::string> envStrings;
-  for (char** e = environ; *e; ++e) envStrings.emplace_back(*e);
-  for (const auto& e : env) envStrings.push_back(e);
-  std::vector<char*> envp;
-  for (auto& e : envStrings) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.empty() ? "/dev/null" : errPath.c_str(),
-                                   O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  if (passFd >= 0) posix_spawn_file_actions_adddup2(&actions, passFd, 3);
-  pid_t pid = -1;
-  if (posix_spawn(&pid, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
-}
-
 void Stop(pid_t pid) {
   if (pid <= 0) return;
   kill(pid, SIGTERM);
@@ -139,7 +110,8 @@ class VirtualDisplay {
     // Xvfb writes the number it took to descriptor 3.
     int fds[2];
     if (pipe(fds) != 0) return;
-    pid_ = Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {}, fds[1]);
+    pid_ = zvtest::Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"},
+                         {.passFd = fds[1]});
     close(fds[1]);
     std::string number;
     char ch = 0;
@@ -165,7 +137,7 @@ class ViewProcess {
       : shot_(f("shot.png")), log_(f("view.log")), display_(display.Name()) {
     args.insert(args.begin(), {ZV_BIN_DIR "/zvol", "view"});
     args.insert(args.end(), {"--snapshot", shot_});
-    pid_ = Spawn(args, {"DISPLAY=" + display_}, -1, log_);
+    pid_ = zvtest::Spawn(args, {.err = log_}, {"DISPLAY=" + display_});
   }
   ~ViewProcess() { Stop(pid_); }
   ViewProcess(const ViewProcess&) = delete;
@@ -400,30 +372,17 @@ TEST(RenderVerb, WithoutDriverOrDisplayBothVerbsSayItInOneLine) {
 TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
   if (!std::filesystem::exists("/usr/bin/Xvfb")) GTEST_SKIP() << "Xvfb is not installed";
   zvtest::Files f;
-  // Xvfb picks a free display itself and writes its number to descriptor 3.
-  int fds[2];
-  ASSERT_EQ(pipe(fds), 0);
-  const pid_t x = Spawn({"/usr/bin/Xvfb", "-displayfd", "3", "-screen", "0", "640x480x24", "-nolisten", "tcp"}, {},
-                        fds[1]);
-  close(fds[1]);
-  ASSERT_GT(x, 0);
-  std::string number;
-  char ch = 0;
-  while (read(fds[0], &ch, 1) == 1 && ch != '\n') number += ch;
-  close(fds[0]);
-  if (number.empty()) {
-    Stop(x);
-    FAIL() << "Xvfb did not start";
-  }
-  const std::string display = ":" + number;
+  const VirtualDisplay x;
+  if (x.Name().empty()) FAIL() << "Xvfb did not start";
+  const std::string display = x.Name();
   WriteSphereScene(f("ball.json"), 50);
-  const pid_t view = Spawn({ZV_BIN_DIR "/zvol", "view", f("ball.json"), "--size", "320x240", "--snapshot", f("shot.png")},
-                           {"DISPLAY=" + display});
+  const pid_t view = zvtest::Spawn(
+      {ZV_BIN_DIR "/zvol", "view", f("ball.json"), "--size", "320x240", "--snapshot", f("shot.png")}, {},
+      {"DISPLAY=" + display});
   ASSERT_GT(view, 0);
   const bool shown = WaitFor([&] { return std::filesystem::exists(f("shot.png")); }, 30);
   if (!shown) {
     Stop(view);
-    Stop(x);
     FAIL() << "the window drew nothing";
   }
   const zta::Picture first = Read(f("shot.png"));
@@ -449,7 +408,6 @@ TEST(ViewVerb, WindowShowsTheObjectAndRedrawsWhenTheSceneChanges) {
   const zta::Picture second = Read(f("shot.png"));
   const auto bgSecond = BackgroundOf(second);
   Stop(view);
-  Stop(x);
   ASSERT_TRUE(redrawn);
   int covered = 0, coveredBefore = 0;
   for (int y = 0; y < first.height; ++y)

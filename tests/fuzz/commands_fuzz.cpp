@@ -25,6 +25,7 @@
 #include "host/objects/splineobject.h"
 #include "modules/volumes/source/main.h"
 #include "tests/fuzz/fuzzfile.h"
+#include "zelmar/memorylimit.h"
 #include "zelmar/volumecommands.h"
 #include "zelmar/volumetools.h"
 
@@ -211,6 +212,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   auto started = zelmar::StartModuleStandalone(ZV_FUZZ_MODULE_DIR);
   if (!started.IsOk()) zvfuzz::Fail("the module did not start", started.GetError().GetMessage());
   g_pool = MakePool();
+  // The fuzzer stops a run above 2 GiB: work that states its memory beforehand
+  // (fields sampled over a box, a mirror) is held to a quarter of that.
+  zelmar::MemoryLimitInterface::SetLimit(uint64_t(512) << 20);
   return 0;
 }
 

@@ -31,14 +31,14 @@ std::string TempDir() {
   return dir.string();
 }
 
-RunResult Run(const std::vector<std::string>& args, const std::vector<std::string>& env) {
-  const std::string dir = TempDir();
-  const std::string outPath = dir + "/out", errPath = dir + "/err";
+pid_t Spawn(const std::vector<std::string>& args, const SpawnIo& io, const std::vector<std::string>& env) {
+  const auto target = [](const std::string& path) { return path.empty() ? "/dev/null" : path.c_str(); };
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 1, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 1, target(io.out), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, target(io.err), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  if (io.passFd >= 0) posix_spawn_file_actions_adddup2(&actions, io.passFd, 3);
   std::vector<char*> argv;
   for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -48,14 +48,21 @@ RunResult Run(const std::vector<std::string>& args, const std::vector<std::strin
   std::vector<char*> envp;
   for (auto& e : envStore) envp.push_back(e.data());
   envp.push_back(nullptr);
+  pid_t pid = -1;
+  if (args.empty() || posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+RunResult Run(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+  const std::string dir = TempDir();
+  const std::string outPath = dir + "/out", errPath = dir + "/err";
   RunResult r;
-  pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) == 0) {
+  if (const pid_t pid = Spawn(args, {outPath, errPath}, env); pid > 0) {
     int status = 0;
     waitpid(pid, &status, 0);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   }
-  posix_spawn_file_actions_destroy(&actions);
   r.out = Slurp(outPath);
   r.err = Slurp(errPath);
   std::filesystem::remove_all(dir);

@@ -1,5 +1,7 @@
 #pragma once
 // Runs a program and collects its exit status, stdout and stderr.
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -11,6 +13,16 @@ struct RunResult {
   std::string err;
 };
 
+// Where a started program's streams go: files by path, /dev/null when empty;
+// `passFd`, when set, becomes the program's descriptor 3.
+struct SpawnIo {
+  std::string out{}, err{};
+  int passFd = -1;
+};
+
+// Starts `args` (no shell, stdin from /dev/null) with the environment given
+// as "NAME=value" additions; the process id, -1 when it could not start.
+pid_t Spawn(const std::vector<std::string>& args, const SpawnIo& io = {}, const std::vector<std::string>& env = {});
 // Runs `args` (no shell) with the environment given as "NAME=value" additions.
 RunResult Run(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
 // build/bin/zvol with `args`.

@@ -74,7 +74,9 @@ TEST(GridIterator, WalksActiveInactiveOrAllValuesWithTheirDepth) {
   EXPECT_EQ(off.at(Key(1, 2, 4, 3)), 6.0f);
   for (const auto& [key, value] : off) {
     EXPECT_EQ(on.count(key), 0u);
-    if (key != Key(1, 2, 4, 3)) EXPECT_EQ(value, -1.0f);  // everything else is background
+    if (key != Key(1, 2, 4, 3)) {
+      EXPECT_EQ(value, -1.0f);  // everything else is background
+    }
   }
 
   // Any number but 1 and 2 walks everything: the union of the two.

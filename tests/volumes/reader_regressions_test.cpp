@@ -18,7 +18,9 @@ namespace {
 
 template <typename R>
 void ExpectValueOrOneLine(const R& r, const char* how) {
-  if (!r) EXPECT_EQ(r.GetError().GetMessage().find('\n'), std::string::npos) << how << ": " << r.GetError().GetMessage();
+  if (!r) {
+    EXPECT_EQ(r.GetError().GetMessage().find('\n'), std::string::npos) << how << ": " << r.GetError().GetMessage();
+  }
 }
 
 }  // namespace
@@ -38,7 +40,9 @@ TEST(VdbReaderRegressions, ShortDelayedLoadMetadataNeitherStopsNorCrashesTheRead
   ExpectValueOrOneLine(scene, "CreateFromFile");
   // What loads in one frame loads in the other, with the same voxels.
   ASSERT_EQ(bool(raw), bool(scene));
-  if (raw) EXPECT_EQ(raw->GetActiveVoxelCount(), scene->GetActiveVoxelCount());
+  if (raw) {
+    EXPECT_EQ(raw->GetActiveVoxelCount(), scene->GetActiveVoxelCount());
+  }
 }
 
 TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFiles) {

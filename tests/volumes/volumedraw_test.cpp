@@ -250,6 +250,8 @@ TEST_F(DrawTest, LevelSetBuffersLeaveOutInsideVoxelsHiddenByTheirOutwardNeighbou
   // Every outside voxel of the surface is in the buffers.
   for (const Vector32& p : points) {
     const openvdb::Coord c(int(p.x), int(p.y), int(p.z));
-    if (acc.getValue(c) > 0.0f) EXPECT_TRUE(shown.count({c.x(), c.y(), c.z()})) << c;
+    if (acc.getValue(c) > 0.0f) {
+      EXPECT_TRUE(shown.count({c.x(), c.y(), c.z()})) << c;
+    }
   }
 }
