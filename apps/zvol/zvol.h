@@ -24,14 +24,21 @@ struct Failure : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// An error in words: its message, or its kind when it has none ("out of memory").
+inline std::string ErrorText(const zta::Error& e) {
+  if (!e.GetMessage().empty()) return e.GetMessage();
+  if (e.GetKind() == zta::ErrorKind::OutOfMemory) return "out of memory";
+  return std::string(zta::ErrorKindName(e.GetKind())) + " error";
+}
+
 // The value of a Result, or a Failure with its message.
 template <typename T>
 T Take(zta::Result<T> r) {
-  if (!r) throw Failure(r.GetError().GetMessage());
+  if (!r) throw Failure(ErrorText(r.GetError()));
   return std::move(r.GetValue());
 }
 inline void Check(const zta::Result<void>& r) {
-  if (!r) throw Failure(r.GetError().GetMessage());
+  if (!r) throw Failure(ErrorText(r.GetError()));
 }
 
 // What every verb gets: the options common to all and the thread reference

@@ -97,7 +97,7 @@ zvol::VerbRun Setup(CLI::App& app) {
     auto list = bc->GetCustomDataTyped<zta::CheckListData>(GRIDS);
     if (!list || list->GetCount() == 0) {
       auto names = zelmar::VolumeToolsInterface::GetGridNamesFromFile(url);
-      if (!names) throw zvol::Failure(o->input + " could not be read: " + names.GetError().GetMessage());
+      if (!names) throw zvol::Failure(o->input + " could not be read: " + zvol::ErrorText(names.GetError()));
       throw zvol::Failure(o->input + " holds no grid");
     }
     if (o->sequence && !bc->GetBool(SEQUENCE))
