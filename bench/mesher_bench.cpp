@@ -6,6 +6,7 @@
 //
 //   raw            openvdb::tools::volumeToMesh into point and quad arrays
 //   tool           VolumeToolsInterface::VolumeToMesh (polygon object and UVs)
+//   tool-nouv      the same without UVs, as zvol makes a mesh for an STL file
 //   mesher         a document pass of a mesher over a volume object, absolute iso
 //   mesher+curv    the same with the curvature map
 //   mesher+range   relative iso: the first build walks the grid's values
@@ -36,6 +37,7 @@
 #include "modules/volumes/source/objects/volumemesher.h"
 #include "modules/volumes/source/objects/volumeobject.h"
 #include "modules/volumes/source/volume_impl.h"
+#include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
 
 namespace {
@@ -55,10 +57,19 @@ double CpuSeconds() {
   return double(u.ru_utime.tv_sec + u.ru_stime.tv_sec) + double(u.ru_utime.tv_usec + u.ru_stime.tv_usec) * 1e-6;
 }
 
+// Page faults cost much more in a virtual machine than on bare metal; they
+// explain most of the spread between runs there.
+long MinorFaults() {
+  rusage u{};
+  getrusage(RUSAGE_SELF, &u);
+  return u.ru_minflt;
+}
+
 struct Sample {
   double seconds = 0.0;
   double cpu = 0.0;  // of all threads
   double peakMb = 0.0;
+  long faults = 0;
   long polygons = 0;
 };
 
@@ -87,6 +98,7 @@ Sample RunCase(const std::string& name) {
   const long before = StatusKb("VmRSS:");
   Sample s;
   const double cpu0 = CpuSeconds();
+  const long faults0 = MinorFaults();
   const auto t0 = std::chrono::steady_clock::now();
   if (name == "raw") {
     std::vector<openvdb::Vec3s> points;
@@ -100,6 +112,10 @@ Sample RunCase(const std::string& name) {
   } else if (name == "tool") {
     auto op = zelmar::VolumeToolsInterface::VolumeToMesh(volume, 0.0, 0.0);
     s.polygons = op && *op ? (*op)->GetPolygonCount() : -1;
+  } else if (name == "tool-nouv") {
+    // The copy shares the grid, which stays.
+    auto op = zelmar::VolumeToMeshReleasing(zelmar::Volume(volume), 0.0, 0.0, /*withUVs=*/false);
+    s.polygons = op && *op ? (*op)->GetPolygonCount() : -1;
   } else {
     zta::ExecutePasses(doc.get(), nullptr);
     auto* poly = dynamic_cast<zta::PolygonObject*>(mesher->GetCache());
@@ -107,8 +123,52 @@ Sample RunCase(const std::string& name) {
   }
   s.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
   s.cpu = CpuSeconds() - cpu0;
+  s.faults = MinorFaults() - faults0;
   s.peakMb = double(StatusKb("VmHWM:") - before) / 1024.0;
   return s;
+}
+
+double Median(std::vector<double> v);
+
+// Raw and the tool again and again in one process, after a first untimed
+// pass of each: memory the process has touched before is reused, so this
+// compares the work of the two without the first touch of fresh pages, which
+// costs a virtual machine much more than bare metal.
+int Warm(int runs) {
+  if (!zelmar::StartModuleStandalone(ZV_BIN_DIR).IsOk()) return 3;
+  openvdb::FloatGrid::Ptr grid =
+      openvdb::tools::createLevelSetSphere<openvdb::FloatGrid>(1.0f, openvdb::Vec3f(0.1f, 0.2f, 0.3f), kVoxel);
+  const zelmar::Volume volume = *zelmar::MakeVolume(grid);
+  auto timeRaw = [&] {
+    const auto t0 = std::chrono::steady_clock::now();
+    std::vector<openvdb::Vec3s> points;
+    std::vector<openvdb::Vec3I> triangles;
+    std::vector<openvdb::Vec4I> quads;
+    openvdb::tools::volumeToMesh(*grid, points, triangles, quads, 0.0, 0.0);
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  };
+  auto timeTool = [&] {
+    const auto t0 = std::chrono::steady_clock::now();
+    auto op = zelmar::VolumeToolsInterface::VolumeToMesh(volume, 0.0, 0.0);
+    const double s = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    if (!op || !*op) std::exit(1);
+    return s;
+  };
+  timeRaw();
+  timeTool();
+  std::vector<double> raw, tool;
+  for (int r = 0; r < runs; ++r) {
+    if (r % 2) {
+      raw.push_back(timeRaw());
+      tool.push_back(timeTool());
+    } else {
+      tool.push_back(timeTool());
+      raw.push_back(timeRaw());
+    }
+  }
+  std::printf("warm, one process, medians of %d: raw %.1f ms, tool %.1f ms, tool / raw = %.3f\n", runs,
+              Median(raw) * 1000.0, Median(tool) * 1000.0, Median(tool) / Median(raw));
+  return 0;
 }
 
 Sample Spawn(const std::string& name) {
@@ -143,8 +203,10 @@ double Median(std::vector<double> v) {
 
 int main(int argc, char** argv) {
   const int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 5;
-  // An optional second argument picks cases ("raw,tool"), for a profiler's run.
-  std::vector<std::string> cases = {"raw", "tool", "mesher", "mesher+curv", "mesher+range", "curvature"};
+  // An optional second argument picks cases ("raw,tool"), for a profiler's
+  // run, or is "warm" for raw and the tool repeated in one process.
+  std::vector<std::string> cases = {"raw", "tool", "tool-nouv", "mesher", "mesher+curv", "mesher+range", "curvature"};
+  if (argc > 2 && std::string(argv[2]) == "warm") return Warm(runs);
   if (argc > 2) {
     cases.clear();
     std::string list = argv[2];
@@ -154,13 +216,13 @@ int main(int argc, char** argv) {
       at = comma + 1;
     }
     for (const std::string& c : cases)
-      if (c != "raw" && c != "tool" && c != "curvature" && c.rfind("mesher", 0) != 0) {
+      if (c != "raw" && c != "tool" && c != "tool-nouv" && c != "curvature" && c.rfind("mesher", 0) != 0) {
         std::fprintf(stderr, "mesher_bench: no case %s\n", c.c_str());
         return 2;
       }
     if (std::find(cases.begin(), cases.end(), "raw") == cases.end()) cases.insert(cases.begin(), "raw");
   }
-  std::map<std::string, std::vector<double>> times, cpus, peaks;
+  std::map<std::string, std::vector<double>> times, cpus, peaks, faults;
   std::map<std::string, long> polygons;
   for (int r = 0; r < runs; ++r)
     for (const std::string& c : cases) {
@@ -168,15 +230,16 @@ int main(int argc, char** argv) {
       times[c].push_back(s.seconds);
       cpus[c].push_back(s.cpu);
       peaks[c].push_back(s.peakMb);
+      faults[c].push_back(double(s.faults));
       polygons[c] = s.polygons;
     }
   const double raw = Median(times["raw"]), rawCpu = Median(cpus["raw"]);
-  std::printf("%-14s %10s %8s %10s %8s %12s %10s\n", "case", "wall (ms)", "ratio", "cpu (ms)", "ratio", "peak (MB)",
-              "polygons");
+  std::printf("%-14s %10s %8s %10s %8s %12s %10s %10s\n", "case", "wall (ms)", "ratio", "cpu (ms)", "ratio",
+              "peak (MB)", "faults", "polygons");
   for (const std::string& c : cases)
-    std::printf("%-14s %10.1f %8.3f %10.1f %8.3f %12.1f %10ld\n", c.c_str(), Median(times[c]) * 1000.0,
+    std::printf("%-14s %10.1f %8.3f %10.1f %8.3f %12.1f %10.0f %10ld\n", c.c_str(), Median(times[c]) * 1000.0,
                 Median(times[c]) / raw, Median(cpus[c]) * 1000.0, Median(cpus[c]) / rawCpu, Median(peaks[c]),
-                polygons[c]);
+                Median(faults[c]), polygons[c]);
   std::printf("medians of %d runs each, alternating; peak: memory above the grid while the case ran\n", runs);
   if (!times.count("mesher") || !times.count("mesher+curv") || !times.count("mesher+range")) return 0;
   std::printf("mesher / raw = %.3f wall, %.3f cpu (target <= 1.05); curvature map adds %.1f%%, the value walk %.1f%%\n",

@@ -449,6 +449,8 @@ bool IsWritableMeshFile(const String& path) {
 
 const char* WritableMeshFormats() { return "OBJ, PLY, STL or glTF (.glb)"; }
 
+bool MeshFileKeepsUVs(const String& path) { return IsWritableMeshFile(path) && MeshFileExtension(path) != ".stl"; }
+
 Result<void> WriteMeshFile(const PolygonObject& op, const String& path, const MeshWriteOptions& options) {
   const std::string ext = MeshFileExtension(path);
   if (!IsWritableMeshFile(path))

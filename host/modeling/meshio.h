@@ -48,6 +48,9 @@ struct MeshWriteOptions {
 // Whether the file name ends in an extension that ReadMeshFile / WriteMeshFile takes.
 bool IsReadableMeshFile(const String& path);
 bool IsWritableMeshFile(const String& path);
+// Whether WriteMeshFile keeps a polygon object's UVs in a file of this name
+// (all but STL).
+bool MeshFileKeepsUVs(const String& path);
 // The extensions that WriteMeshFile takes, for messages: "OBJ, PLY, STL or glTF (.glb)".
 const char* WritableMeshFormats();
 

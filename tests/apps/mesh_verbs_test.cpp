@@ -302,6 +302,17 @@ TEST(Vol2Mesh, MeshesWhereTheGridIsLikeVdbTool) {
   EXPECT_EQ(same["f"][0], same["f"][1]);
   EXPECT_LT(same["d"].get<double>(), 1e-5);
 
+  // The OBJ keeps the mesh's UVs, one per corner; an STL, which has no place
+  // for them, gets the same faces from a mesh made without them.
+  std::ifstream obj(dir + "/s.obj");
+  size_t uvLines = 0;
+  for (std::string line; std::getline(obj, line);) uvLines += line.rfind("vt ", 0) == 0;
+  EXPECT_GE(uvLines, m["faces"].get<size_t>());
+  ASSERT_EQ(Zvol({"vol2mesh", s, "-o", dir + "/s.stl"}).status, 0);
+  const json stl = Measure(dir + "/s.stl");
+  EXPECT_NEAR(stl["volume"].get<double>(), m["volume"].get<double>(), 1e-5);
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(stl["lo"][i].get<double>(), m["lo"][i].get<double>(), 1e-6);
+
   // Iso value, adaptivity and the grid chosen by name or index.
   ASSERT_EQ(Zvol({"vol2mesh", s, "--iso", "0.1", "--grid", "sphere", "-o", dir + "/i.obj"}).status, 0);
   EXPECT_NEAR(Measure(dir + "/i.obj")["hi"][2].get<double>(), 3.1, 0.01);

@@ -122,6 +122,46 @@ TEST(VolumeToMesh, SphereBecomesClosedMeshWithOutwardWindingAndUVs) {
   }
 }
 
+// Every corner's UV is the spherical projection of its point about the centre
+// of the points' box, to single precision, also far from the origin.
+TEST(VolumeToMesh, UVsAreTheSphericalProjectionAboutTheBoxCentre) {
+  for (const Vector& at : {Vector(0.5, -1.0, 2.0), Vector(1000.0, -2000.0, 500.0)}) {
+    auto op = Mesh(Sphere(1.0, 0.05, at));
+    ASSERT_TRUE(op);
+    const Vector* p = op->GetPointR();
+    Vector lo(1e300), hi(-1e300);
+    for (int i = 0; i < op->GetPointCount(); ++i)
+      for (int k = 0; k < 3; ++k) {
+        lo[k] = std::min(lo[k], p[i][k]);
+        hi[k] = std::max(hi[k], p[i][k]);
+      }
+    const Vector centre = (lo + hi) * 0.5;
+    int poles = 0;
+    for (int i = 0; i < op->GetPolygonCount(); ++i) {
+      const CPolygon& poly = op->GetPolygonR()[i];
+      const zta::UVWStruct uv = UVs(*op)->Get(i);
+      const Vector corners[4] = {uv.a, uv.b, uv.c, uv.d};
+      for (int k = 0; k < 4; ++k) {
+        const Vector v = p[poly[k]] - centre;
+        const double r = std::hypot(v.x, v.z);
+        if (r < 1e-6) {
+          ++poles;
+          EXPECT_EQ(corners[k].x, 1e10);
+          continue;
+        }
+        double u = std::acos(std::clamp(v.x / r, -1.0, 1.0)) / (2.0 * std::numbers::pi);
+        if (v.z < 0.0) u = 1.0 - u;
+        const double w = 0.5 - std::atan(v.y / r) / std::numbers::pi;
+        // u wraps at the seam: 0 and 1 are the same place.
+        EXPECT_NEAR(std::remainder(corners[k].x - u, 1.0), 0.0, 1e-6) << i << " " << k;
+        EXPECT_NEAR(corners[k].y, w, 1e-6) << i << " " << k;
+        EXPECT_EQ(corners[k].z, 0.0);
+      }
+    }
+    EXPECT_EQ(poles, 0);  // no vertex of this sphere lies on the vertical axis
+  }
+}
+
 TEST(VolumeToMesh, RotatedGridGivesRotatedObjectAtUnitScale) {
   Volume sphere = Sphere(1.0, 0.1);
   Matrix t = zta::MatrixRotY(0.6) * zta::MatrixScale({0.1, 0.1, 0.1});
@@ -217,8 +257,13 @@ TEST(VolumeToMesh, ReleasingVariantGivesTheSameMeshAndLetsTheGridGo) {
     ASSERT_TRUE(want);
     const std::weak_ptr<openvdb::GridBase> grid = zelmar::VolumeImpl::GetGrid(sphere);
 
-    // Another holder of the volume keeps the grid.
+    // Another holder of the volume keeps the grid. Without UVs the mesh is
+    // the same but for its UVW tag.
     Volume keeper = sphere;
+    Volume third = sphere;
+    auto bare = zelmar::VolumeToMeshReleasing(std::move(third), 0.0, adaptivity, /*withUVs=*/false);
+    ASSERT_TRUE(bare.IsOk() && bare.GetValue());
+    EXPECT_EQ(UVs(*bare.GetValue()), nullptr);
     auto kept = zelmar::VolumeToMeshReleasing(std::move(sphere), 0.0, adaptivity);
     ASSERT_TRUE(kept.IsOk());
     EXPECT_FALSE(sphere.IsInitialized());
@@ -229,13 +274,14 @@ TEST(VolumeToMesh, ReleasingVariantGivesTheSameMeshAndLetsTheGridGo) {
     auto got = zelmar::VolumeToMeshReleasing(std::move(keeper), 0.0, adaptivity);
     ASSERT_TRUE(got.IsOk());
     EXPECT_TRUE(grid.expired());
-    for (const auto* op : {kept.GetValue().get(), got.GetValue().get()}) {
+    for (const auto* op : {kept.GetValue().get(), got.GetValue().get(), bare.GetValue().get()}) {
       ASSERT_TRUE(op);
       ASSERT_EQ(op->GetPointCount(), want->GetPointCount());
       ASSERT_EQ(op->GetPolygonCount(), want->GetPolygonCount());
       EXPECT_EQ(op->GetMg(), want->GetMg());
       EXPECT_TRUE(std::equal(op->GetPointR(), op->GetPointR() + op->GetPointCount(), want->GetPointR()));
       EXPECT_TRUE(std::equal(op->GetPolygonR(), op->GetPolygonR() + op->GetPolygonCount(), want->GetPolygonR()));
+      if (op == bare.GetValue().get()) continue;
       for (int i = 0; i < op->GetPolygonCount(); ++i) ASSERT_EQ(UVs(*op)->Get(i), UVs(*want)->Get(i)) << i;
     }
   }

@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "host/core/format.h"
+#include "host/modeling/meshio.h"
 #include "host/objects/polygonobject.h"
 #include "memorylimit.h"
 #include "meshio.h"
@@ -58,7 +59,9 @@ std::string Remesh(const Options& o, const zvol::Context& ctx) {
   {
     zvol::Step step(ctx, "volume to mesh");
     // The grid goes as soon as it is meshed, before the mesh is built.
-    mesh = zvol::Take(zelmar::VolumeToMeshReleasing(std::move(volume), 0.0, o.adaptivity));
+    // An STL file keeps no UVs: none are made for it.
+    mesh = zvol::Take(zelmar::VolumeToMeshReleasing(std::move(volume), 0.0, o.adaptivity,
+                                                     zta::MeshFileKeepsUVs(o.output)));
   }
   ctx.CheckInterrupted();
   if (!mesh || mesh->GetPolygonCount() == 0)

@@ -9,7 +9,6 @@
 #endif
 #include <functional>
 #include <limits>
-#include <numbers>
 #include <vector>
 
 #include "host/core/format.h"
@@ -17,6 +16,7 @@
 #include "host/objects/uvwtag.h"
 #include "host/ui/parallel.h"
 #include "modules/volumes/source/helper/gridtypes.h"
+#include "modules/volumes/source/helper/sphericaluv.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/releasing.h"
 #include "zelmar/volumetools.h"
@@ -71,20 +71,6 @@ Box CubeAround(Box box) {
   return box;
 }
 
-// The UVW tag keeps single precision, so the angles are taken in it too:
-// half the cost of the trigonometry, the same stored values within an ulp.
-zta::Vector32 SphericalUV(const Vector& p, const Vector& centre) {
-  const Vector v = p - centre;
-  const double r = std::sqrt(v.x * v.x + v.z * v.z);
-  if (r < 1e-6) return {1e10f, v.y > 0.0 ? 0.0f : 1.0f, 0.0f};  // u marks the pole
-  const double a = v.x / r;
-  const float angle = a >= 1.0 ? 0.0f : (a <= -1.0 ? std::numbers::pi_v<float> : std::acos(float(a)));
-  float u = angle / (2.0f * std::numbers::pi_v<float>);
-  if (v.z < 0.0) u = 1.0f - u;
-  if (u < 0.0f) u += 1.0f;
-  return {u, -(std::atan(float(v.y / r)) / std::numbers::pi_v<float> - 0.5f), 0.0f};
-}
-
 // Whether p3 lies in the triangle (p0, p1, p2), with a generous margin.
 bool Inside(const Vector& p0, const Vector& p1, const Vector& p2, const Vector& p3) {
   const Vector e0 = p2 - p0, e1 = p1 - p0, e2 = p3 - p0;
@@ -106,7 +92,8 @@ bool FoldsOnDiagonal(const Vector* p, const openvdb::Vec4I& q) {
 // soon as it is copied, so that the float points and the polygon pools are
 // never held beside all of the object.
 Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::VolumeToMesh& mesher,
-                                                              const Matrix& pointMatrix, bool adaptive) {
+                                                              const Matrix& pointMatrix, bool adaptive,
+                                                              bool withUVs) {
   openvdb::tools::PolygonPoolList& pools = mesher.polygonPoolList();
   const size_t poolCount = mesher.polygonPoolListSize();
   // Where each pool's polygons start; the last entry is the count.
@@ -120,7 +107,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
     object = zta::PolygonObject::Alloc(Int32(pointCount), Int32(polygonCount));
   if (!object) return zta::OutOfMemoryError("could not create polygon object");
 
-  // Points and their box in one pass.
+  // Points and, for the UVs, their box in one pass.
   Vector* points = object->GetPointW();
   openvdb::Vec3s* source = mesher.pointList().get();
   tbb::combinable<Box> boxes;
@@ -129,15 +116,19 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
     for (Int64 i = b; i < e; ++i) {
       const openvdb::Vec3s& p = source[size_t(i)];
       points[i] = pointMatrix.TransformPoint(Vector(double(p[0]), double(p[1]), double(p[2])));
-      box.Add(points[i]);
+      if (withUVs) box.Add(points[i]);
     }
   });
   Box bounds;  // "no points passed to calculation": an empty box
   if (pointCount > 0) boxes.combine_each([&](const Box& b) { bounds.Add(b); });
 
-  std::unique_ptr<zta::UVWTag> uvw = zta::UVWTag::Alloc(Int32(polygonCount));
-  if (!uvw) return zta::OutOfMemoryError("could not create uv tag");
-  zta::UVWStruct32* uvs = uvw->GetDataAddressW();
+  std::unique_ptr<zta::UVWTag> uvw;
+  zta::UVWStruct32* uvs = nullptr;
+  if (withUVs) {
+    uvw = zta::UVWTag::Alloc(Int32(polygonCount));
+    if (!uvw) return zta::OutOfMemoryError("could not create uv tag");
+    uvs = uvw->GetDataAddressW();
+  }
   const Box cube = CubeAround(bounds);
   const Vector centre = (cube.min + cube.max) * 0.5;
   // A corner's UV depends on its point alone: each point's is computed once
@@ -145,12 +136,10 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   // the place of the mesher's float points, which are copied by now: no
   // array to allocate, clear and fault in.
   openvdb::Vec3s* pointUVs = source;
-  ForRange(Int64(pointCount), kSerialPointCount, [&](Int64 b, Int64 e) {
-    for (Int64 i = b; i < e; ++i) {
-      const zta::Vector32 uv = SphericalUV(points[i], centre);
-      pointUVs[i] = openvdb::Vec3s(uv.x, uv.y, uv.z);
-    }
-  });
+  static_assert(sizeof(openvdb::Vec3s) == 3 * sizeof(float));
+  if (withUVs)
+    ForRange(Int64(pointCount), kSerialPointCount,
+             [&](Int64 b, Int64 e) { SphericalUVs(points, pointUVs->asPointer(), b, e, centre); });
   auto uvOf = [&](Int32 point) {
     const openvdb::Vec3s& uv = pointUVs[size_t(point)];
     return zta::Vector32(uv[0], uv[1], uv[2]);
@@ -162,7 +151,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   CPolygon* polygons = object->GetPolygonW();
   auto put = [&](size_t at, const CPolygon& p) {
     polygons[at] = p;
-    uvs[at] = {uvOf(p.a), uvOf(p.b), uvOf(p.c), uvOf(p.d)};
+    if (uvs) uvs[at] = {uvOf(p.a), uvOf(p.b), uvOf(p.c), uvOf(p.d)};
   };
   tbb::parallel_for(tbb::blocked_range<size_t>(0, poolCount), [&](const tbb::blocked_range<size_t>& r) {
     for (size_t n = r.begin(); n != r.end(); ++n) {
@@ -187,14 +176,14 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   mesher.pointList().reset();
   object->Message(kMsgUpdate);
   object->SetDirty(zta::DIRTYFLAGS_DATA);
-  object->InsertTag(uvw.release());
+  if (uvw) object->InsertTag(uvw.release());
   return object;
 }
 
 // `release`, when given, is the caller's volume, emptied as soon as the
 // mesher has read the grid.
 Result<std::unique_ptr<zta::PolygonObject>> Mesh(const Volume& volume, double iso, double adaptiveValue,
-                                                 Volume* release) {
+                                                 Volume* release, bool withUVs) {
   if (!volume.IsInitialized()) return zta::IllegalStateError("volume is not initialized");
   openvdb::GridBase::Ptr base = VolumeImpl::GetGrid(volume);
   if (!base) return zta::IllegalStateError("volume has no grid attached");
@@ -209,13 +198,15 @@ Result<std::unique_ptr<zta::PolygonObject>> Mesh(const Volume& volume, double is
       const openvdb::FloatGrid::Ptr grid = openvdb::gridPtrCast<openvdb::FloatGrid>(base);
       mesher(*grid);
     }
+    const std::weak_ptr<openvdb::GridBase> held = base;
     base.reset();
     if (release) {
       *release = Volume();
 #ifdef __GLIBC__
       // The grid's and the mesher's nodes were many small blocks; hand their
-      // pages back before the object's large arrays come.
-      malloc_trim(0);
+      // pages back before the object's large arrays come. A grid that others
+      // share stays, and then there is little to hand back.
+      if (held.expired()) malloc_trim(0);
 #endif
     }
 
@@ -224,7 +215,7 @@ Result<std::unique_ptr<zta::PolygonObject>> Mesh(const Volume& volume, double is
     const Matrix unit = m * zta::MatrixScale({1.0 / lengths.x, 1.0 / lengths.y, 1.0 / lengths.z});
     const Matrix toObject = unit.Det() == 0.0 ? Matrix() : unit.GetInverse();
 
-    auto object = BuildPolygonObject(mesher, toObject, adaptiveValue > 0.0);
+    auto object = BuildPolygonObject(mesher, toObject, adaptiveValue > 0.0, withUVs);
     if (!object) return object.GetError();
     object.GetValue()->SetMg(unit);
     return object;
@@ -239,12 +230,13 @@ Result<std::unique_ptr<zta::PolygonObject>> Mesh(const Volume& volume, double is
 
 Result<std::unique_ptr<zta::PolygonObject>> VolumeToolsInterface::VolumeToMesh(const Volume& volume, double iso,
                                                                                double adaptiveValue) {
-  return Mesh(volume, iso, adaptiveValue, nullptr);
+  return Mesh(volume, iso, adaptiveValue, nullptr, /*withUVs=*/true);
 }
 
-Result<std::unique_ptr<zta::PolygonObject>> VolumeToMeshReleasing(Volume&& volume, double iso, double adaptiveValue) {
+Result<std::unique_ptr<zta::PolygonObject>> VolumeToMeshReleasing(Volume&& volume, double iso, double adaptiveValue,
+                                                                  bool withUVs) {
   Volume own = std::move(volume);
-  return Mesh(own, iso, adaptiveValue, &own);
+  return Mesh(own, iso, adaptiveValue, &own, withUVs);
 }
 
 }  // namespace zelmar
