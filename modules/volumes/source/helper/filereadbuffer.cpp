@@ -39,11 +39,14 @@ FileReadBuffer::int_type FileReadBuffer::underflow() {
 
 std::streamsize FileReadBuffer::xsgetn(char* s, std::streamsize count) {
   std::streamsize done = 0;
+  auto takeHeld = [&] {
+    const std::streamsize part = std::min<std::streamsize>(count - done, egptr() - gptr());
+    std::memcpy(s + done, gptr(), size_t(part));
+    gbump(int(part));
+    done += part;
+  };
   // What the block holds first; a read larger than a block then goes straight to the caller.
-  const std::streamsize held = std::min<std::streamsize>(count, egptr() - gptr());
-  std::memcpy(s, gptr(), size_t(held));
-  gbump(int(held));
-  done += held;
+  takeHeld();
   if (done < count && count - done >= std::streamsize(block_.size())) {
     blockStart_ += off_t(gptr() - eback());
     const size_t n = ReadAt(s + done, size_t(count - done), blockStart_);
@@ -51,12 +54,7 @@ std::streamsize FileReadBuffer::xsgetn(char* s, std::streamsize count) {
     setg(block_.data(), block_.data(), block_.data());
     return done + std::streamsize(n);
   }
-  while (done < count && underflow() != traits_type::eof()) {
-    const std::streamsize part = std::min<std::streamsize>(count - done, egptr() - gptr());
-    std::memcpy(s + done, gptr(), size_t(part));
-    gbump(int(part));
-    done += part;
-  }
+  while (done < count && underflow() != traits_type::eof()) takeHeld();
   return done;
 }
 
