@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -233,7 +234,18 @@ std::vector<zelmar::Volume> LoadVolumes(const Context& ctx, const std::vector<st
   Step step(ctx, "read");
   std::vector<zelmar::Volume> volumes(paths.size());
   // OpenVDB reads and decompresses a file on one thread: files go side by side.
-  tbb::parallel_for(size_t(0), paths.size(), [&](size_t i) { volumes[i] = LoadVolume(paths[i], {}, frame); });
+  // A failure is held until every read has ended: thrown out of the loop, it
+  // would cancel the reads still running half-way, inside the library.
+  std::vector<std::exception_ptr> failures(paths.size());
+  tbb::parallel_for(size_t(0), paths.size(), [&](size_t i) {
+    try {
+      volumes[i] = LoadVolume(paths[i], {}, frame);
+    } catch (...) {
+      failures[i] = std::current_exception();
+    }
+  });
+  for (const std::exception_ptr& failure : failures)
+    if (failure) std::rethrow_exception(failure);
   return volumes;
 }
 

@@ -153,6 +153,32 @@ void CheckFaces(const aiMesh& mesh, const std::string& where) {
 // for them before it reads a single element: a small file declaring 10^9
 // faces would take tens of gigabytes first. Every element needs some bytes of
 // the file, so a count that the file is too short to hold is refused here.
+// Assimp 5.2's OFF reader skips a face whose point count is 0 (or not a
+// number) but loses its place in the face list doing so: the mesh then holds
+// no faces, or faces it never filled, and reading one such file crashed. The
+// lines follow Assimp's reading: one element a line and blank lines skipped;
+// below the counts a comment is an element too (a face of no points).
+void CheckOffFaces(std::istream& in, const std::string& path, uint64_t points, uint64_t faces) {
+  std::string line;
+  auto nextElement = [&]() {
+    while (std::getline(in, line)) {
+      if (line.find_first_not_of(" \t\r") != std::string::npos) return true;
+    }
+    return false;
+  };
+  for (uint64_t i = 0; i < points; ++i)
+    if (!nextElement()) return;  // the importer says the file is short
+  for (uint64_t f = 0; f < faces; ++f) {
+    if (!nextElement()) return;
+    const char* at = line.c_str();
+    while (*at == ' ' || *at == '\t') ++at;
+    uint64_t count = 0;
+    for (; *at >= '0' && *at <= '9' && count < 10; ++at) count = count * 10 + uint64_t(*at - '0');
+    if (count == 0)
+      throw Failure(FormatString("@: polygon @ of the OFF file has no points: @", path, f, line.substr(0, 40)));
+  }
+}
+
 void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
   if (ext != ".ply" && ext != ".off") return;
   std::error_code ec;
@@ -179,6 +205,7 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     // "0 0 0\n" for a point, "0\n" for a face at the least.
     if (points * 6.0 + faces * 2.0 > double(room)) refuse(points * 6.0 > double(room) ? points : faces,
                                                           points * 6.0 > double(room) ? "points" : "faces", room);
+    CheckOffFaces(in, path, uint64_t(points), uint64_t(faces));
     return;
   }
   bool ascii = true;

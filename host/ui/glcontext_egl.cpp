@@ -45,6 +45,20 @@ EGLDisplay OpenDisplay() {
   return eglGetDisplay(EGL_DEFAULT_DISPLAY);
 }
 
+// One display for the life of the process, never terminated: terminating it
+// unloads Mesa's driver (and LLVM with it), which the next picture would load
+// again, and a terminate while another thread draws would pull the display
+// from under that thread's context.
+EGLDisplay SharedDisplay() {
+  static const EGLDisplay display = [] {
+    EGLDisplay d = OpenDisplay();
+    EGLint major = 0, minor = 0;
+    if (d == EGL_NO_DISPLAY || !eglInitialize(d, &major, &minor)) return EGL_NO_DISPLAY;
+    return d;
+  }();
+  return display;
+}
+
 }  // namespace
 
 Result<std::unique_ptr<OffscreenContext>> OffscreenContext::Create(Int32 width, Int32 height) {
@@ -53,9 +67,8 @@ Result<std::unique_ptr<OffscreenContext>> OffscreenContext::Create(Int32 width, 
   std::unique_ptr<OffscreenContext> ctx(new OffscreenContext());
   ctx->state_ = std::make_unique<State>();
   State& s = *ctx->state_;
-  s.display = OpenDisplay();
-  EGLint major = 0, minor = 0;
-  if (s.display == EGL_NO_DISPLAY || !eglInitialize(s.display, &major, &minor))
+  s.display = SharedDisplay();
+  if (s.display == EGL_NO_DISPLAY)
     return IllegalStateError("no OpenGL driver: EGL found no display to draw on");
   if (!eglBindAPI(EGL_OPENGL_API)) return IllegalStateError("no OpenGL driver: EGL offers no desktop OpenGL");
   const EGLint configAttribs[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_SURFACE_TYPE, EGL_DONT_CARE, EGL_NONE};
@@ -98,7 +111,6 @@ OffscreenContext::~OffscreenContext() {
     eglMakeCurrent(s.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     eglDestroyContext(s.display, s.context);
   }
-  if (s.display != EGL_NO_DISPLAY) eglTerminate(s.display);
 }
 
 }  // namespace zta

@@ -114,3 +114,23 @@ TEST(ReaderRegressions, ColladaArraysThatDoNotHoldTheirCountOrAccessorsThatReadP
   ExpectOneLineError(Write(dir, "other.xml", "<mesh><float_array count=\"0\">1 2</float_array></mesh>"),
                      "No suitable reader found");
 }
+
+TEST(ReaderRegressions, OffFacesWithoutPointsAreRefusedBeforeTheImporterLosesItsPlace) {
+  const std::string dir = zvtest::TempDir();
+  // Two faces of no points and a last line without its end crashed the importer.
+  ExpectOneLineError(Write(dir, "crash.off", "OFF3 2 0\n0 0 0\n1 0 0\n1 1 0\n0 \nn\nv"),
+                     "polygon 0 of the OFF file has no points");
+  // One bad face among good ones left the mesh with no polygons at all.
+  ExpectOneLineError(Write(dir, "late.off", "OFF\n3 3 0\n0 0 0\n1 0 0\n1 1 0\n3 0 1 2\n# c\n\n0\n3 0 2 1\n"),
+                     "polygon 1 of the OFF file has no points");
+
+  // Among the elements a comment is read as a face of no points, and dropped with the face it stood for.
+  ExpectOneLineError(Write(dir, "comment.off", "OFF\n3 2 0\n0 0 0\n1 0 0\n1 1 0\n# faces\n3 0 1 2\n3 0 2 1\n"),
+                     "polygon 0 of the OFF file has no points: # faces");
+
+  // Comments above the counts, blank lines between the elements and a count with a leading zero still read.
+  auto off = zta::ReadMeshFile(
+      Write(dir, "good.off", "OFF\n# c\n3 2 0\n0 0 0\n\n1 0 0\n1 1 0\n\n3 0 1 2\n 03 0 2 1\n"), nullptr);
+  ASSERT_TRUE(off) << off.GetError().GetMessage();
+  EXPECT_EQ(off.GetValue()->GetPolygonCount(), 2);
+}

@@ -10,6 +10,7 @@ namespace zelmar {
 
 namespace {
 
+constexpr const char* kFilterFailed = "An exception was thrown while filtering a sdf volume";
 using SdfFilter = openvdb::tools::LevelSetFilter<openvdb::FloatGrid, openvdb::FloatGrid, ThreadInterrupter>;
 
 openvdb::math::BiasedGradientScheme SpatialScheme(FILTERACCURACY accuracy) {
@@ -89,6 +90,11 @@ Result<Volume> VolumeToolsInterface::ApplySDFFilterToVolume(const Volume& volume
   // for billions of passes, or erode past the surface.
   if (settings.filterType == SDFFILTERTYPE::RESIZE && settings.halfWidth < 0)
     return zta::IllegalArgumentError("the half width of a resized band must not be negative");
+  // The library's own refusal of these two (thrown from its tracker's
+  // constructor) loses the leaf manager it has just made: refuse them first,
+  // with the words its exception would have brought.
+  if (grid->getGridClass() != openvdb::GRID_LEVEL_SET || !grid->hasUniformVoxels())
+    return zta::UnexpectedError(kFilterFailed);
 
   openvdb::FloatGrid::Ptr copy;
   try {
@@ -111,7 +117,7 @@ Result<Volume> VolumeToolsInterface::ApplySDFFilterToVolume(const Volume& volume
   } catch (const std::bad_alloc&) {
     return zta::OutOfMemoryError();
   } catch (...) {
-    return zta::UnexpectedError("An exception was thrown while filtering a sdf volume");
+    return zta::UnexpectedError(kFilterFailed);
   }
   if (thread && thread->TestBreak()) return volume;
   return MakeVolume(copy);
