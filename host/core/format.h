@@ -29,4 +29,24 @@ std::string FormatString(std::string_view pattern, const Args&... args) {
   return out.str();
 }
 
+// The text with line breaks and other control characters written as
+// escapes, so that an error quoting a file's names or bytes stays one line.
+inline std::string OneLine(std::string_view text) {
+  std::string out;
+  out.reserve(text.size());
+  for (const char c : text) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '\n') out += "\\n";
+    else if (c == '\t') out += "\\t";
+    else if (c == '\r') out += "\\r";
+    else if (u < 0x20 || u == 0x7f) {
+      const char* hex = "0123456789abcdef";
+      out += "\\x";
+      out += hex[u >> 4];
+      out += hex[u & 15];
+    } else out += c;
+  }
+  return out;
+}
+
 }  // namespace zta

@@ -507,7 +507,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     // No post-processing: quads stay quads, and points are taken as the file has them.
     const aiScene* scene = importer.ReadFile(path, 0);
     if (thread && thread->TestBreak()) return IllegalStateError("interrupted");
-    if (!scene) return IoError("could not read " + path + ": " + importer.GetErrorString());
+    if (!scene) return IoError(OneLine("could not read " + path + ": " + importer.GetErrorString()));
 
     MeshFileInfo info;
     const aiMatrix4x4 frame = StatedFrame(*scene, MeshFileExtension(path), options, info);
@@ -573,12 +573,12 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     if (infoOut) *infoOut = info;
     return op;
   } catch (const Failure& f) {
-    return IllegalArgumentError(f.what());
+    return IllegalArgumentError(OneLine(f.what()));
   } catch (const std::bad_alloc&) {
     return OutOfMemoryError("out of memory reading " + path);
   } catch (const std::exception& e) {
     // An importer's own failure that got past it (a length error, ...).
-    return IoError("could not read " + path + ": " + e.what());
+    return IoError(OneLine("could not read " + path + ": " + e.what()));
   }
 }
 

@@ -1353,24 +1353,6 @@ class SceneJsonReader : public SceneJsonReadContext {
 
 namespace {
 
-// One line, whatever the keys and names it quotes hold.
-String OneLine(const String& text) {
-  String out;
-  for (const char c : text) {
-    if (c == '\n') out += "\\n";
-    else if (c == '\t') out += "\\t";
-    else if (c == '\r') out += "\\r";
-    else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-      const char* hex = "0123456789abcdef";
-      out += "\\x";
-      out += hex[(c >> 4) & 15];
-      out += hex[c & 15];
-    }
-    else out += c;
-  }
-  return out;
-}
-
 String Located(const SceneJsonError& e) { return OneLine(e.path.empty() ? e.what : e.path + ": " + e.what); }
 
 // The text of a parse error without the library's prefix.

@@ -12,6 +12,7 @@
 
 #include "host/core/url.h"
 #include "tests/fuzz/fuzzfile.h"
+#include "tests/fuzz/throwing_new.h"
 #include "zelmar/memorylimit.h"
 #include "zelmar/volumetools.h"
 

@@ -102,6 +102,9 @@ TEST(ReaderRegressions, ColladaArraysThatDoNotHoldTheirCountOrAccessorsThatReadP
   ExpectOneLineError(Write(dir, "stride.dae", collada(array(" count=\"9\"", numbers),
                                                       "<accessor source=\"#pa\" count=\"3\" stride=\"-3\">")),
                      "a Collada accessor states no source, count, stride or offset");
+  // A name holding a line break is quoted with the break escaped: the error stays one line.
+  ExpectOneLineError(Write(dir, "break.dae", "<COLLADA><float_array id=\"p\n1\" count=\"0\">1 2</float_array></COLLADA>"),
+                     "the Collada float_array \"p\\n1\" states count=\"0\"");
   // The same file as it should be reads, here under another name than .dae.
   const std::string good = collada(array(" count=\"9\"", "\n  " + numbers + "\n"), reader);
   for (const char* name : {"good.dae", "good.xml"}) {

@@ -137,7 +137,7 @@ Result<std::unique_ptr<zta::PolygonObject>> BuildPolygonObject(openvdb::tools::V
   // array to allocate, clear and fault in.
   openvdb::Vec3s* pointUVs = source;
   static_assert(sizeof(openvdb::Vec3s) == 3 * sizeof(float));
-  if (withUVs)
+  if (withUVs && pointCount > 0)  // no points: the mesher holds no array at all
     ForRange(Int64(pointCount), kSerialPointCount,
              [&](Int64 b, Int64 e) { SphericalUVs(points, pointUVs->asPointer(), b, e, centre); });
   auto uvOf = [&](Int32 point) {
