@@ -163,6 +163,10 @@ bool IsWorkFloat(const std::string& name) {
          name == "interiordistance" || name == "boxmin" || name == "boxmax";
 }
 double Bounded(double v, double most) { return std::isfinite(v) ? std::clamp(v, -most, most) : v; }
+template <typename T>
+T BoundedWork(const std::string& name, T v) {
+  return IsWorkInt(name) && std::isfinite(double(v)) ? std::min(v, T(name == "iterations" ? 4 : 12)) : v;
+}
 
 void SetValue(FuzzedDataProvider& in, const Pool& pool, const zelmar::VolumeCommandSetting& s,
               COMMANDVALUETYPE type, zta::BaseContainer& bc) {
@@ -171,15 +175,15 @@ void SetValue(FuzzedDataProvider& in, const Pool& pool, const zelmar::VolumeComm
     case COMMANDVALUETYPE::BOOL: bc.SetBool(s.key, in.ConsumeBool()); break;
     case COMMANDVALUETYPE::INT32: {
       zta::Int32 v = PickInt(in);
-      if (IsWorkInt(name)) v = std::min(v, name == "iterations" ? 4 : 12);
-      bc.SetInt32(s.key, v);
+      bc.SetInt32(s.key, BoundedWork(name, v));
       break;
     }
     case COMMANDVALUETYPE::FLOAT: {
       double v = PickFloat(in);
       if (IsSizeSetting(name) && std::isfinite(v) && v > 0.0 && v < 0.1) v = 0.1;
       if (IsWorkFloat(name)) v = Bounded(v, name == "density" ? 20.0 : 2.0);
-      bc.SetFloat(s.key, v);
+      // A whole-number setting given as a float is read as its whole number: the same bound.
+      bc.SetFloat(s.key, BoundedWork(name, v));
       break;
     }
     case COMMANDVALUETYPE::VECTOR: {
@@ -237,7 +241,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         in.ConsumeIntegralInRange(0, 7) == 0 ? COMMANDVALUETYPE(in.ConsumeIntegralInRange(0, 7)) : s.type;
     SetValue(in, *g_pool, s, type, commandData.GetSettings());
   }
-  if (in.ConsumeBool()) commandData.GetSettings().SetInt32(in.ConsumeIntegralInRange(-2, 40), PickInt(in));
+  if (in.ConsumeBool()) {
+    // Any key, a command's own among them, with a whole number.
+    const zta::Int32 key = in.ConsumeIntegralInRange(-2, 40);
+    zta::Int32 v = PickInt(in);
+    for (const auto& s : info.settings)
+      if (s.key == key) v = BoundedWork(s.name, v);
+    commandData.GetSettings().SetInt32(key, v);
+  }
 
   auto run = zta::InvokeCommand(info.id, commandData, nullptr);
   // Some failures carry only their source location (a memory exception, an
