@@ -1,5 +1,10 @@
 #include "host/scene/gedata.h"
 
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <type_traits>
+
 #include "host/scene/basecontainer.h"
 #include "host/scene/baselist2d.h"
 
@@ -58,13 +63,27 @@ bool AsNumber(const V& v, double& out) {
   if (auto p = std::get_if<Float>(&v)) { out = *p; return true; }
   return false;
 }
+
+// A number read as a whole number of type I: truncated towards zero, held to
+// I's range (a float beyond it has no value in I), NaN as 0.
+template <typename I, typename N>
+I Whole(N n) {
+  if constexpr (std::is_floating_point_v<N>) {
+    if (std::isnan(n)) return 0;
+    if (n <= N(std::numeric_limits<I>::min())) return std::numeric_limits<I>::min();
+    if (n >= N(std::numeric_limits<I>::max())) return std::numeric_limits<I>::max();
+    return I(n);
+  } else {
+    return I(std::clamp<N>(n, N(std::numeric_limits<I>::min()), N(std::numeric_limits<I>::max())));
+  }
+}
 }  // namespace
 
 Int32 GeData::GetInt32(Int32 def) const {
   if (auto p = std::get_if<Int32>(&v_)) return *p;
-  if (auto p = std::get_if<Int64>(&v_)) return Int32(*p);
+  if (auto p = std::get_if<Int64>(&v_)) return Whole<Int32>(*p);
   if (auto p = std::get_if<bool>(&v_)) return *p ? 1 : 0;
-  if (auto p = std::get_if<Float>(&v_)) return Int32(*p);
+  if (auto p = std::get_if<Float>(&v_)) return Whole<Int32>(*p);
   return def;
 }
 
@@ -72,7 +91,7 @@ Int64 GeData::GetInt64(Int64 def) const {
   if (auto p = std::get_if<Int64>(&v_)) return *p;
   if (auto p = std::get_if<Int32>(&v_)) return *p;
   if (auto p = std::get_if<bool>(&v_)) return *p ? 1 : 0;
-  if (auto p = std::get_if<Float>(&v_)) return Int64(*p);
+  if (auto p = std::get_if<Float>(&v_)) return Whole<Int64>(*p);
   return def;
 }
 

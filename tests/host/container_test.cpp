@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 #include "host/fields/splinedata.h"
 #include "host/scene/basecontainer.h"
 #include "host/scene/basedocument.h"
@@ -43,6 +46,21 @@ TEST(BaseContainer, DefaultsAndTypes) {
   EXPECT_EQ(bc.GetInt32(7, -1), -1);
   EXPECT_EQ(bc.GetString(1, "none"), "none");
   EXPECT_EQ(bc.GetVector(4, Vector(9)), Vector(9));
+
+  // A number read as a whole number is truncated and held to the type's range; NaN reads as 0.
+  BaseContainer wide;
+  wide.SetFloat(1, -1.79e308);
+  wide.SetFloat(2, 3e9);
+  wide.SetFloat(3, std::nan(""));
+  wide.SetFloat(4, -2.75);
+  wide.SetInt64(5, Int64(1) << 40);
+  EXPECT_EQ(wide.GetInt32(1), std::numeric_limits<Int32>::min());
+  EXPECT_EQ(wide.GetInt64(1), std::numeric_limits<Int64>::min());
+  EXPECT_EQ(wide.GetInt32(2), std::numeric_limits<Int32>::max());
+  EXPECT_EQ(wide.GetInt64(2), Int64(3000000000));
+  EXPECT_EQ(wide.GetInt32(3, 7), 0);
+  EXPECT_EQ(wide.GetInt32(4), -2);
+  EXPECT_EQ(wide.GetInt32(5), std::numeric_limits<Int32>::max());
 
   // Replacing keeps the position; ids stay in insertion order.
   bc.SetString(1, "now a string");
