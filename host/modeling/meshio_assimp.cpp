@@ -230,8 +230,10 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     std::istringstream words(line);
     std::string word;
     words >> word;
-    // Not a PLY file by its magic, which Assimp takes as the first three bytes: the importer says so.
-    if (first && line.rfind("ply", 0) != 0) return;
+    // Not a PLY file by its magic, which Assimp takes as the first three bytes in either case: the
+    // importer says so.
+    auto lower = [](char c) { return char(std::tolower(static_cast<unsigned char>(c))); };
+    if (first && (line.size() < 3 || lower(line[0]) != 'p' || lower(line[1]) != 'l' || lower(line[2]) != 'y')) return;
     first = false;
     if (word == "end_header") {
       ended = true;
