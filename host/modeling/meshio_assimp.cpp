@@ -335,6 +335,16 @@ void CheckColladaArrays(const std::string& path, const std::string& ext) {
     if (tagEnd == npos) break;
     const std::string_view name(text.data() + at, nameEnd - at);
     const bool array = name.size() > 6 && name.ends_with("_array"), accessor = name == "accessor";
+    // Index lists: Assimp reads them number by number without stepping past anything else, so one
+    // stray character ("0 1) 2") holds it in place, appending to the list until memory runs out.
+    if (name == "p" || name == "v" || name == "vcount" || name == "h") {
+      const size_t close = text.find("</", tagEnd);
+      const std::string_view body(text.data() + tagEnd + 1, (close == npos ? text.size() : close) - tagEnd - 1);
+      const size_t bad = text[tagEnd - 1] == '/' ? npos : body.find_first_not_of("0123456789 \t\r\n");
+      if (bad != npos)
+        throw Failure(FormatString("@: a Collada <@> index list holds \"@\", which is not a whole number", path,
+                                   std::string(name), body.substr(bad, 1)));
+    }
     if (!array && !accessor) continue;
     const auto attributes = XmlAttributes(std::string_view(text.data() + nameEnd, tagEnd - nameEnd));
     const bool empty = text[tagEnd - 1] == '/';

@@ -108,6 +108,10 @@ TEST(ReaderRegressions, ColladaArraysThatDoNotHoldTheirCountOrAccessorsThatReadP
   // A name holding a line break is quoted with the break escaped: the error stays one line.
   ExpectOneLineError(Write(dir, "break.dae", "<COLLADA><float_array id=\"p\n1\" count=\"0\">1 2</float_array></COLLADA>"),
                      "the Collada float_array \"p\\n1\" states count=\"0\"");
+  // A stray character in an index list held Assimp in place, appending until memory ran out.
+  std::string stray = collada(array(" count=\"9\"", numbers), reader);
+  stray.replace(stray.find("<p>0 1 2"), 8, "<p>0 1) 2");
+  ExpectOneLineError(Write(dir, "stray.dae", stray), "a Collada <p> index list holds \")\", which is not a whole number");
   // The same file as it should be reads, here under another name than .dae.
   const std::string good = collada(array(" count=\"9\"", "\n  " + numbers + "\n"), reader);
   for (const char* name : {"good.dae", "good.xml"}) {
