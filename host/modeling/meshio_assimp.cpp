@@ -179,6 +179,19 @@ void CheckOffFaces(std::istream& in, const std::string& path, uint64_t points, u
   }
 }
 
+// Assimp reads a file whose extension no importer claims (".xml", ".txt", ...)
+// by what it holds: such a file beginning with a PLY or OFF magic is read as
+// one, and needs the same checks.
+std::string FormatByContent(const std::string& path, const std::string& ext) {
+  if (ext == ".ply" || ext == ".off") return ext;
+  char head[4] = {};
+  std::ifstream(path, std::ios::binary).read(head, 3);
+  auto lower = [](char c) { return char(std::tolower(static_cast<unsigned char>(c))); };
+  if (lower(head[0]) == 'p' && lower(head[1]) == 'l' && lower(head[2]) == 'y') return ".ply";
+  if (head[0] == 'O' && head[1] == 'F' && head[2] == 'F') return ".off";
+  return ext;
+}
+
 void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
   if (ext != ".ply" && ext != ".off") return;
   std::error_code ec;
@@ -512,7 +525,7 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     return IllegalArgumentError(FormatString("@ metres is no unit", options.unitMeters));
 
   try {
-    CheckDeclaredCounts(path, MeshFileExtension(path));
+    CheckDeclaredCounts(path, FormatByContent(path, MeshFileExtension(path)));
     CheckColladaArrays(path, MeshFileExtension(path));
     Assimp::Importer importer;
     importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it

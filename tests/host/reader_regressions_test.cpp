@@ -40,6 +40,8 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   // A PLY header whose end_header is damaged sent Assimp's reader round forever.
   ExpectOneLineError(Write(dir, "noend.ply", kPlyHead + "And_header\n" + kPlyBody), "the PLY header has no end");
   ExpectOneLineError(Write(dir, "cut.ply", kPlyHead), "the PLY header has no end");
+  // Under a name no importer claims, Assimp reads a PLY file by its content: the same check.
+  ExpectOneLineError(Write(dir, "ply.xml", kPlyHead), "the PLY header has no end");
   // Assimp takes the magic in either case, and looped on this one too.
   ExpectOneLineError(Write(dir, "case.ply", "Ply\nformat ascii 0.0\nelenvmt e\tent vertex2ty  0 0\n1 1 0 1 \" 3ply\n"),
                      "the PLY header has no end");
