@@ -179,16 +179,22 @@ void CheckOffFaces(std::istream& in, const std::string& path, uint64_t points, u
   }
 }
 
+// Assimp takes a PLY file by its first three bytes, in either case.
+bool HasPlyMagic(std::string_view head) {
+  auto lower = [](char c) { return char(std::tolower(static_cast<unsigned char>(c))); };
+  return head.size() >= 3 && lower(head[0]) == 'p' && lower(head[1]) == 'l' && lower(head[2]) == 'y';
+}
+
 // Assimp reads a file whose extension no importer claims (".xml", ".txt", ...)
 // by what it holds: such a file beginning with a PLY or OFF magic is read as
 // one, and needs the same checks.
 std::string FormatByContent(const std::string& path, const std::string& ext) {
   if (ext == ".ply" || ext == ".off") return ext;
-  char head[4] = {};
+  char head[3] = {};
   std::ifstream(path, std::ios::binary).read(head, 3);
-  auto lower = [](char c) { return char(std::tolower(static_cast<unsigned char>(c))); };
-  if (lower(head[0]) == 'p' && lower(head[1]) == 'l' && lower(head[2]) == 'y') return ".ply";
-  if (head[0] == 'O' && head[1] == 'F' && head[2] == 'F') return ".off";
+  const std::string_view start(head, 3);
+  if (HasPlyMagic(start)) return ".ply";
+  if (start == "OFF") return ".off";
   return ext;
 }
 
@@ -243,10 +249,8 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     std::istringstream words(line);
     std::string word;
     words >> word;
-    // Not a PLY file by its magic, which Assimp takes as the first three bytes in either case: the
-    // importer says so.
-    auto lower = [](char c) { return char(std::tolower(static_cast<unsigned char>(c))); };
-    if (first && (line.size() < 3 || lower(line[0]) != 'p' || lower(line[1]) != 'l' || lower(line[2]) != 'y')) return;
+    // Not a PLY file by its magic: the importer says so.
+    if (first && !HasPlyMagic(line)) return;
     first = false;
     if (word == "end_header") {
       ended = true;
