@@ -13,8 +13,10 @@
 namespace zvfuzz {
 constexpr std::size_t kLargestRequest = std::size_t(1) << 40;
 
+inline void* TryAllocate(std::size_t n) noexcept { return n <= kLargestRequest ? std::malloc(n ? n : 1) : nullptr; }
+
 inline void* Allocate(std::size_t n) {
-  void* p = n <= kLargestRequest ? std::malloc(n ? n : 1) : nullptr;
+  void* p = TryAllocate(n);
   if (!p) throw std::bad_alloc();
   return p;
 }
@@ -22,8 +24,8 @@ inline void* Allocate(std::size_t n) {
 
 void* operator new(std::size_t n) { return zvfuzz::Allocate(n); }
 void* operator new[](std::size_t n) { return zvfuzz::Allocate(n); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return n <= zvfuzz::kLargestRequest ? std::malloc(n ? n : 1) : nullptr; }
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return n <= zvfuzz::kLargestRequest ? std::malloc(n ? n : 1) : nullptr; }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return zvfuzz::TryAllocate(n); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return zvfuzz::TryAllocate(n); }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }
