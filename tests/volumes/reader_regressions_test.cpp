@@ -3,11 +3,19 @@
 // or one error line.
 #include <gtest/gtest.h>
 
+#include <openvdb/io/File.h>
+#include <openvdb/io/Stream.h>
+#include <openvdb/openvdb.h>
+
+#include <cstdint>
+#include <cstring>
 #include <fstream>
+#include <sstream>
 #include <iterator>
 #include <string>
 #include <vector>
 
+#include "support/run.h"
 #include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
 
@@ -21,6 +29,49 @@ void ExpectValueOrOneLine(const R& r, const char* how) {
   if (!r) {
     EXPECT_EQ(r.GetError().GetMessage().find('\n'), std::string::npos) << how << ": " << r.GetError().GetMessage();
   }
+}
+
+// The bytes of an entry `name` of string type, whose value is `value`, as a
+// metadata map holds it.
+std::string StringEntry(const std::string& name, const std::string& value) {
+  auto sized = [](const std::string& text) {
+    const uint32_t n = uint32_t(text.size());
+    return std::string(reinterpret_cast<const char*>(&n), 4) + text;
+  };
+  return sized(name) + sized("string") + sized(value);
+}
+
+// `bytes` with the string entry `name` turned into an entry of `type` (as long
+// as "string") that states `stated` bytes.
+std::string Restate(std::string bytes, const std::string& name, const std::string& value, const std::string& type,
+                    uint32_t stated) {
+  const std::string entry = StringEntry(name, value);
+  const size_t at = bytes.find(entry);
+  EXPECT_NE(at, std::string::npos) << name;
+  if (at == std::string::npos) return bytes;
+  const size_t typeAt = at + 4 + name.size() + 4;
+  bytes.replace(typeAt, type.size(), type);
+  std::memcpy(&bytes[typeAt + type.size()], &stated, 4);
+  return bytes;
+}
+
+// A grid with metadata of its own, written as a file (with grid offsets) and as a stream.
+std::pair<std::string, std::string> FileAndStream() {
+  openvdb::initialize();
+  auto grid = openvdb::FloatGrid::create(0.0f);
+  grid->setName("density");
+  grid->tree().setValue(openvdb::Coord(1, 2, 3), 1.0f);
+  grid->insertMeta("note", openvdb::StringMetadata("grid words"));
+  grid->insertMeta("count", openvdb::Int32Metadata(7));
+  openvdb::MetaMap meta;
+  meta.insertMeta("author", openvdb::StringMetadata("file words"));
+  const std::string path = zvtest::TempDir() + "/stated.vdb";
+  openvdb::io::File(path).write({grid}, meta);
+  std::ifstream in(path, std::ios::binary);
+  std::string file{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::ostringstream stream(std::ios::binary);
+  openvdb::io::Stream(stream).write({grid}, meta);
+  return {file, stream.str()};
 }
 
 }  // namespace
@@ -62,4 +113,77 @@ TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFil
   auto fromFile = VolumeToolsInterface::LoadVDBFile(Url::FromSystemPath(path), 1.0, nullptr, nullptr, nullptr);
   ASSERT_FALSE(fromFile);
   EXPECT_NE(fromFile.GetError().GetMessage().find("could not be loaded and an error occured"), std::string::npos);
+}
+
+TEST(VdbReaderRegressions, MetadataStatingMoreThanTheFileHoldsIsRefusedBeforeItIsRead) {
+  // A metadata entry of an unknown type that states 913 MB in a file of a few
+  // hundred bytes: OpenVDB allocated it, read what there was and copied it,
+  // nearly 2 GB for nothing. Every way in refuses it, naming the entry.
+  const auto [file, stream] = FileAndStream();
+  constexpr uint32_t kStated = 913000000;
+  const std::string dir = zvtest::TempDir();
+  // OpenVDB's table of a file's leaves for delayed loading, sized by the
+  // count it states: nine bytes a leaf.
+  std::string leaves = file;
+  const std::string delayed = "__delayedload";
+  const size_t table = leaves.find(delayed);
+  ASSERT_NE(table, std::string::npos);
+  std::memcpy(&leaves[table + delayed.size() + 4], &kStated, 4);
+  struct Case {
+    const char* name;
+    std::string bytes;
+    const char* says;
+  };
+  const Case cases[] = {
+      {"file-meta.vdb", Restate(file, "author", "file words", "blobby", kStated), "metadata \"author\" of the file"},
+      {"grid-meta.vdb", Restate(file, "note", "grid words", "blobby", kStated), "metadata \"note\" of grid \"density\""},
+      {"stream-meta.vdb", Restate(stream, "note", "grid words", "blobby", kStated),
+       "metadata \"note\" of grid \"density\""},
+      {"string-meta.vdb", Restate(stream, "author", "file words", "string", kStated), "of the file states 913000000"},
+      {"leaves.vdb", leaves, "metadata \"file_delayed_load\" of grid \"density\" states 913000000 leaves"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = dir + "/" + c.name;
+    std::ofstream(path, std::ios::binary) << c.bytes;
+    const Url url = Url::FromSystemPath(path);
+    auto loaded = VolumeToolsInterface::LoadVDBFile(url, 1.0, nullptr, nullptr, nullptr);
+    ASSERT_FALSE(loaded);
+    const std::string message = loaded.GetError().GetMessage();
+    EXPECT_NE(message.find(c.says), std::string::npos) << message;
+    EXPECT_NE(message.find("913000000"), std::string::npos) << message;
+    EXPECT_EQ(message.find('\n'), std::string::npos);
+    EXPECT_FALSE(VolumeToolsInterface::GetGridNamesFromFile(url));
+    EXPECT_FALSE(VolumeToolsInterface::GetMetaDataFromFile(url));
+    EXPECT_FALSE(FileFrameInterface::GetGridTransformsFromFile(url));
+
+    zta::MemoryStore::Put("stated", std::vector<char>(c.bytes.begin(), c.bytes.end()));
+    std::vector<Volume> volumes;
+    auto streamed = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("stated"), 1.0, volumes, nullptr);
+    zta::MemoryStore::Erase("stated");
+    ASSERT_FALSE(streamed);
+    EXPECT_NE(streamed.GetError().GetMessage().find(c.says), std::string::npos) << streamed.GetError().GetMessage();
+    EXPECT_TRUE(volumes.empty());
+  }
+}
+
+TEST(VdbReaderRegressions, StatedSizesThatOpenVdbDoesNotUseAreNoReasonToRefuse) {
+  // A value of a registered type reads its own size whatever the entry
+  // states, so a wrong statement there costs nothing and the file loads.
+  const auto [file, stream] = FileAndStream();
+  for (const std::string& bytes : {file, stream}) {
+    std::string restated = bytes;
+    const uint32_t four = 4, huge = 0xffffffffu;
+    const std::string sizeOfCount = std::string("\x05\0\0\0count\x05\0\0\0int32", 18) +
+                                    std::string(reinterpret_cast<const char*>(&four), 4);
+    const size_t at = restated.find(sizeOfCount);
+    ASSERT_NE(at, std::string::npos);
+    std::memcpy(&restated[at + 18], &huge, 4);
+    const std::string path = zvtest::TempDir() + "/restated.vdb";
+    std::ofstream(path, std::ios::binary) << restated;
+    auto loaded = VolumeToolsInterface::LoadVDBFile(Url::FromSystemPath(path), 1.0, nullptr, nullptr, nullptr);
+    ASSERT_TRUE(loaded) << loaded.GetError().GetMessage();
+    ASSERT_EQ(loaded->size(), 1u);
+    EXPECT_EQ((*loaded)[0].GetActiveVoxelCount(), 1);
+  }
 }

@@ -1,5 +1,12 @@
 #include "modules/volumes/source/helper/vdbmetadata.h"
 
+#include <openvdb/io/DelayedLoadMetadata.h>
+
+#include <cstdint>
+#include <limits>
+
+#include "host/core/format.h"
+
 namespace zelmar {
 
 namespace {
@@ -90,6 +97,169 @@ openvdb::MetaMap::Ptr DictionaryToMetaMap(const DataDictionary& dict) {
     if (auto m = ToMetadata(value)) map->insertMeta(name, *m);
   }
   return map;
+}
+
+
+namespace {
+
+// A name read from a damaged file, fit for one line of an error.
+std::string Quoted(const std::string& name) {
+  constexpr size_t kMost = 64;
+  return "\"" + zta::OneLine(name.substr(0, kMost)) + (name.size() > kMost ? "...\"" : "\"");
+}
+
+// A forward walk over a .vdb stream that knows how much is left of it.
+class StatedSizeWalk {
+ public:
+  StatedSizeWalk(std::istream& in, uint64_t end) : in_(in), end_(end) {}
+
+  template <typename T>
+  bool Read(T& value) {
+    in_.read(reinterpret_cast<char*>(&value), sizeof(T));
+    return size_t(in_.gcount()) == sizeof(T);
+  }
+  bool Skip(uint64_t bytes) { return bytes <= Left() && bool(in_.seekg(std::streamoff(bytes), std::ios::cur)); }
+  bool SeekTo(int64_t pos) { return pos >= 0 && uint64_t(pos) <= end_ && bool(in_.seekg(std::streamoff(pos))); }
+  uint64_t Left() {
+    const std::streamoff at = in_.tellg();
+    return at < 0 || uint64_t(at) > end_ ? 0 : end_ - uint64_t(at);
+  }
+
+  // A length-prefixed string as OpenVDB's readString reads it; false when the
+  // stream ends or `why` says it states too much.
+  bool String(const char* what, std::string& out, std::string& why) {
+    uint32_t size = 0;
+    if (!Read(size)) return false;
+    if (size > Left()) {
+      why = zta::FormatString("@ states @ bytes, more than the @ left in the file", what, size, Left());
+      return false;
+    }
+    out.resize(size);
+    in_.read(out.data(), size);
+    return size_t(in_.gcount()) == size;
+  }
+
+  // The leaf table of OpenVDB's delayed loading: a leaf count, then the mask
+  // (a byte a leaf) and the sizes (eight bytes a leaf), each after its stored
+  // size, 0 when stored raw. OpenVDB sizes both tables by the count first;
+  // every leaf takes more than a byte of the tree further on, so a count
+  // beyond the bytes left is refused. On return the walk stands behind it.
+  bool DelayedLoad(const std::string& name, const std::string& owner, std::string& why) {
+    uint32_t count = 0;
+    if (!Read(count)) return false;
+    if (count > Left()) {
+      why = zta::FormatString("metadata @ of @ states @ leaves, more than the @ bytes left in the file", name, owner,
+                              count, Left());
+      return false;
+    }
+    for (const size_t valueBytes : {sizeof(int8_t), sizeof(int64_t)}) {
+      uint32_t stored = 0;
+      if (!Read(stored)) return false;
+      // The largest size stands for sizes not stored.
+      if (valueBytes == sizeof(int64_t) && stored == std::numeric_limits<uint32_t>::max()) break;
+      const uint64_t bytes = stored ? stored : uint64_t(count) * valueBytes;
+      if (bytes > Left()) {
+        why = zta::FormatString("metadata @ of @ states @ bytes, more than the @ left in the file", name, owner, bytes,
+                                Left());
+        return false;
+      }
+      if (!Skip(bytes)) return false;
+    }
+    return true;
+  }
+
+  // A metadata map as MetaMap::readMeta reads it. Registered types other than
+  // strings read their own size whatever the entry states.
+  bool MetaMap(const std::string& owner, std::string& why) {
+    uint32_t count = 0;
+    if (!Read(count)) return false;
+    for (uint32_t i = 0; i < count; ++i) {
+      std::string name, type;
+      if (!String("a metadata name", name, why) || !String("a metadata type", type, why)) return false;
+      name = Quoted(name);
+      uint32_t stated = 0;
+      if (!Read(stated)) return false;
+      uint64_t reads = stated;
+      if (openvdb::Metadata::isRegisteredType(type)) {
+        const openvdb::Metadata::Ptr typed = openvdb::Metadata::createMetadata(type);
+        if (dynamic_cast<const openvdb::io::DelayedLoadMetadata*>(typed.get())) {
+          if (stated > 0 && !DelayedLoad(name, owner, why)) return false;
+          continue;
+        }
+        if (!dynamic_cast<const openvdb::StringMetadata*>(typed.get())) reads = typed->size();
+      }
+      if (reads > Left()) {
+        why = zta::FormatString("metadata @ of @ states @ bytes, more than the @ left in the file", name, owner,
+                                reads, Left());
+        return false;
+      }
+      if (!Skip(reads)) return false;
+    }
+    return true;
+  }
+
+ private:
+  std::istream& in_;
+  uint64_t end_;
+};
+
+// Empty when the walk ends without finding a size too large.
+std::string WalkStatedSizes(StatedSizeWalk& walk) {
+  std::string why;
+  int64_t magic = 0;
+  uint32_t version = 0;
+  if (!walk.Read(magic) || magic != openvdb::OPENVDB_MAGIC || !walk.Read(version)) return why;
+  uint32_t word = 0;
+  if (version < 211) {
+    // Older files state the version as major, minor and patch.
+    uint32_t minor = 0, patch = 0;
+    if (!walk.Read(minor) || !walk.Read(patch)) return why;
+    version = 100 * version + 10 * minor + patch;
+  } else if (!walk.Read(word) || !walk.Read(word)) {
+    return why;  // the library's version
+  }
+  char flag = 1;
+  if (version >= 212 && !walk.Read(flag)) return why;
+  const bool gridOffsets = flag != 0;
+  if (version >= openvdb::OPENVDB_FILE_VERSION_SELECTIVE_COMPRESSION &&
+      version < openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(1))
+    return why;
+  // The file's UUID: text from the version that brought Boost's, bytes before.
+  if (!walk.Skip(version >= openvdb::OPENVDB_FILE_VERSION_BOOST_UUID ? 36 : 16)) return why;
+  if (!walk.MetaMap("the file", why)) return why;
+
+  int32_t grids = 0;
+  if (!walk.Read(grids)) return why;
+  for (int32_t i = 0; i < grids; ++i) {
+    std::string name, type, parent;
+    if (!walk.String("a grid name", name, why) || !walk.String("a grid type", type, why)) return why;
+    if (version >= openvdb::OPENVDB_FILE_VERSION_GRID_INSTANCING && !walk.String("a grid name", parent, why))
+      return why;
+    int64_t gridPos = 0, blockPos = 0, endPos = 0;
+    if (!walk.Read(gridPos) || !walk.Read(blockPos) || !walk.Read(endPos)) return why;
+    if (gridOffsets && !walk.SeekTo(gridPos)) return why;
+    if (version >= openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(sizeof(uint32_t))) return why;
+    if (!walk.MetaMap("grid " + Quoted(name), why)) return why;
+    // Without offsets the next grid starts behind this one's tree.
+    if (!gridOffsets || !walk.SeekTo(endPos)) return why;
+  }
+  return why;
+}
+
+}  // namespace
+
+std::string StatedSizeBeyondEnd(std::istream& in) {
+  std::string why;
+  in.seekg(0, std::ios::end);
+  const std::streamoff end = in.tellg();
+  in.seekg(0);
+  if (end > 0 && in) {
+    StatedSizeWalk walk(in, uint64_t(end));
+    why = WalkStatedSizes(walk);
+  }
+  in.clear();
+  in.seekg(0);
+  return why;
 }
 
 }  // namespace zelmar

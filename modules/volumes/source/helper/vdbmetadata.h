@@ -2,6 +2,9 @@
 // File metadata between OpenVDB's MetaMap and the system's dictionaries.
 #include <openvdb/openvdb.h>
 
+#include <istream>
+#include <string>
+
 #include "zelmar/volumetools.h"
 
 namespace zelmar {
@@ -10,5 +13,14 @@ namespace zelmar {
 MetaDataArray MetaMapToArray(const openvdb::MetaMap& map);
 // Entries of types without a counterpart in files are skipped.
 openvdb::MetaMap::Ptr DictionaryToMetaMap(const DataDictionary& dict);
+
+// OpenVDB allocates what a .vdb stream states for a name or a metadata entry
+// before it reads it, so a file of a few kilobytes can ask for gigabytes.
+// This walks the stream's header, its metadata and its grids' descriptors and
+// metadata as OpenVDB will, and says which stated size is larger than what is
+// left of the stream; empty when none is. The grids after the first of a
+// stream without grid offsets lie behind trees and are not reached. Anything
+// else that is wrong is left to OpenVDB's reader. The stream is rewound.
+std::string StatedSizeBeyondEnd(std::istream& in);
 
 }  // namespace zelmar

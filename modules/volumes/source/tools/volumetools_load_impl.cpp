@@ -48,11 +48,26 @@ std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
 // once costs a file-frame load its lazy leaves, not correctness.
 constexpr bool kDelayLoad = false;
 
+void CheckStatedSizes(std::istream& in) {
+  if (const std::string why = StatedSizeBeyondEnd(in); !why.empty()) OPENVDB_THROW(openvdb::IoError, why);
+}
+
+// A file opened once what its header and metadata state has been checked
+// against its size.
+void OpenChecked(openvdb::io::File& file) {
+  FileReadBuffer buffer(file.filename(), size_t(64) << 10);
+  if (buffer.IsOpen()) {
+    std::istream in(&buffer);
+    CheckStatedSizes(in);
+  }
+  file.open(kDelayLoad);
+}
+
 // One open .vdb file and the names of its grids, read once.
 class OpenVdbFile {
  public:
   explicit OpenVdbFile(const Url& url) : path_(url.GetSystemPath()), file_(path_) {
-    file_.open(kDelayLoad);
+    OpenChecked(file_);
     descriptors_ = file_.readAllGridMetadata();
     names_ = ReadableNames(*descriptors_);
   }
@@ -140,6 +155,7 @@ Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, con
 Result<openvdb::GridPtrVecPtr> ReadStreamGrids(const Url& url) {
   auto in = url.OpenInputStream();
   if (!in) return in.GetError();
+  CheckStatedSizes(**in);
   openvdb::io::Stream stream(**in, /*delayLoad=*/false);
   return stream.getGrids();
 }
@@ -172,7 +188,7 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
 Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(kDelayLoad);
+    OpenChecked(file);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<std::string> names = ReadableNames(*grids);
@@ -190,7 +206,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
 Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(kDelayLoad);
+    OpenChecked(file);
     openvdb::MetaMap::Ptr meta = file.getMetadata();
     file.close();
     return meta ? MetaMapToArray(*meta) : MetaDataArray();
@@ -241,7 +257,7 @@ Result<Volume> FileFrameInterface::LoadGrid(const Url& filename, Int gridIndex) 
 Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const Url& filename) {
   try {
     openvdb::io::File file(filename.GetSystemPath());
-    file.open(kDelayLoad);
+    OpenChecked(file);
     const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
     file.close();
     std::vector<Matrix> transforms;
