@@ -50,12 +50,25 @@ TEST(PointsVerbs, ReadsPlyCsvAndXyzWithTheirAttributes) {
                 "no radius attribute", f("x.vdb"));
   Write(f("bad.csv"), "x,y,z,r\n0,0,zero,1\n");
   ExpectRefused(zvtest::Zvol({"points2vol", f("bad.csv"), "--voxel-size", "0.05", "-o", f("x.vdb")}),
-                "bad.csv:2: expected 4 numbers", f("x.vdb"));
+                "bad.csv: line 2: expected numbers", f("x.vdb"));
   Write(f("cut.ply"), "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
                       "end_header\n0 0 0\n1 1\n");
   ExpectRefused(zvtest::Zvol({"points2vol", f("cut.ply"), "--voxel-size", "0.05", "--radius", "1", "-o", f("x.vdb")}),
-                "cut.ply: a bad or missing number", f("x.vdb"));
+                "cut.ply: vertex 1: 2 values, the vertex has 3", f("x.vdb"));
   EXPECT_EQ(zvtest::Zvol({"points2vol", f("p.xyz"), "-o", f("x.vdb")}).status, 2);
+}
+
+TEST(PointsVerbs, XyzRowsGiveTheVoxelsOfTheSameCsv) {
+  Files f;
+  // Blank-separated with radius and velocity, comments after rows, against the same points with names.
+  Write(f("p.xyz"), "0 0 1 0.5 0 0 1  # first\n2 0 -1 0.3 1 0 0 # second\n1.5 1 0 0.2 0 1 0\n");
+  Write(f("p.csv"), "x,y,z,radius,vx,vy,vz\n0,0,1,0.5,0,0,1\n2,0,-1,0.3,1,0,0\n1.5,1,0,0.2,0,1,0\n");
+  for (const char* name : {"p.xyz", "p.csv"})
+    ExpectOk(zvtest::Zvol({"points2vol", f(name), "--voxel-size", "0.05", "--velocity-scale", "0.5", "-o",
+                           f(std::string(name) + ".vdb")}));
+  EXPECT_EQ(Py("a, b = read('" + f("p.xyz.vdb") + "'), read('" + f("p.csv.vdb") + "')\n"
+               "print(a.activeVoxelCount() == b.activeVoxelCount(), a.activeVoxelCount() > 1000, zero(a, (0, 0, 1.5)))\n"),
+            "True True True\n");
 }
 
 TEST(PointsVerbs, TrailsFollowTheVelocityWhenScaled) {

@@ -1,5 +1,5 @@
-// libFuzzer target: the point readers (CSV, XYZ-like blank-separated rows and
-// PLY in ASCII and both binary orders) on any bytes. Each input gives a table
+// libFuzzer target: the point reader (rows of CSV, XYZ, TXT or PTS, and PLY in
+// ASCII and both binary orders) on any bytes. Each input gives a table
 // or one error line, never a crash, a leak or undefined behaviour; a table has
 // one radius and velocity per point when it has any, and finite values.
 // Built and run by "./zv fuzz points [SECONDS]", not by the tests.
@@ -10,7 +10,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string_view ext, body;
-  if (!zvfuzz::SplitFormat(data, size, ext, body) || (ext != "csv" && ext != "ply")) return 0;
+  if (!zvfuzz::SplitFormat(data, size, ext, body) ||
+      (ext != "csv" && ext != "xyz" && ext != "txt" && ext != "pts" && ext != "ply"))
+    return 0;
   const std::string path = zvfuzz::WriteInput(ext, body);
   if (path.empty()) zvfuzz::Fail("could not write the input", "");
   auto table = zta::ReadPointFile(path);

@@ -3,7 +3,6 @@
 // input files and writes its outputs.
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <limits>
 #include <sstream>
 
@@ -11,6 +10,7 @@
 #include "host/fields/fieldlist.h"
 #include "host/fields/splinedata.h"
 #include "host/modeling/join.h"
+#include "host/modeling/pointsio.h"
 #include "host/objects/particles.h"
 #include "host/objects/polygonobject.h"
 #include "host/objects/splineobject.h"
@@ -65,9 +65,8 @@ bool EndsWith(const std::string& s, const char* suffix) {
   return lower.ends_with(suffix);
 }
 bool IsVdbPath(const std::string& p) { return EndsWith(p, ".vdb"); }
-bool IsPointsPath(const std::string& p) {
-  return EndsWith(p, ".csv") || EndsWith(p, ".xyz") || EndsWith(p, ".txt") || EndsWith(p, ".pts");
-}
+// A .ply is a point file to the host, but a mesh here.
+bool IsPointsPath(const std::string& p) { return zta::IsPointFile(p) && !zvol::IsReadableMeshPath(p); }
 
 double ParseNumber(const std::string& text, const std::string& what) {
   if (text == "max") return std::numeric_limits<double>::max();
@@ -85,50 +84,28 @@ std::vector<double> ParseNumbers(const std::string& text, const std::string& wha
   return out;
 }
 
-// Rows of points, "x,y,z[,radius[,vx,vy,vz]]" (or separated by blanks), in
-// the file's right-handed frame; '#' starts a comment.
-struct PointRows {
-  std::vector<zta::Vector> positions;
-  std::vector<double> radii;
-  std::vector<zta::Vector> velocities;
-};
-
-PointRows ReadPoints(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw zvol::Failure("could not open " + path);
-  PointRows rows;
-  std::string line;
-  for (int n = 1; std::getline(in, line); ++n) {
-    if (const size_t hash = line.find('#'); hash != std::string::npos) line.resize(hash);
-    for (char& c : line)
-      if (c == ' ' || c == '\t' || c == ';') c = ',';
-    std::vector<double> v;
-    std::stringstream items(line);
-    for (std::string item; std::getline(items, item, ',');)
-      if (!item.empty()) v.push_back(ParseNumber(item, path + " line " + std::to_string(n)));
-    if (v.empty()) continue;
-    if (v.size() != 3 && v.size() != 4 && v.size() != 7)
-      throw zvol::Failure(path + " line " + std::to_string(n) + ": expected x,y,z with an optional radius and velocity");
-    rows.positions.push_back(zvol::ToScene({v[0], v[1], v[2]}));
-    rows.radii.push_back(v.size() >= 4 ? v[3] : 1.0);
-    rows.velocities.push_back(v.size() == 7 ? zvol::ToScene({v[4], v[5], v[6]}) : zta::Vector());
-  }
-  if (rows.positions.empty()) throw zvol::Failure(path + " holds no points");
-  return rows;
+// The host's reader gives the points already mirrored into the scene's frame.
+zta::PointTable ReadPoints(const std::string& path) {
+  zta::PointTable table = zvol::Take(zta::ReadPointFile(path));
+  if (table.positions.empty()) throw zvol::Failure(path + " holds no points");
+  return table;
 }
 
 std::unique_ptr<zta::BaseObject> SplineFromPoints(const std::string& path) {
-  const PointRows rows = ReadPoints(path);
-  auto spline = zta::SplineObject::Alloc(zta::Int32(rows.positions.size()), zta::SPLINETYPE::LINEAR);
+  const zta::PointTable points = ReadPoints(path);
+  auto spline = zta::SplineObject::Alloc(zta::Int32(points.positions.size()), zta::SPLINETYPE::LINEAR);
   if (!spline) throw zvol::Failure("out of memory");
-  std::copy(rows.positions.begin(), rows.positions.end(), spline->GetPointW());
+  std::copy(points.positions.begin(), points.positions.end(), spline->GetPointW());
   return spline;
 }
 
 std::unique_ptr<zta::BaseObject> ParticlesFromPoints(const std::string& path) {
-  PointRows rows = ReadPoints(path);
+  zta::PointTable points = ReadPoints(path);
+  // Particles without a radius column are of size 1, without velocities still.
+  if (points.radii.empty()) points.radii.assign(points.positions.size(), 1.0);
+  if (points.velocities.empty()) points.velocities.assign(points.positions.size(), zta::Vector());
   auto group = zta::ParticleGroupObject::Alloc();
-  if (!group || !group->SetParticles(std::move(rows.positions), std::move(rows.radii), std::move(rows.velocities)))
+  if (!group || !group->SetParticles(std::move(points.positions), std::move(points.radii), std::move(points.velocities)))
     throw zvol::Failure("out of memory");
   return group;
 }
