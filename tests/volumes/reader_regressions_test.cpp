@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "modules/volumes/source/volume_impl.h"
 #include "support/run.h"
 #include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
@@ -185,5 +186,49 @@ TEST(VdbReaderRegressions, StatedSizesThatOpenVdbDoesNotUseAreNoReasonToRefuse) 
     ASSERT_TRUE(loaded) << loaded.GetError().GetMessage();
     ASSERT_EQ(loaded->size(), 1u);
     EXPECT_EQ((*loaded)[0].GetActiveVoxelCount(), 1);
+  }
+}
+
+TEST(VdbReaderRegressions, BoolBytesThatAreNeitherFalseNorTrueReadAsTrue) {
+  // OpenVDB reads a bool grid's background and tiles as raw bytes into bool;
+  // a damaged file's 190 there made every later read undefined (the mirror's
+  // was the first). They load as true, through a stream and as a file.
+  openvdb::initialize();
+  auto grid = openvdb::BoolGrid::create(false);
+  grid->setName("flags");
+  grid->tree().addTile(3, openvdb::Coord(0), true, true);  // one root tile
+  std::ostringstream out(std::ios::binary);
+  openvdb::io::Stream stream(out);
+  stream.setCompression(openvdb::io::COMPRESS_NONE);
+  stream.write({grid});
+  std::string bytes = out.str();
+  // The root: background, one tile, no children, the tile's origin, value and state.
+  std::string root("\0\1\0\0\0\0\0\0\0", 9);
+  root += std::string(12, '\0') + "\1\1";
+  const size_t at = bytes.find(root);
+  ASSERT_NE(at, std::string::npos);
+  bytes[at] = char(190);
+  bytes[at + 9 + 12] = char(190);
+  const std::string path = zvtest::TempDir() + "/flags.vdb";
+  std::ofstream(path, std::ios::binary) << bytes;
+  zta::MemoryStore::Put("flags", std::vector<char>(bytes.begin(), bytes.end()));
+  std::vector<Volume> streamed, filed;
+  ASSERT_TRUE(VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("flags"), 1.0, streamed, nullptr));
+  zta::MemoryStore::Erase("flags");
+  ASSERT_TRUE(VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::FromSystemPath(path), 1.0, filed, nullptr));
+  for (const auto* volumes : {&streamed, &filed}) {
+    ASSERT_EQ(volumes->size(), 1u);
+    auto loaded = openvdb::gridPtrCast<openvdb::BoolGrid>(VolumeImpl::GetGrid(volumes->front()));
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(loaded->background());
+    EXPECT_EQ(loaded->activeVoxelCount(), openvdb::Index64(4096) * 4096 * 4096);
+    bool sawTile = false;
+    for (auto tile = loaded->tree().cbeginValueOn(); tile; ++tile) {
+      sawTile = true;
+      unsigned char byte = 0;
+      std::memcpy(&byte, &tile.getValue(), 1);
+      EXPECT_EQ(byte, 1);
+    }
+    EXPECT_TRUE(sawTile);
   }
 }

@@ -134,10 +134,31 @@ std::string LoadFailure(const Url& url, const std::string& why) {
   return zta::FormatString("File @ could not be loaded and an error occured: @", url.ToString(), why);
 }
 
+// OpenVDB reads a bool grid's background and tiles as raw bytes into `bool`,
+// so a damaged file can leave one that is neither false nor true, and every
+// later read of it is undefined. Such a byte is taken as true, as C takes any
+// byte but 0; leaf values are bits and always sound.
+void SettleBoolBytes(openvdb::GridBase& grid) {
+  auto* bools = dynamic_cast<openvdb::BoolGrid*>(&grid);
+  if (!bools) return;
+  auto sound = [](const bool& value) {
+    unsigned char byte = 0;
+    std::memcpy(&byte, &value, 1);
+    return byte <= 1;
+  };
+  auto& tree = bools->tree();
+  if (!sound(tree.root().background())) tree.root().setBackground(true, /*updateChildNodes=*/false);
+  auto tile = tree.beginValueAll();
+  tile.setMaxDepth(openvdb::BoolTree::ValueAllIter::LEAF_DEPTH - 1);
+  for (; tile; ++tile)
+    if (!sound(tile.getValue())) tile.setValue(true);
+}
+
 // Brings a grid read from `url` into the scene's frame and units; a file read
 // in its own frame is taken as a stream is.
 Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, const Url& url, double scale,
                                          bool fileFrame) {
+  SettleBoolBytes(*grid);
   const bool fromStream = !url.IsFile() || fileFrame;
   if (fromStream && scale == 1.0) return grid;
   try {
