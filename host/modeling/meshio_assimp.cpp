@@ -198,6 +198,26 @@ std::string FormatByContent(const std::string& path, const std::string& ext) {
   return ext;
 }
 
+// The first `count` numbers of an OFF header as Assimp reads them: from
+// `text` (the rest of the keyword's line) on, across line ends and comment
+// lines, each as far as it has digits and wrapped to 32 bits as its strtoul10
+// wraps it; a word reads as 0. False when the file ends first.
+bool OffNumbers(std::istream& in, std::string text, uint32_t* numbers, int count) {
+  size_t at = 0;
+  for (int i = 0; i < count; ++i) {
+    for (;;) {
+      at = text.find_first_not_of(" \t\r", at);
+      if (at != std::string::npos && text[at] != '#') break;
+      if (!std::getline(in, text)) return false;
+      at = 0;
+    }
+    uint32_t v = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) v = v * 10u + uint32_t(text[at] - '0');
+    numbers[i] = v;
+  }
+  return true;
+}
+
 void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
   if (ext != ".ply" && ext != ".off") return;
   std::error_code ec;
@@ -213,13 +233,12 @@ void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
     std::string magic;
     if (!std::getline(in, magic) || magic.find("OFF") == std::string::npos || magic.find("BINARY") != std::string::npos)
       return;
-    // The counts stand after the keyword on its line or on the next line that is not a comment.
-    std::string counts = magic.substr(magic.find("OFF") + 3);
-    while (counts.find_first_not_of(" \t\r") == std::string::npos && std::getline(in, line))
-      if (line.empty() || line[0] != '#') counts = line;
-    std::istringstream fields(counts);
-    double points = 0, faces = 0;
-    if (!(fields >> points >> faces) || points < 0 || faces < 0) return;
+    const size_t keyword = magic.find("OFF");
+    // "nOFF" states the points' dimension before the counts.
+    const bool dimension = keyword > 0 && magic[keyword - 1] == 'n';
+    uint32_t numbers[3] = {};
+    if (!OffNumbers(in, magic.substr(keyword + 3), numbers, dimension ? 3 : 2)) return;
+    const double points = numbers[dimension ? 1 : 0], faces = numbers[dimension ? 2 : 1];
     const uintmax_t room = fileSize;
     // "0 0 0\n" for a point, "0\n" for a face at the least.
     if (points * 6.0 + faces * 2.0 > double(room)) refuse(points * 6.0 > double(room) ? points : faces,

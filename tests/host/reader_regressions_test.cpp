@@ -59,8 +59,14 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   ExpectOneLineError(Write(dir, "many.ply", "ply\nformat binary_little_endian 1.0\nelement vertex 3000000000\n"
                                            "property float x\nproperty float y\nproperty float z\nend_header\n"),
                      "declares 3000000000 points, more than the file's 0 bytes can hold");
-  ExpectOneLineError(Write(dir, "many.off", "OFF\n# c\n\n3 1e9 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
+  ExpectOneLineError(Write(dir, "many.off", "OFF\n# c\n\n3 1000000000 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
                      "declares 1000000000 faces");
+  // The counts as Assimp reads them: across lines, as far as their digits go,
+  // wrapped to 32 bits. Forty 4s right after the keyword asked for 5.7 GB.
+  ExpectOneLineError(Write(dir, "wrapped.off", "OFF" + std::string(40, '4') + "\n4 44\x1c\x1c\n3 0 1 2\n"),
+                     "declares 477218588 points");
+  ExpectOneLineError(Write(dir, "split.off", "OFF 3\n# c\n2000000000\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
+                     "declares 2000000000 faces");
 
   // The same files whole still read.
   auto ply = zta::ReadMeshFile(Write(dir, "whole.ply", kPlyHead + "end_header\n" + kPlyBody), nullptr);
