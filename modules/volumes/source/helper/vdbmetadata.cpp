@@ -125,15 +125,20 @@ class StatedSizeWalk {
     return at < 0 || uint64_t(at) > end_ ? 0 : end_ - uint64_t(at);
   }
 
+  // Whether `stated` fits in what is left; else `why` says "WHAT states N UNIT
+  // M[ LEFTUNIT] left in the file".
+  bool Fits(uint64_t stated, const std::string& what, const char* unit, std::string& why, const char* leftUnit = "") {
+    if (stated <= Left()) return true;
+    why = zta::FormatString("@ states @ @ @@ left in the file", what, stated, unit, Left(), leftUnit);
+    return false;
+  }
+
   // A length-prefixed string as OpenVDB's readString reads it; false when the
   // stream ends or `why` says it states too much.
   bool String(const char* what, std::string& out, std::string& why) {
     uint32_t size = 0;
     if (!Read(size)) return false;
-    if (size > Left()) {
-      why = zta::FormatString("@ states @ bytes, more than the @ left in the file", what, size, Left());
-      return false;
-    }
+    if (!Fits(size, what, "bytes, more than the", why)) return false;
     out.resize(size);
     in_.read(out.data(), size);
     return size_t(in_.gcount()) == size;
@@ -147,23 +152,15 @@ class StatedSizeWalk {
   bool DelayedLoad(const std::string& name, const std::string& owner, std::string& why) {
     uint32_t count = 0;
     if (!Read(count)) return false;
-    if (count > Left()) {
-      why = zta::FormatString("metadata @ of @ states @ leaves, more than the @ bytes left in the file", name, owner,
-                              count, Left());
-      return false;
-    }
+    const std::string entry = "metadata " + name + " of " + owner;
+    if (!Fits(count, entry, "leaves, more than the", why, " bytes")) return false;
     for (const size_t valueBytes : {sizeof(int8_t), sizeof(int64_t)}) {
       uint32_t stored = 0;
       if (!Read(stored)) return false;
       // The largest size stands for sizes not stored.
       if (valueBytes == sizeof(int64_t) && stored == std::numeric_limits<uint32_t>::max()) break;
       const uint64_t bytes = stored ? stored : uint64_t(count) * valueBytes;
-      if (bytes > Left()) {
-        why = zta::FormatString("metadata @ of @ states @ bytes, more than the @ left in the file", name, owner, bytes,
-                                Left());
-        return false;
-      }
-      if (!Skip(bytes)) return false;
+      if (!Fits(bytes, entry, "bytes, more than the", why) || !Skip(bytes)) return false;
     }
     return true;
   }
@@ -188,12 +185,7 @@ class StatedSizeWalk {
         }
         if (!dynamic_cast<const openvdb::StringMetadata*>(typed.get())) reads = typed->size();
       }
-      if (reads > Left()) {
-        why = zta::FormatString("metadata @ of @ states @ bytes, more than the @ left in the file", name, owner,
-                                reads, Left());
-        return false;
-      }
-      if (!Skip(reads)) return false;
+      if (!Fits(reads, "metadata " + name + " of " + owner, "bytes, more than the", why) || !Skip(reads)) return false;
     }
     return true;
   }
