@@ -1,6 +1,6 @@
-// Mesh files in through Assimp: every format it reads. The only translation
-// unit that includes Assimp, so that programs that only write meshes need not
-// link it.
+// Mesh files in through Assimp: every format it reads, but PLY, which is read
+// by our own reader (plyio). The only translation unit that includes Assimp,
+// so that programs that only write meshes need not link it.
 #include <assimp/Importer.hpp>
 #include <assimp/ProgressHandler.hpp>
 #include <assimp/scene.h>
@@ -22,6 +22,8 @@
 
 #include "host/core/format.h"
 #include "host/modeling/meshio.h"
+#include "host/modeling/plyio.h"
+#include "host/scene/scenefile.h"
 #include "host/objects/polygonobject.h"
 
 namespace zta {
@@ -218,88 +220,63 @@ bool OffNumbers(std::istream& in, std::string text, uint32_t* numbers, int count
   return true;
 }
 
-void CheckDeclaredCounts(const std::string& path, const std::string& ext) {
-  if (ext != ".ply" && ext != ".off") return;
+void CheckOffCounts(const std::string& path, const std::string& ext) {
+  if (ext != ".off") return;
   std::error_code ec;
-  const uintmax_t fileSize = std::filesystem::file_size(path, ec);
+  const uintmax_t room = std::filesystem::file_size(path, ec);
   if (ec) return;  // the importer says what is wrong with the file
   std::ifstream in(path, std::ios::binary);
-  std::string line;
-  auto refuse = [&](double count, const std::string& what, uintmax_t room) {
-    throw Failure(FormatString("@: the header declares @ @, more than the file's @ bytes can hold", path,
-                               count < 1e19 ? std::to_string(uint64_t(count)) : FormatString("@", count), what, room));
-  };
-  if (ext == ".off") {
-    std::string magic;
-    if (!std::getline(in, magic) || magic.find("OFF") == std::string::npos || magic.find("BINARY") != std::string::npos)
-      return;
-    const size_t keyword = magic.find("OFF");
-    // "nOFF" states the points' dimension before the counts.
-    const bool dimension = keyword > 0 && magic[keyword - 1] == 'n';
-    uint32_t numbers[3] = {};
-    if (!OffNumbers(in, magic.substr(keyword + 3), numbers, dimension ? 3 : 2)) return;
-    const double points = numbers[dimension ? 1 : 0], faces = numbers[dimension ? 2 : 1];
-    const uintmax_t room = fileSize;
-    // "0 0 0\n" for a point, "0\n" for a face at the least.
-    if (points * 6.0 + faces * 2.0 > double(room)) refuse(points * 6.0 > double(room) ? points : faces,
-                                                          points * 6.0 > double(room) ? "points" : "faces", room);
-    CheckOffFaces(in, path, uint64_t(points), uint64_t(faces));
+  std::string magic;
+  if (!std::getline(in, magic) || magic.find("OFF") == std::string::npos || magic.find("BINARY") != std::string::npos)
     return;
+  const size_t keyword = magic.find("OFF");
+  // "nOFF" states the points' dimension before the counts.
+  const bool dimension = keyword > 0 && magic[keyword - 1] == 'n';
+  uint32_t numbers[3] = {};
+  if (!OffNumbers(in, magic.substr(keyword + 3), numbers, dimension ? 3 : 2)) return;
+  const double points = numbers[dimension ? 1 : 0], faces = numbers[dimension ? 2 : 1];
+  // "0 0 0\n" for a point, "0\n" for a face at the least.
+  if (points * 6.0 + faces * 2.0 > double(room)) {
+    const bool byPoints = points * 6.0 > double(room);
+    throw Failure(FormatString("@: the header declares @ @, more than the file's @ bytes can hold", path,
+                               uint64_t(byPoints ? points : faces), byPoints ? "points" : "faces", room));
   }
-  bool ascii = true;
-  struct Element {
-    std::string name;
-    double count = 0;
-    double minBytes = 0;
-  };
-  std::vector<Element> elements;
-  size_t headerBytes = 0;
-  const std::map<std::string, int> sizes = {
-      {"char", 1},  {"int8", 1},  {"uchar", 1},  {"uint8", 1},   {"short", 2},   {"int16", 2},  {"ushort", 2},  {"uint16", 2},
-      {"int", 4},   {"int32", 4}, {"uint", 4},   {"uint32", 4},  {"float", 4},   {"float32", 4}, {"double", 8}, {"float64", 8}};
-  auto sizeOf = [&](const std::string& type) {
-    const auto it = sizes.find(type);
-    return it == sizes.end() ? 0 : it->second;
-  };
-  bool ended = false, first = true;
-  while (std::getline(in, line)) {
-    headerBytes += line.size() + 1;
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    std::istringstream words(line);
-    std::string word;
-    words >> word;
-    // Not a PLY file by its magic: the importer says so.
-    if (first && !HasPlyMagic(line)) return;
-    first = false;
-    if (word == "end_header") {
-      ended = true;
-      break;
-    }
-    if (word == "format") {
-      words >> word;
-      ascii = word == "ascii";
-    } else if (word == "element") {
-      Element e;
-      if (!(words >> e.name >> e.count) || !(e.count >= 0) || e.count != std::floor(e.count))
-        throw Failure(path + ": the PLY header has an element without a count: " + line.substr(0, 60));
-      elements.push_back(e);
-    } else if (word == "property" && !elements.empty()) {
-      std::string type, countType;
-      words >> type;
-      // A list needs its count at the least; a value its bytes, or a digit and a blank in text.
-      const int bytes = type == "list" ? (words >> countType, sizeOf(countType)) : sizeOf(type);
-      elements.back().minBytes += ascii ? 2.0 : double(bytes);
-    }
-    if (headerBytes > (1u << 20)) return;
+  CheckOffFaces(in, path, uint64_t(points), uint64_t(faces));
+}
+
+// ---- PLY
+
+// PLY files are read here rather than by Assimp, whose reader sizes lists
+// and elements by what the file states before it reads them (a damaged list
+// length asked for 32 GB). The result takes Assimp's form, so that both meet
+// one path below. Null when `thread` was stopped.
+std::unique_ptr<aiMesh> ReadPlyMesh(const std::string& path, const ThreadRef& thread) {
+  auto bytes = ReadWholeFile(path);
+  if (!bytes) throw Failure(bytes.GetError().GetMessage());
+  auto read = ply::ReadMesh(path, bytes.GetValue(), [&] { return thread && thread->TestBreak(); });
+  if (!read) {
+    if (thread && thread->TestBreak()) return nullptr;
+    throw Failure(read.GetError().GetMessage());
   }
-  // Assimp's reader looks for the header's end without an end of its own.
-  if (!ended) throw Failure(path + ": the PLY header has no end (end_header)");
-  const uintmax_t room = fileSize > headerBytes ? fileSize - headerBytes : 0;
-  double need = 0.0;
-  for (const Element& e : elements) {
-    need += e.count * std::max(e.minBytes, ascii ? 1.0 : 0.0);
-    if (need > double(room)) refuse(e.count, e.name == "vertex" ? "points" : e.name == "face" ? "faces" : e.name + " elements", room);
+  const ply::Mesh& m = read.GetValue();
+  constexpr size_t kMax = std::numeric_limits<unsigned>::max();
+  if (m.xyz.size() / 3 > kMax || m.sizes.size() > kMax) throw Failure(path + ": too many points or polygons for one object");
+  auto out = std::make_unique<aiMesh>();
+  out->mNumVertices = unsigned(m.xyz.size() / 3);
+  out->mVertices = new aiVector3D[out->mNumVertices];
+  for (size_t i = 0; i < out->mNumVertices; ++i)
+    out->mVertices[i] = aiVector3D(ai_real(m.xyz[3 * i]), ai_real(m.xyz[3 * i + 1]), ai_real(m.xyz[3 * i + 2]));
+  out->mNumFaces = unsigned(m.sizes.size());
+  out->mFaces = new aiFace[out->mNumFaces];
+  const uint32_t* corner = m.corners.data();
+  for (size_t f = 0; f < out->mNumFaces; ++f) {
+    aiFace& face = out->mFaces[f];
+    face.mNumIndices = m.sizes[f];
+    face.mIndices = new unsigned[face.mNumIndices];
+    std::copy(corner, corner + face.mNumIndices, face.mIndices);
+    corner += face.mNumIndices;
   }
+  return out;
 }
 
 // ---- Collada arrays
@@ -548,18 +525,29 @@ Result<std::unique_ptr<PolygonObject>> ReadMeshFile(const String& path, const Th
     return IllegalArgumentError(FormatString("@ metres is no unit", options.unitMeters));
 
   try {
-    CheckDeclaredCounts(path, FormatByContent(path, MeshFileExtension(path)));
-    CheckColladaArrays(path, MeshFileExtension(path));
-    Assimp::Importer importer;
-    importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it
-    // No post-processing: quads stay quads, and points are taken as the file has them.
-    const aiScene* scene = importer.ReadFile(path, 0);
-    if (thread && thread->TestBreak()) return IllegalStateError("interrupted");
-    if (!scene) return IoError(OneLine("could not read " + path + ": " + importer.GetErrorString()));
-
+    const std::string format = FormatByContent(path, MeshFileExtension(path));
     MeshFileInfo info;
-    const aiMatrix4x4 frame = StatedFrame(*scene, MeshFileExtension(path), options, info);
-    std::vector<Instance> instances = CollectInstances(*scene);
+    aiMatrix4x4 frame;
+    std::vector<Instance> instances;
+    std::unique_ptr<aiMesh> plyMesh;
+    Assimp::Importer importer;
+    if (format == ".ply") {
+      plyMesh = ReadPlyMesh(path, thread);
+      if (!plyMesh) return IllegalStateError("interrupted");
+      // PLY states no unit and no axes.
+      info.format = "Stanford Polygon File (PLY)";
+      instances.push_back({plyMesh.get(), aiMatrix4x4()});
+    } else {
+      CheckOffCounts(path, format);
+      CheckColladaArrays(path, MeshFileExtension(path));
+      importer.SetProgressHandler(new InterruptHandler(thread));  // the importer owns it
+      // No post-processing: quads stay quads, and points are taken as the file has them.
+      const aiScene* scene = importer.ReadFile(path, 0);
+      if (thread && thread->TestBreak()) return IllegalStateError("interrupted");
+      if (!scene) return IoError(OneLine("could not read " + path + ": " + importer.GetErrorString()));
+      frame = StatedFrame(*scene, MeshFileExtension(path), options, info);
+      instances = CollectInstances(*scene);
+    }
     size_t pointCount = 0, polygonCount = 0;
     for (Instance& in : instances) {
       const aiMesh& mesh = *in.mesh;

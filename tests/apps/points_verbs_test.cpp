@@ -52,7 +52,7 @@ TEST(PointsVerbs, ReadsPlyCsvAndXyzWithTheirAttributes) {
   ExpectRefused(zvtest::Zvol({"points2vol", f("bad.csv"), "--voxel-size", "0.05", "-o", f("x.vdb")}),
                 "bad.csv: line 2: expected numbers", f("x.vdb"));
   Write(f("cut.ply"), "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
-                      "end_header\n0 0 0\n1 1\n");
+                      "end_header\n0 0 0\n1 1   \n2 2 2\n");
   ExpectRefused(zvtest::Zvol({"points2vol", f("cut.ply"), "--voxel-size", "0.05", "--radius", "1", "-o", f("x.vdb")}),
                 "cut.ply: vertex 1: 2 values, the vertex has 3", f("x.vdb"));
   EXPECT_EQ(zvtest::Zvol({"points2vol", f("p.xyz"), "-o", f("x.vdb")}).status, 2);

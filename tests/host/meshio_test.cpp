@@ -1,10 +1,11 @@
 // Mesh writers of the host: OBJ, PLY, STL and binary glTF, in the file's
-// right-handed frame, in full or not at all. (Reading goes through Assimp and
-// is tested through zvol.)
+// right-handed frame, in full or not at all; and PLY read back. (Reading the
+// other formats goes through Assimp and is tested through zvol.)
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <cstring>
+#include <iterator>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -210,4 +211,46 @@ TEST(MeshFiles, BadWritesLeaveNothingBehind) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir), std::filesystem::directory_iterator()), 1);
   EXPECT_TRUE(IsWritableMeshFile("a.GLB"));
   EXPECT_FALSE(IsWritableMeshFile("a.gltf"));
+}
+
+TEST(MeshFiles, PlyReadsBackWhatItWritesAndWhatOtherProgramsWrite) {
+  const std::string dir = zvtest::TempDir();
+  // Our own binary file, with UVs and a vertex map beside the coordinates.
+  auto op = Mesh(true);
+  ASSERT_TRUE(WriteMeshFile(*op, dir + "/m.ply"));
+  MeshFileInfo info;
+  auto back = ReadMeshFile(dir + "/m.ply", nullptr, {}, &info);
+  ASSERT_TRUE(back) << back.GetError().GetMessage();
+  EXPECT_EQ(info.format, "Stanford Polygon File (PLY)");
+  ASSERT_EQ((*back)->GetPointCount(), 5);
+  ASSERT_EQ((*back)->GetPolygonCount(), 2);
+  for (int i = 0; i < 5; ++i) EXPECT_EQ((*back)->GetPointR()[i], op->GetMg() * op->GetPointR()[i]) << i;
+  for (int i = 0; i < 2; ++i) EXPECT_EQ((*back)->GetPolygonR()[i], op->GetPolygonR()[i]) << i;
+
+  // Big-endian doubles among colours, a face of two corners (no polygon), and
+  // a strip of four corners and a restart: two triangles, the second turned.
+  std::string be = "ply\nformat binary_big_endian 1.0\ncomment from elsewhere\nelement vertex 4\n"
+                   "property double x\nproperty uchar red\nproperty double y\nproperty double z\n"
+                   "element face 2\nproperty uchar flags\nproperty list uchar uint vertex_index\n"
+                   "element tristrips 1\nproperty list int int vertex_indices\nend_header\n";
+  auto put = [&be](auto v) {
+    char b[sizeof v];
+    std::memcpy(b, &v, sizeof v);
+    be.append(std::make_reverse_iterator(b + sizeof v), std::make_reverse_iterator(b));
+  };
+  const double p[4][3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+  for (const auto& q : p) put(q[0]), put(uint8_t(200)), put(q[1]), put(q[2]);
+  put(uint8_t(0)), put(uint8_t(3)), put(0u), put(1u), put(2u);
+  put(uint8_t(0)), put(uint8_t(2)), put(0u), put(3u);
+  put(5), put(0), put(1), put(2), put(3), put(-1);
+  std::ofstream(dir + "/be.ply", std::ios::binary) << be;
+  auto other = ReadMeshFile(dir + "/be.ply", nullptr);
+  ASSERT_TRUE(other) << other.GetError().GetMessage();
+  ASSERT_EQ((*other)->GetPointCount(), 4);
+  EXPECT_EQ((*other)->GetPointR()[3], Vector(1, 1, 0));
+  ASSERT_EQ((*other)->GetPolygonCount(), 3);
+  // The scene's mirror turns each winding.
+  EXPECT_EQ((*other)->GetPolygonR()[0], CPolygon(0, 2, 1));
+  EXPECT_EQ((*other)->GetPolygonR()[1], CPolygon(0, 2, 1));
+  EXPECT_EQ((*other)->GetPolygonR()[2], CPolygon(2, 3, 1));
 }

@@ -122,10 +122,10 @@ TEST(PointFiles, PlyElementsAndListsBesideTheVerticesArePassedOver) {
 
   const std::string vertices = "element vertex 2\nproperty float x\nproperty float y\nproperty float z\n";
   const std::string head = "ply\nformat ascii 1.0\n" + vertices;
-  EXPECT_EQ(ErrorOf(f.Write("cut.ply", head + "end_header\n0 0 0\n1 1\n")), f.dir + "/cut.ply: vertex 1: 2 values, the vertex has 3");
+  EXPECT_EQ(ErrorOf(f.Write("cut.ply", head + "end_header\n0 0 0\n1 1      \n")), f.dir + "/cut.ply: vertex 1: 2 values, the vertex has 3");
   EXPECT_EQ(ErrorOf(f.Write("list.ply", head + "property list uchar int n\nend_header\n0 0 0 1 7\n1 1 1 -1\n")),
             f.dir + "/list.ply: vertex 1: a list with a bad length");
   EXPECT_EQ(ErrorOf(f.Write("early.ply", "ply\nformat binary_big_endian 1.0\nelement face 9\nproperty int a\n" + vertices +
                                              "end_header\n" + std::string(20, '\0'))),
-            f.dir + "/early.ply: the file ends in the face element");
+            f.dir + "/early.ply: the header declares 9 faces, more than the file's 20 bytes can hold");
 }

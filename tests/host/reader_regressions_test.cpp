@@ -42,23 +42,44 @@ TEST(ReaderRegressions, MeshHeadersWithoutAnEndOrWithCountsTheFileCannotHold) {
   ExpectOneLineError(Write(dir, "cut.ply", kPlyHead), "the PLY header has no end");
   // Under a name no importer claims, Assimp reads a PLY file by its content: the same check.
   ExpectOneLineError(Write(dir, "ply.xml", kPlyHead), "the PLY header has no end");
-  // Assimp takes the magic in either case, and looped on this one too.
+  // Assimp took the magic in either case, and looped on these.
   ExpectOneLineError(Write(dir, "case.ply", "Ply\nformat ascii 0.0\nelenvmt e\tent vertex2ty  0 0\n1 1 0 1 \" 3ply\n"),
-                     "the PLY header has no end");
+                     "case.ply: not a PLY file (its first line is not \"ply\")");
   ExpectOneLineError(Write(dir, "magic.ply", "ply" + std::string(80, '\0') + kPlyHead.substr(3) + kPlyBody),
-                     "the PLY header has no end");
+                     "not a PLY file");
   // A damaged element line in a header without end made Assimp's binary reader read wild.
   const std::string wild(
       "ply\nformat binary_little_endian 1.0\nely\nply\nformat binary_littl_eendian 1.0\nelement vertex 3\n"
       "property float x\nproperty float y\nproperty float z\nelement face blender0nblenderr\n\000\000\000\000\000"
       "\000\000\000\000\000\000\000\000\000\200?\000\000\000\000\377\000\000\nv 3ds 0\nv 1 0 0\nv 1\000\002\002\000\000\000",
       224);
-  ExpectOneLineError(Write(dir, "wild.ply", wild), "the PLY header has an element without a count");
+  ExpectOneLineError(Write(dir, "wild.ply", wild), "wild.ply: line 5: unknown PLY format binary_littl_eendian");
+  ExpectOneLineError(Write(dir, "word.ply", "ply\nformat ascii 1.0\nelement face blender0nblenderr\nend_header\n"),
+                     "word.ply: line 3: the PLY header has an element without a count: element face blender0nblenderr");
   ExpectOneLineError(Write(dir, "half.ply", kPlyHead + "element edge -2\nend_header\n" + kPlyBody), "without a count");
   // Counts far beyond the file made Assimp reserve gigabytes before reading.
   ExpectOneLineError(Write(dir, "many.ply", "ply\nformat binary_little_endian 1.0\nelement vertex 3000000000\n"
                                            "property float x\nproperty float y\nproperty float z\nend_header\n"),
                      "declares 3000000000 points, more than the file's 0 bytes can hold");
+  // A list's length is held to what is left of the file (or of its line) before its values are taken.
+  const std::string binaryHead =
+      "ply\nformat binary_little_endian 1.0\nelement vertex 3\nproperty float x\nproperty float y\nproperty float z\n"
+      "element face 1\nproperty list int int vertex_indices\nend_header\n" + std::string(36, '\0');
+  ExpectOneLineError(Write(dir, "minus.ply", binaryHead + std::string("\xff\xff\xff\xff", 4)), "face 0: a list with a bad length");
+  ExpectOneLineError(Write(dir, "long.ply", binaryHead + std::string("\xff\xff\xff\x7f\0\0\0\0", 8)),
+                     "face 0: the file ends early");
+  ExpectOneLineError(Write(dir, "longtext.ply", kPlyHead + "end_header\n" + kPlyBody.substr(0, 24) + "4000000000 0 1 2\n3 0 1 2\n"),
+                     "face 0: a list with a bad length");
+  ExpectOneLineError(Write(dir, "shorttext.ply", kPlyHead + "end_header\n" + kPlyBody.substr(0, 24) + "9 0 1 2\n3 0 1 2\n"),
+                     "face 0: 4 values, the face has 10");
+  // A damaged PLY under a name no importer claims: Assimp sized a list by a
+  // length of -1 as an unsigned number and asked for 32 GB.
+  {
+    std::ifstream in(std::string(ZV_SOURCE_DIR) + "/tests/fuzz/corpus/mesh/ply-by-content-32gb", std::ios::binary);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_FALSE(text.empty());
+    ExpectOneLineError(Write(dir, "damaged.xml", text.substr(text.find('\n') + 1)), "damaged.xml: line 2: unknown PLY format binary_lscii");
+  }
   ExpectOneLineError(Write(dir, "many.off", "OFF\n# c\n\n3 1000000000 0\n0 0 0\n1 0 0\n0 1 0\n3 0 1 2\n"),
                      "declares 1000000000 faces");
   // The counts as Assimp reads them: across lines, as far as their digits go,
