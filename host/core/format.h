@@ -1,6 +1,5 @@
 #pragma once
 // The host's "@" formatting: each "@" in the pattern takes the next argument.
-#include <charconv>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -48,15 +47,6 @@ inline std::string OneLine(std::string_view text) {
     } else out += c;
   }
   return out;
-}
-
-// A whole word as a number ("1.5", "+2", "-3e4", "nan"); false for anything else.
-inline bool ParseNumber(std::string_view s, double* out) {
-  const char* b = s.data();
-  const char* e = b + s.size();
-  if (b != e && *b == '+') ++b;
-  auto r = std::from_chars(b, e, *out);
-  return r.ec == std::errc() && r.ptr == e && b != e;
 }
 
 }  // namespace zta

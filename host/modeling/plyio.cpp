@@ -7,6 +7,7 @@
 #include <limits>
 
 #include "host/core/format.h"
+#include "host/core/parsenumber.h"
 
 namespace zta::ply {
 

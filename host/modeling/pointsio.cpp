@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "host/core/format.h"
+#include "host/core/parsenumber.h"
 #include "host/modeling/meshio.h"
 #include "host/modeling/plyio.h"
 #include "host/scene/scenefile.h"
