@@ -98,8 +98,8 @@ TEST(VdbReaderRegressions, ShortDelayedLoadMetadataNeitherStopsNorCrashesTheRead
 }
 
 TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFiles) {
-  // A zipped chunk whose stated size is about a hundred terabytes: OpenVDB
-  // allocates what the file states, which fails; the load gives one error line.
+  // A zipped chunk whose size read as about a hundred terabytes: OpenVDB
+  // allocated it before reading; the load gives one error line.
   const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/volumes/data/zip-size-beyond-memory.vdb";
   std::ifstream in(path, std::ios::binary);
   std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -111,6 +111,9 @@ TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFil
   zta::MemoryStore::Erase("zip-size-beyond-memory");
   ASSERT_FALSE(streamed);
   EXPECT_EQ(streamed.GetError().GetMessage().find('\n'), std::string::npos);
+  // The length was never there: OpenVDB went on with whatever its variable held.
+  EXPECT_NE(streamed.GetError().GetMessage().find("the file ends before a chunk's length"), std::string::npos)
+      << streamed.GetError().GetMessage();
   auto fromFile = VolumeToolsInterface::LoadVDBFile(Url::FromSystemPath(path), 1.0, nullptr, nullptr, nullptr);
   ASSERT_FALSE(fromFile);
   EXPECT_NE(fromFile.GetError().GetMessage().find("could not be loaded and an error occured"), std::string::npos);
@@ -231,4 +234,86 @@ TEST(VdbReaderRegressions, BoolBytesThatAreNeitherFalseNorTrueReadAsTrue) {
     }
     EXPECT_TRUE(sawTile);
   }
+}
+
+TEST(VdbReaderRegressions, RawChunkLongerThanItsNodeIsRefusedBeforeItIsRead) {
+  // A leaf's chunk marked as stored raw, stating more bytes than the leaf
+  // holds: OpenVDB 10 read them into the leaf's buffer before comparing, and
+  // wrote past it. Every way in now refuses the chunk first.
+  const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/fuzz/corpus/vdb/raw-chunk-overrun.vdb";
+  std::ifstream in(path, std::ios::binary);
+  std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  ASSERT_FALSE(bytes.empty());
+  const Url url = Url::FromSystemPath(path);
+  auto expectRefusal = [](const auto& r, const char* how) {
+    ASSERT_FALSE(r) << how;
+    const std::string& message = r.GetError().GetMessage();
+    EXPECT_EQ(message.find('\n'), std::string::npos) << how << ": " << message;
+    EXPECT_NE(message.find("a raw chunk of the file states"), std::string::npos) << how << ": " << message;
+  };
+  zta::MemoryStore::Put("raw-chunk-overrun", bytes);
+  std::vector<Volume> volumes;
+  expectRefusal(VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("raw-chunk-overrun"), 1.0, volumes, nullptr),
+                "stream");
+  zta::MemoryStore::Erase("raw-chunk-overrun");
+  expectRefusal(VolumeToolsInterface::LoadVDBFile(url, 1.0, nullptr, nullptr, nullptr), "LoadVDBFile");
+  expectRefusal(FileFrameInterface::LoadGrid(url, 0), "FileFrameInterface::LoadGrid");
+  expectRefusal(Volume::CreateFromFile(url, 1.0, 0), "CreateFromFile");
+}
+
+TEST(VdbReaderRegressions, CompressedChunksAreReadAsFarAsTheStreamGoesAndCheckedBeforeTheyUnpack) {
+  openvdb::initialize();
+  auto grid = openvdb::FloatGrid::create(0.0f);
+  grid->setName("density");
+  for (int i = 0; i < 64; ++i) grid->tree().setValue(openvdb::Coord(i % 8, i / 8, 0), float(i));
+  // The stream's bytes in one compression, and where its first chunk's length stands.
+  auto write = [&](uint32_t compression, auto isChunk) {
+    std::ostringstream out(std::ios::binary);
+    openvdb::io::Stream stream(out);
+    stream.setCompression(compression);
+    stream.write({grid});
+    const std::string bytes = out.str();
+    for (size_t at = 0; at + 24 < bytes.size(); ++at) {
+      int64_t length = 0;
+      std::memcpy(&length, &bytes[at], 8);
+      if (length > 0 && uint64_t(length) <= bytes.size() - at - 8 && isChunk(bytes, at + 8, length))
+        return std::make_pair(bytes, at);
+    }
+    ADD_FAILURE() << "no chunk in the stream";
+    return std::make_pair(bytes, size_t(0));
+  };
+  auto zlibChunk = [](const std::string& b, size_t at, int64_t) {
+    const auto c0 = uint8_t(b[at]), c1 = uint8_t(b[at + 1]);
+    return c0 == 0x78 && ((c0 << 8) | c1) % 31 == 0;
+  };
+  // Blosc's header: its version, then at 12 the chunk's own length.
+  auto bloscChunk = [](const std::string& b, size_t at, int64_t length) {
+    uint32_t own = 0;
+    std::memcpy(&own, &b[at + 12], 4);
+    return uint8_t(b[at]) == 2 && own == uint64_t(length);
+  };
+  auto load = [](const std::string& bytes) {
+    zta::MemoryStore::Put("chunks", std::vector<char>(bytes.begin(), bytes.end()));
+    std::vector<Volume> volumes;
+    auto r = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("chunks"), 1.0, volumes, nullptr);
+    zta::MemoryStore::Erase("chunks");
+    return r ? std::string() : r.GetError().GetMessage();
+  };
+  constexpr int64_t kTerabyte = 1000000000000;
+  for (const auto& [bytes, at] : {write(openvdb::io::COMPRESS_ZIP, zlibChunk), write(openvdb::io::COMPRESS_BLOSC, bloscChunk)}) {
+    ASSERT_EQ(load(bytes), "");  // whole, it reads
+    // A length beyond the stream: read as far as there is, never allocated.
+    std::string longer = bytes;
+    std::memcpy(&longer[at], &kTerabyte, 8);
+    EXPECT_NE(load(longer).find("a compressed chunk of the file states 1000000000000 bytes, the file ends after"),
+              std::string::npos)
+        << load(longer);
+  }
+  // A Blosc chunk whose own header unpacks to more than the node holds.
+  auto [blosc, at] = write(openvdb::io::COMPRESS_BLOSC, bloscChunk);
+  uint32_t unpacked = 0;
+  std::memcpy(&unpacked, &blosc[at + 8 + 4], 4);
+  const uint32_t more = unpacked * 4;
+  std::memcpy(&blosc[at + 8 + 4], &more, 4);
+  EXPECT_NE(load(blosc).find("a Blosc chunk of the file unpacks to"), std::string::npos) << load(blosc);
 }
