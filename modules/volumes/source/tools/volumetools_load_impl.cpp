@@ -52,6 +52,12 @@ void CheckStatedSizes(std::istream& in) {
   if (const std::string why = StatedSizeBeyondEnd(in); !why.empty()) OPENVDB_THROW(openvdb::IoError, why);
 }
 
+// OpenVDB reads a tree without looking at the stream's state: a root that
+// states four billion tiles went on reading nothing (and comparing keys) for
+// as long after the end of a cut stream. A stream of ours stops the read at
+// its end instead.
+void StopAtTheEnd(std::istream& in) { in.exceptions(std::ios::failbit | std::ios::badbit); }
+
 // A file opened once what its header and metadata state has been checked
 // against its size.
 void OpenChecked(openvdb::io::File& file) {
@@ -104,6 +110,7 @@ class OpenVdbFile {
     FileReadBuffer buffer(path_);
     if (!buffer.IsOpen()) return nullptr;
     std::istream in(&buffer);
+    StopAtTheEnd(in);
     openvdb::io::Stream stream(in, /*delayLoad=*/false);
     const openvdb::GridPtrVecPtr grids = stream.getGrids();
     return grids && grids->size() == 1 ? grids->front() : nullptr;
@@ -177,6 +184,7 @@ Result<openvdb::GridPtrVecPtr> ReadStreamGrids(const Url& url) {
   auto in = url.OpenInputStream();
   if (!in) return in.GetError();
   CheckStatedSizes(**in);
+  StopAtTheEnd(**in);
   openvdb::io::Stream stream(**in, /*delayLoad=*/false);
   return stream.getGrids();
 }
@@ -199,6 +207,8 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
     return zta::IoError(LoadFailure(url, std::strerror(errno)));
   } catch (const openvdb::Exception& e) {
     return zta::IoError(LoadFailure(url, Brief(e.what())));
+  } catch (const std::ios_base::failure&) {
+    return zta::IoError(LoadFailure(url, "the file ends inside a grid, or cannot be read there"));
   } catch (...) {
     return zta::IoError(zta::FormatString("File @ could not be loaded and an error occured", url.ToString()));
   }
