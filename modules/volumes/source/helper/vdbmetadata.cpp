@@ -196,7 +196,7 @@ class StatedSizeWalk {
 };
 
 // Empty when the walk ends without finding a size too large.
-std::string WalkStatedSizes(StatedSizeWalk& walk) {
+std::string WalkStatedSizes(StatedSizeWalk& walk, bool* hasGridOffsets) {
   std::string why;
   int64_t magic = 0;
   uint32_t version = 0;
@@ -213,6 +213,7 @@ std::string WalkStatedSizes(StatedSizeWalk& walk) {
   char flag = 1;
   if (version >= 212 && !walk.Read(flag)) return why;
   const bool gridOffsets = flag != 0;
+  if (hasGridOffsets) *hasGridOffsets = gridOffsets;
   if (version >= openvdb::OPENVDB_FILE_VERSION_SELECTIVE_COMPRESSION &&
       version < openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(1))
     return why;
@@ -240,14 +241,15 @@ std::string WalkStatedSizes(StatedSizeWalk& walk) {
 
 }  // namespace
 
-std::string StatedSizeBeyondEnd(std::istream& in) {
+std::string StatedSizeBeyondEnd(std::istream& in, bool* hasGridOffsets) {
   std::string why;
+  if (hasGridOffsets) *hasGridOffsets = true;
   in.seekg(0, std::ios::end);
   const std::streamoff end = in.tellg();
   in.seekg(0);
   if (end > 0 && in) {
     StatedSizeWalk walk(in, uint64_t(end));
-    why = WalkStatedSizes(walk);
+    why = WalkStatedSizes(walk, hasGridOffsets);
   }
   in.clear();
   in.seekg(0);

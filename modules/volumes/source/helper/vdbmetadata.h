@@ -21,6 +21,8 @@ openvdb::MetaMap::Ptr DictionaryToMetaMap(const DataDictionary& dict);
 // left of the stream; empty when none is. The grids after the first of a
 // stream without grid offsets lie behind trees and are not reached. Anything
 // else that is wrong is left to OpenVDB's reader. The stream is rewound.
-std::string StatedSizeBeyondEnd(std::istream& in);
+// `hasGridOffsets`, when given, says whether the header states grid offsets
+// (true also where the walk did not get that far).
+std::string StatedSizeBeyondEnd(std::istream& in, bool* hasGridOffsets = nullptr);
 
 }  // namespace zelmar

@@ -48,23 +48,35 @@ std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
 // once costs a file-frame load its lazy leaves, not correctness.
 constexpr bool kDelayLoad = false;
 
-void CheckStatedSizes(std::istream& in) {
-  if (const std::string why = StatedSizeBeyondEnd(in); !why.empty()) OPENVDB_THROW(openvdb::IoError, why);
-}
-
 // OpenVDB reads a tree without looking at the stream's state: a root that
 // states four billion tiles went on reading nothing (and comparing keys) for
 // as long after the end of a cut stream. A stream of ours stops the read at
 // its end instead.
 void StopAtTheEnd(std::istream& in) { in.exceptions(std::ios::failbit | std::ios::badbit); }
 
+void CheckStatedSizes(std::istream& in) {
+  if (const std::string why = StatedSizeBeyondEnd(in); !why.empty()) OPENVDB_THROW(openvdb::IoError, why);
+}
+
 // A file opened once what its header and metadata state has been checked
-// against its size.
+// against its size. OpenVDB opens a file without grid offsets (one written as
+// a stream) by reading every grid through a stream of its own, which reads on
+// past its end (see StopAtTheEnd): such a file is read through ours first.
 void OpenChecked(openvdb::io::File& file) {
   FileReadBuffer buffer(file.filename(), size_t(64) << 10);
   if (buffer.IsOpen()) {
     std::istream in(&buffer);
-    CheckStatedSizes(in);
+    bool hasGridOffsets = true;
+    if (const std::string why = StatedSizeBeyondEnd(in, &hasGridOffsets); !why.empty())
+      OPENVDB_THROW(openvdb::IoError, why);
+    if (!hasGridOffsets) {
+      try {
+        StopAtTheEnd(in);
+        openvdb::io::Stream stream(in, /*delayLoad=*/false);
+      } catch (const std::ios_base::failure&) {
+        OPENVDB_THROW(openvdb::IoError, "the file ends inside a grid, or cannot be read there");
+      }
+    }
   }
   file.open(kDelayLoad);
 }
