@@ -132,12 +132,23 @@ TEST(VdbReaderRegressions, MetadataStatingMoreThanTheFileHoldsIsRefusedBeforeItI
   const size_t table = leaves.find(delayed);
   ASSERT_NE(table, std::string::npos);
   std::memcpy(&leaves[table + delayed.size() + 4], &kStated, 4);
+  // The name of the transform's map, which OpenVDB reads right after the
+  // grid's metadata (a 2.9 GB one was a fuzzer's).
+  auto restateMap = [&](std::string bytes) {
+    const std::string map = std::string("\x0f\0\0\0UniformScaleMap", 19);
+    const size_t at = bytes.find(map);
+    EXPECT_NE(at, std::string::npos);
+    if (at != std::string::npos) std::memcpy(&bytes[at], &kStated, 4);
+    return bytes;
+  };
   struct Case {
     const char* name;
     std::string bytes;
     const char* says;
   };
   const Case cases[] = {
+      {"transform.vdb", restateMap(file), "the transform of grid \"density\" states 913000000 bytes"},
+      {"stream-transform.vdb", restateMap(stream), "the transform of grid \"density\" states 913000000 bytes"},
       {"file-meta.vdb", Restate(file, "author", "file words", "blobby", kStated), "metadata \"author\" of the file"},
       {"grid-meta.vdb", Restate(file, "note", "grid words", "blobby", kStated), "metadata \"note\" of grid \"density\""},
       {"stream-meta.vdb", Restate(stream, "note", "grid words", "blobby", kStated),
@@ -339,4 +350,20 @@ TEST(VdbReaderRegressions, RootStatingMoreTilesThanTheStreamHoldsEndsAtTheStream
   auto loaded = VolumeToolsInterface::LoadVDBFile(file, 1.0, nullptr, nullptr, nullptr);
   ASSERT_FALSE(loaded);
   EXPECT_EQ(loaded.GetError().GetMessage().find('\n'), std::string::npos);
+}
+
+TEST(VdbReaderRegressions, GridOffsetsOutsideTheFileAreRefusedBeforeOpenVdbSeeks) {
+  // A descriptor whose offsets lie far beyond the file: OpenVDB seeked there,
+  // read on from the failed stream and took 2.9 GB for a transform's name
+  // from a length it never read (7 GB and 40 s in all).
+  const Url url =
+      Url::FromSystemPath(std::string(ZV_SOURCE_DIR) + "/tests/fuzz/corpus/vdb/transform-name-2gb.vdb");
+  auto names = VolumeToolsInterface::GetGridNamesFromFile(url);
+  ASSERT_FALSE(names);
+  EXPECT_NE(names.GetError().GetMessage().find("grid \"density\" states that it lies at bytes"), std::string::npos)
+      << names.GetError().GetMessage();
+  auto loaded = VolumeToolsInterface::LoadVDBFile(url, 1.0, nullptr, nullptr, nullptr);
+  ASSERT_FALSE(loaded);
+  EXPECT_NE(loaded.GetError().GetMessage().find("outside the file's 5203"), std::string::npos)
+      << loaded.GetError().GetMessage();
 }

@@ -119,6 +119,9 @@ class StatedSizeWalk {
     return size_t(in_.gcount()) == sizeof(T);
   }
   bool Skip(uint64_t bytes) { return bytes <= Left() && bool(in_.seekg(std::streamoff(bytes), std::ios::cur)); }
+  uint64_t Size() const { return end_; }
+  // Whether the positions lie in the file, in order.
+  bool Within(int64_t a, int64_t b, int64_t c) const { return 0 <= a && a <= b && b <= c && uint64_t(c) <= end_; }
   bool SeekTo(int64_t pos) { return pos >= 0 && uint64_t(pos) <= end_ && bool(in_.seekg(std::streamoff(pos))); }
   uint64_t Left() {
     const std::streamoff at = in_.tellg();
@@ -230,9 +233,19 @@ std::string WalkStatedSizes(StatedSizeWalk& walk, bool* hasGridOffsets) {
       return why;
     int64_t gridPos = 0, blockPos = 0, endPos = 0;
     if (!walk.Read(gridPos) || !walk.Read(blockPos) || !walk.Read(endPos)) return why;
+    // OpenVDB seeks to these without a check and reads on from a failed
+    // stream, taking lengths from whatever its variables held.
+    if (gridOffsets && !walk.Within(gridPos, blockPos, endPos)) {
+      why = zta::FormatString("grid @ states that it lies at bytes @ to @, outside the file's @", Quoted(name),
+                              gridPos, endPos, walk.Size());
+      return why;
+    }
     if (gridOffsets && !walk.SeekTo(gridPos)) return why;
     if (version >= openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(sizeof(uint32_t))) return why;
     if (!walk.MetaMap("grid " + Quoted(name), why)) return why;
+    // The transform follows, named by its map's type.
+    std::string map;
+    if (!walk.String(("the transform of grid " + Quoted(name)).c_str(), map, why)) return why;
     // Without offsets the next grid starts behind this one's tree.
     if (!gridOffsets || !walk.SeekTo(endPos)) return why;
   }

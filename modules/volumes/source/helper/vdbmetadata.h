@@ -16,13 +16,13 @@ openvdb::MetaMap::Ptr DictionaryToMetaMap(const DataDictionary& dict);
 
 // OpenVDB allocates what a .vdb stream states for a name or a metadata entry
 // before it reads it, so a file of a few kilobytes can ask for gigabytes.
-// This walks the stream's header, its metadata and its grids' descriptors and
-// metadata as OpenVDB will, and says which stated size is larger than what is
-// left of the stream; empty when none is. The grids after the first of a
-// stream without grid offsets lie behind trees and are not reached. Anything
-// else that is wrong is left to OpenVDB's reader. The stream is rewound.
-// `hasGridOffsets`, when given, says whether the header states grid offsets
-// (true also where the walk did not get that far).
+// This walks the stream's header, its metadata and its grids' descriptors,
+// metadata and transform names as OpenVDB will, and says which stated size is
+// larger than what is left of the stream; empty when none is. The grids after
+// the first of a stream without grid offsets lie behind trees and are not
+// reached. Anything else that is wrong is left to OpenVDB's reader. The stream
+// is rewound. `hasGridOffsets`, when given, says whether the header states grid
+// offsets (true also where the walk did not get that far).
 std::string StatedSizeBeyondEnd(std::istream& in, bool* hasGridOffsets = nullptr);
 
 }  // namespace zelmar
