@@ -67,6 +67,21 @@ std::vector<char> ReadCompressed(std::istream& is, int64_t stated) {
   return out;
 }
 
+// One chunk: its stated length, then the raw bytes (a length of -N) or a
+// compressed block that `unpack` turns into the node's `numBytes`. Without
+// `data` the chunk is passed over.
+template <typename Unpack>
+void ReadChunk(std::istream& is, char* data, size_t numBytes, Unpack&& unpack) {
+  const int64_t stated = ReadLength(is);
+  if (!is) Refuse("the file ends before a chunk's length");
+  if (stated <= 0) return ReadRaw(is, stated, data, numBytes);
+  if (!data) {
+    is.seekg(std::streamoff(stated), std::ios_base::cur);
+    return;
+  }
+  unpack(ReadCompressed(is, stated), stated);
+}
+
 }  // namespace
 
 namespace openvdb {
@@ -75,39 +90,27 @@ namespace OPENVDB_VERSION_NAME {
 namespace io {
 
 void unzipFromStream(std::istream& is, char* data, size_t numBytes) {
-  const int64_t stated = ReadLength(is);
-  if (!is) Refuse("the file ends before a chunk's length");
-  if (stated <= 0) return ReadRaw(is, stated, data, numBytes);
-  if (!data) {
-    is.seekg(std::streamoff(stated), std::ios_base::cur);
-    return;
-  }
-  const std::vector<char> zipped = ReadCompressed(is, stated);
-  uLongf unzipped = uLongf(numBytes);
-  const int status = uncompress(reinterpret_cast<Bytef*>(data), &unzipped,
-                                reinterpret_cast<const Bytef*>(zipped.data()), uLong(zipped.size()));
-  if (status != Z_OK || unzipped != numBytes)
-    Refuse(Text("a zipped chunk of the file holds ", status == Z_OK ? int64_t(unzipped) : -1,
-                " bytes where ", numBytes, status == Z_OK ? " were expected" : " were expected (it is damaged)"));
+  ReadChunk(is, data, numBytes, [&](const std::vector<char>& zipped, int64_t) {
+    uLongf unzipped = uLongf(numBytes);
+    const int status = uncompress(reinterpret_cast<Bytef*>(data), &unzipped,
+                                  reinterpret_cast<const Bytef*>(zipped.data()), uLong(zipped.size()));
+    if (status != Z_OK || unzipped != numBytes)
+      Refuse(Text("a zipped chunk of the file holds ", status == Z_OK ? int64_t(unzipped) : -1, " bytes where ",
+                  numBytes, status == Z_OK ? " were expected" : " were expected (it is damaged)"));
+  });
 }
 
 void bloscFromStream(std::istream& is, char* data, size_t numBytes) {
-  const int64_t stated = ReadLength(is);
-  if (!is) Refuse("the file ends before a chunk's length");
-  if (stated <= 0) return ReadRaw(is, stated, data, numBytes);
-  if (!data) {
-    is.seekg(std::streamoff(stated), std::ios_base::cur);
-    return;
-  }
-  const std::vector<char> packed = ReadCompressed(is, stated);
-  // Blosc reads as far as the chunk's own header says: that header must fit
-  // the bytes there are and unpack to what the node expects.
-  size_t unpacked = 0;
-  if (blosc_cbuffer_validate(packed.data(), packed.size(), &unpacked) != 0 || unpacked != numBytes)
-    Refuse(Text("a Blosc chunk of the file unpacks to ", int64_t(unpacked), " bytes where ", numBytes,
-                " were expected"));
-  if (blosc_decompress_ctx(packed.data(), data, numBytes, 1) != int(numBytes))
-    Refuse(Text("a Blosc chunk of the file is damaged (", stated, " bytes, ", numBytes, " expected)"));
+  ReadChunk(is, data, numBytes, [&](const std::vector<char>& packed, int64_t stated) {
+    // Blosc reads as far as the chunk's own header says: that header must fit
+    // the bytes there are and unpack to what the node expects.
+    size_t unpacked = 0;
+    if (blosc_cbuffer_validate(packed.data(), packed.size(), &unpacked) != 0 || unpacked != numBytes)
+      Refuse(Text("a Blosc chunk of the file unpacks to ", int64_t(unpacked), " bytes where ", numBytes,
+                  " were expected"));
+    if (blosc_decompress_ctx(packed.data(), data, numBytes, 1) != int(numBytes))
+      Refuse(Text("a Blosc chunk of the file is damaged (", stated, " bytes, ", numBytes, " expected)"));
+  });
 }
 
 }  // namespace io
