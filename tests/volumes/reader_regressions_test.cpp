@@ -75,6 +75,20 @@ std::pair<std::string, std::string> FileAndStream() {
   return {file, stream.str()};
 }
 
+// The bytes of a file of the source tree.
+std::vector<char> SourceFile(const std::string& relative) {
+  std::ifstream in(std::string(ZV_SOURCE_DIR) + "/" + relative, std::ios::binary);
+  return std::vector<char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// All grids of `bytes` read as a stream from the memory store, as a scene's volumes are.
+zta::Result<void> LoadStream(const std::vector<char>& bytes, std::vector<Volume>& volumes) {
+  zta::MemoryStore::Put("regression", bytes);
+  auto r = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("regression"), 1.0, volumes, nullptr);
+  zta::MemoryStore::Erase("regression");
+  return r;
+}
+
 }  // namespace
 
 TEST(VdbReaderRegressions, ShortDelayedLoadMetadataNeitherStopsNorCrashesTheReader) {
@@ -100,14 +114,10 @@ TEST(VdbReaderRegressions, ZippedChunkLargerThanMemoryIsAnErrorFromStreamsAndFil
   // A zipped chunk whose size read as about a hundred terabytes: OpenVDB
   // allocated it before reading; the load gives one error line.
   const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/volumes/data/zip-size-beyond-memory.vdb";
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::vector<char> bytes = SourceFile("tests/volumes/data/zip-size-beyond-memory.vdb");
   ASSERT_FALSE(bytes.empty());
-  zta::MemoryStore::Put("zip-size-beyond-memory", bytes);
   std::vector<Volume> fromStream;
-  auto streamed = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("zip-size-beyond-memory"), 1.0,
-                                                                fromStream, nullptr);
-  zta::MemoryStore::Erase("zip-size-beyond-memory");
+  auto streamed = LoadStream(bytes, fromStream);
   ASSERT_FALSE(streamed);
   EXPECT_EQ(streamed.GetError().GetMessage().find('\n'), std::string::npos);
   // The length was never there: OpenVDB went on with whatever its variable held.
@@ -251,8 +261,7 @@ TEST(VdbReaderRegressions, RawChunkLongerThanItsNodeIsRefusedBeforeItIsRead) {
   // holds: OpenVDB 10 read them into the leaf's buffer before comparing, and
   // wrote past it. Every way in now refuses the chunk first.
   const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/fuzz/corpus/vdb/raw-chunk-overrun.vdb";
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::vector<char> bytes = SourceFile("tests/fuzz/corpus/vdb/raw-chunk-overrun.vdb");
   ASSERT_FALSE(bytes.empty());
   const Url url = Url::FromSystemPath(path);
   auto expectRefusal = [](const auto& r, const char* how) {
@@ -261,11 +270,8 @@ TEST(VdbReaderRegressions, RawChunkLongerThanItsNodeIsRefusedBeforeItIsRead) {
     EXPECT_EQ(message.find('\n'), std::string::npos) << how << ": " << message;
     EXPECT_NE(message.find("a raw chunk of the file states"), std::string::npos) << how << ": " << message;
   };
-  zta::MemoryStore::Put("raw-chunk-overrun", bytes);
   std::vector<Volume> volumes;
-  expectRefusal(VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("raw-chunk-overrun"), 1.0, volumes, nullptr),
-                "stream");
-  zta::MemoryStore::Erase("raw-chunk-overrun");
+  expectRefusal(LoadStream(bytes, volumes), "stream");
   expectRefusal(VolumeToolsInterface::LoadVDBFile(url, 1.0, nullptr, nullptr, nullptr), "LoadVDBFile");
   expectRefusal(FileFrameInterface::LoadGrid(url, 0), "FileFrameInterface::LoadGrid");
   expectRefusal(Volume::CreateFromFile(url, 1.0, 0), "CreateFromFile");
@@ -303,10 +309,8 @@ TEST(VdbReaderRegressions, CompressedChunksAreReadAsFarAsTheStreamGoesAndChecked
     return uint8_t(b[at]) == 2 && own == uint64_t(length);
   };
   auto load = [](const std::string& bytes) {
-    zta::MemoryStore::Put("chunks", std::vector<char>(bytes.begin(), bytes.end()));
     std::vector<Volume> volumes;
-    auto r = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("chunks"), 1.0, volumes, nullptr);
-    zta::MemoryStore::Erase("chunks");
+    auto r = LoadStream(std::vector<char>(bytes.begin(), bytes.end()), volumes);
     return r ? std::string() : r.GetError().GetMessage();
   };
   constexpr int64_t kTerabyte = 1000000000000;
@@ -329,14 +333,10 @@ TEST(VdbReaderRegressions, CompressedChunksAreReadAsFarAsTheStreamGoesAndChecked
 TEST(VdbReaderRegressions, RootStatingMoreTilesThanTheStreamHoldsEndsAtTheStreamsEnd) {
   // A root that states about four billion tiles: OpenVDB read on past the end
   // of the stream, inserting nothing, for minutes.
-  const std::string path = std::string(ZV_SOURCE_DIR) + "/tests/fuzz/corpus/vdb/root-tiles-past-the-end.stream";
-  std::ifstream in(path, std::ios::binary);
-  std::vector<char> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::vector<char> bytes = SourceFile("tests/fuzz/corpus/vdb/root-tiles-past-the-end.stream");
   ASSERT_FALSE(bytes.empty());
-  zta::MemoryStore::Put("root-tiles", bytes);
   std::vector<Volume> volumes;
-  auto r = VolumeToolsInterface::LoadAllGridsIntoVolumes(Url::Memory("root-tiles"), 1.0, volumes, nullptr);
-  zta::MemoryStore::Erase("root-tiles");
+  auto r = LoadStream(bytes, volumes);
   ASSERT_FALSE(r);
   EXPECT_NE(r.GetError().GetMessage().find("the file ends inside a grid"), std::string::npos) << r.GetError().GetMessage();
 

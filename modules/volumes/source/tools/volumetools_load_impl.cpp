@@ -54,8 +54,9 @@ constexpr bool kDelayLoad = false;
 // its end instead.
 void StopAtTheEnd(std::istream& in) { in.exceptions(std::ios::failbit | std::ios::badbit); }
 
-void CheckStatedSizes(std::istream& in) {
-  if (const std::string why = StatedSizeBeyondEnd(in); !why.empty()) OPENVDB_THROW(openvdb::IoError, why);
+void CheckStatedSizes(std::istream& in, bool* hasGridOffsets = nullptr) {
+  if (const std::string why = StatedSizeBeyondEnd(in, hasGridOffsets); !why.empty())
+    OPENVDB_THROW(openvdb::IoError, why);
 }
 
 // A file opened once what its header and metadata state has been checked
@@ -67,8 +68,7 @@ void OpenChecked(openvdb::io::File& file) {
   if (buffer.IsOpen()) {
     std::istream in(&buffer);
     bool hasGridOffsets = true;
-    if (const std::string why = StatedSizeBeyondEnd(in, &hasGridOffsets); !why.empty())
-      OPENVDB_THROW(openvdb::IoError, why);
+    CheckStatedSizes(in, &hasGridOffsets);
     if (!hasGridOffsets) {
       try {
         StopAtTheEnd(in);
