@@ -17,8 +17,23 @@
   EXT template class ZV_VDB_TREE_OF(V);          \
   EXT template class openvdb::Grid<ZV_VDB_TREE_OF(V)>;
 
-#define ZV_VDB_EXTERN(V) ZV_VDB_CLASSES(extern, V)
-#define ZV_VDB_DEFINE(V) ZV_VDB_CLASSES(, V)
+// A tree's topology is walked before it is read (helper/vdbtopology.h): the
+// tree classes' own reading is replaced, declared here before any use.
+#define ZV_VDB_CHECKED_TOPOLOGY(V) \
+  template <>                      \
+  void ZV_VDB_TREE_OF(V)::readTopology(std::istream& is, bool saveFloatAsHalf);
+
+#define ZV_VDB_EXTERN(V) ZV_VDB_CHECKED_TOPOLOGY(V) ZV_VDB_CLASSES(extern, V)
+// Defined where the tree class is compiled, and read as OpenVDB's own is.
+#define ZV_VDB_DEFINE(V)                                                           \
+  template <>                                                                      \
+  void ZV_VDB_TREE_OF(V)::readTopology(std::istream& is, bool saveFloatAsHalf) {   \
+    this->clearAllAccessors();                                                     \
+    TreeBase::readTopology(is, saveFloatAsHalf);                                   \
+    zelmar::vdbtopology::CheckTopology<RootNodeType>(is, saveFloatAsHalf);        \
+    mRoot.readTopology(is, saveFloatAsHalf);                                       \
+  }                                                                                \
+  ZV_VDB_CLASSES(, V)
 
 #define ZV_VDB_EACH_VALUE(M) \
   M(float)                   \
