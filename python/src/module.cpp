@@ -3,9 +3,13 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <deque>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <thread>
+
+#include <pthread.h>
 
 #include <filesystem>
 
@@ -160,6 +164,70 @@ zta::Matrix ArrayToMatrix(const py::handle& obj, const char* what) {
   return m;
 }
 
+namespace {
+// The threads long calls run on, kept for the next call. A thread that ends
+// hands its oneTBB task pool back through TBB's own allocator, out of the
+// sight of ThreadSanitizer, and a new one joins TBB's arena again: both each
+// call, when Python threads call at once. A call never waits for a thread:
+// when none is idle, one more is started.
+class CallThreads {
+ public:
+  static CallThreads& Get() {
+    // Never destroyed: idle threads still wait on it while the process ends.
+    static CallThreads* const threads = new CallThreads;
+    return *threads;
+  }
+
+  void Run(std::function<void()> call) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    calls_.push_back(std::move(call));
+    if (calls_.size() > idle_) {
+      std::thread(&CallThreads::Serve, this).detach();
+    } else {
+      wake_.notify_one();
+    }
+  }
+
+ private:
+  // More idle threads than this end after their call.
+  static constexpr size_t kKeptIdle = 16;
+
+  CallThreads() {
+    // A forked child has none of the parent's threads.
+    pthread_atfork([] { Get().mutex_.lock(); }, [] { Get().mutex_.unlock(); },
+                   [] {
+                     CallThreads& t = Get();
+                     t.idle_ = 0;
+                     t.calls_.clear();
+                     t.mutex_.unlock();
+                   });
+  }
+
+  void Serve() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    for (;;) {
+      if (calls_.empty()) {
+        if (idle_ >= kKeptIdle) return;
+        ++idle_;
+        wake_.wait(lock, [this] { return !calls_.empty(); });
+        --idle_;
+      }
+      std::function<void()> call = std::move(calls_.front());
+      calls_.pop_front();
+      lock.unlock();
+      call();
+      call = nullptr;  // what the call held goes before the thread waits again
+      lock.lock();
+    }
+  }
+
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<std::function<void()>> calls_;
+  size_t idle_ = 0;
+};
+}  // namespace
+
 void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const ProgressCallback& progress) {
   EnsureModuleStarted();
   auto progressThread = std::make_shared<ProgressThread>();
@@ -209,7 +277,7 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
   };
   {
     py::gil_scoped_release release;
-    std::thread worker([&] {
+    CallThreads::Get().Run([&] {
       try {
         work(thread);
       } catch (...) {
@@ -247,7 +315,6 @@ void RunReleased(const std::function<void(const zta::ThreadRef&)>& work, const P
         }
       }
     }
-    worker.join();
     if (progress && !interrupted && !failure && lastPercent != 1000) {
       py::gil_scoped_acquire acquire;
       try {

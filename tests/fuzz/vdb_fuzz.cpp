@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/core/url.h"
+#include "modules/volumes/source/helper/gridtypes.h"
 #include "tests/fuzz/fuzzfile.h"
 #include "tests/fuzz/throwing_new.h"
 #include "zelmar/memorylimit.h"
@@ -51,6 +52,8 @@ void CheckLoaded(const std::vector<Volume>& volumes, const char* how) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   openvdb::initialize();
+  // The grid classes the module reads with, as the plug-in registers them.
+  zelmar::RegisterModuleGridTypes();
   zelmar::MemoryLimitInterface::SetLimit(kMemoryLimit);
   return 0;
 }

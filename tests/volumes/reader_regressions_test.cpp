@@ -7,6 +7,7 @@
 #include <openvdb/io/File.h>
 #include <openvdb/io/Stream.h>
 #include <openvdb/openvdb.h>
+#include <openvdb/points/PointConversion.h>
 
 #include <cstdint>
 #include <cstring>
@@ -388,10 +389,14 @@ openvdb::FloatGrid::Ptr RootChildren(const std::string& name, float background) 
 TEST(VdbReaderRegressions, AStreamCutInsideATreesTopologyLosesNoNodes) {
   // OpenVDB holds the root child it is reading in a bare pointer: a stream
   // that ended inside that child's topology lost the child and what it had
-  // read, about 400 KB a file. The tree's topology is now walked before a
-  // node is made.
+  // read, about 400 KB a file. Every tree the module reads now walks its
+  // topology before a node is made.
+  // With a point data grid first, whose tree is OpenVDB's and not one of the module's own instances.
+  const std::vector<openvdb::Vec3R> positions{{0, 0, 0}, {100, 1, 1}, {2, -300, 1}, {5000, 0, 0}};
+  auto points = openvdb::points::createPointDataGrid<openvdb::points::NullCodec, openvdb::points::PointDataGrid>(
+      positions, *openvdb::math::Transform::createLinearTransform(0.5));
   std::ostringstream out(std::ios::binary);
-  openvdb::io::Stream(out).write({RootChildren("density", 0.0f)});
+  openvdb::io::Stream(out).write(openvdb::GridPtrVec{points, RootChildren("density", 0.0f)});
   const std::string whole = out.str();
   std::vector<Volume> volumes;
   auto loadCuts = [&] {

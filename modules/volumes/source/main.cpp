@@ -2,7 +2,6 @@
 
 #include <blosc.h>
 #include <openvdb/openvdb.h>
-#include <openvdb/points/PointDataGrid.h>
 #include <tbb/version.h>
 
 #include <filesystem>
@@ -12,6 +11,7 @@
 #include "host/core/format.h"
 #include "host/core/registry.h"
 #include "host/ui/strings.h"
+#include "modules/volumes/source/helper/gridtypes.h"
 
 namespace zelmar {
 
@@ -42,22 +42,6 @@ bool LoadModuleResource() {
   if (!g_resource.Load(ResourceFolder())) return false;
   zta::SetModuleStrings(&g_resource);
   return true;
-}
-
-// The grid types of the files the module reads, in the order of registration.
-// OpenVDB 10 has no string-valued tree any more, so "string" has no row here.
-template <typename F>
-void ForEachModuleGridType(F&& f) {
-  f.template operator()<openvdb::BoolGrid>();
-  f.template operator()<openvdb::MaskGrid>();
-  f.template operator()<openvdb::FloatGrid>();
-  f.template operator()<openvdb::DoubleGrid>();
-  f.template operator()<openvdb::Int32Grid>();
-  f.template operator()<openvdb::Int64Grid>();
-  f.template operator()<openvdb::Vec3IGrid>();
-  f.template operator()<openvdb::Vec3SGrid>();
-  f.template operator()<openvdb::Vec3DGrid>();
-  f.template operator()<openvdb::points::PointDataGrid>();
 }
 
 bool ModuleStart() {
@@ -112,14 +96,13 @@ bool HandleModuleMessage(int32_t id, void* data) {
   switch (id) {
     case zta::MSG_SYSTEM_READY:
       openvdb::initialize();
-      openvdb::GridBase::clearRegistry();
-      ForEachModuleGridType([]<typename GridT>() { GridT::registerGrid(); });
+      RegisterModuleGridTypes();
       g_hostLibrary = zta::FindLibrary(kHostLibraryId);
       g_openvdbReady = true;
       return true;
     case zta::MSG_SYSTEM_END:
       if (g_openvdbReady) {
-        ForEachModuleGridType([]<typename GridT>() { GridT::unregisterGrid(); });
+        UnregisterModuleGridTypes();
         openvdb::uninitialize();
         g_openvdbReady = false;
       }

@@ -1,6 +1,44 @@
 #include "modules/volumes/source/helper/gridtypes.h"
 
+#include <openvdb/points/PointDataGrid.h>
+
+#include "modules/volumes/source/helper/vdbtopology.h"
+
+// Point data trees are not among the module's compiled instances: this unit
+// registers them, so their topology is checked here, before any use.
+template <>
+void openvdb::points::PointDataTree::readTopology(std::istream& is, bool saveFloatAsHalf) {
+  zelmar::vdbtopology::ReadTopology(*this, mRoot, is, saveFloatAsHalf);
+}
+
 namespace zelmar {
+
+namespace {
+// In the order of registration. OpenVDB 10 has no string-valued tree any
+// more, so "string" has no row here.
+template <typename F>
+void ForEachModuleGridType(F&& f) {
+  f.template operator()<openvdb::BoolGrid>();
+  f.template operator()<openvdb::MaskGrid>();
+  f.template operator()<openvdb::FloatGrid>();
+  f.template operator()<openvdb::DoubleGrid>();
+  f.template operator()<openvdb::Int32Grid>();
+  f.template operator()<openvdb::Int64Grid>();
+  f.template operator()<openvdb::Vec3IGrid>();
+  f.template operator()<openvdb::Vec3SGrid>();
+  f.template operator()<openvdb::Vec3DGrid>();
+  f.template operator()<openvdb::points::PointDataGrid>();
+}
+}  // namespace
+
+void RegisterModuleGridTypes() {
+  openvdb::GridBase::clearRegistry();
+  ForEachModuleGridType([]<typename GridT>() { GridT::registerGrid(); });
+}
+
+void UnregisterModuleGridTypes() {
+  ForEachModuleGridType([]<typename GridT>() { GridT::unregisterGrid(); });
+}
 
 GRIDTYPE DetectGridType(const openvdb::GridBase& grid) {
   using namespace openvdb;

@@ -30,6 +30,12 @@ bool ApplyToGrid(const openvdb::GridBase::Ptr& grid, F&& f) {
 }
 
 
+// The grid types of the files the module reads, registered in place of
+// OpenVDB's own registrations: their classes are the module's (vdbinstances.h),
+// whose trees walk their topology before they read it (vdbtopology.h).
+void RegisterModuleGridTypes();
+void UnregisterModuleGridTypes();
+
 GRIDTYPE DetectGridType(const openvdb::GridBase& grid);
 GRIDCLASS FromVdbGridClass(openvdb::GridClass c);
 openvdb::GridClass ToVdbGridClass(GRIDCLASS c);

@@ -168,4 +168,15 @@ void CheckTopology(std::istream& is, bool fromHalf) {
   is.seekg(start);
 }
 
+// What Tree::readTopology does, with the walk before the root's read. The
+// module's tree classes read their topology through this (vdbinstances.h,
+// gridtypes.cpp).
+template <typename TreeT>
+void ReadTopology(TreeT& tree, typename TreeT::RootNodeType& root, std::istream& is, bool fromHalf) {
+  tree.clearAllAccessors();
+  tree.openvdb::TreeBase::readTopology(is, fromHalf);
+  CheckTopology<typename TreeT::RootNodeType>(is, fromHalf);
+  root.readTopology(is, fromHalf);
+}
+
 }  // namespace zelmar::vdbtopology
