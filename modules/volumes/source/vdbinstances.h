@@ -7,9 +7,10 @@
 
 #include <openvdb/openvdb.h>
 
-#define ZV_VDB_TREE_OF(V)                                                                 \
-  openvdb::tree::Tree<openvdb::tree::RootNode<                                          \
-      openvdb::tree::InternalNode<openvdb::tree::InternalNode<openvdb::tree::LeafNode<V, 3>, 4>, 5>>>
+#define ZV_VDB_ROOT_OF(V)  \
+  openvdb::tree::RootNode< \
+      openvdb::tree::InternalNode<openvdb::tree::InternalNode<openvdb::tree::LeafNode<V, 3>, 4>, 5>>
+#define ZV_VDB_TREE_OF(V) openvdb::tree::Tree<ZV_VDB_ROOT_OF(V)>
 
 // Nodes stay implicit: some of their members do not compile for every value
 // type, and an explicit instantiation would compile all of them.
@@ -18,21 +19,18 @@
   EXT template class openvdb::Grid<ZV_VDB_TREE_OF(V)>;
 
 // A tree's topology is walked before it is read (helper/vdbtopology.h): the
-// tree classes' own reading is replaced, declared here before any use.
+// root nodes' own reading is replaced, declared here before any use.
 #define ZV_VDB_CHECKED_TOPOLOGY(V) \
   template <>                      \
-  void ZV_VDB_TREE_OF(V)::readTopology(std::istream& is, bool saveFloatAsHalf);
+  bool ZV_VDB_ROOT_OF(V)::readTopology(std::istream& is, bool fromHalf);
 
 #define ZV_VDB_EXTERN(V) ZV_VDB_CHECKED_TOPOLOGY(V) ZV_VDB_CLASSES(extern, V)
-// Defined where the tree class is compiled, and read as OpenVDB's own is.
-#define ZV_VDB_DEFINE(V)                                                           \
-  template <>                                                                      \
-  void ZV_VDB_TREE_OF(V)::readTopology(std::istream& is, bool saveFloatAsHalf) {   \
-    this->clearAllAccessors();                                                     \
-    TreeBase::readTopology(is, saveFloatAsHalf);                                   \
-    zelmar::vdbtopology::CheckTopology<RootNodeType>(is, saveFloatAsHalf);        \
-    mRoot.readTopology(is, saveFloatAsHalf);                                       \
-  }                                                                                \
+// Defined where the tree class is compiled (with helper/vdbtopology.h).
+#define ZV_VDB_DEFINE(V)                                                  \
+  template <>                                                             \
+  bool ZV_VDB_ROOT_OF(V)::readTopology(std::istream& is, bool fromHalf) { \
+    return zelmar::vdbtopology::ReadRoot(*this, is, fromHalf);            \
+  }                                                                       \
   ZV_VDB_CLASSES(, V)
 
 #define ZV_VDB_EACH_VALUE(M) \

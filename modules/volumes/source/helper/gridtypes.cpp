@@ -5,10 +5,10 @@
 #include "modules/volumes/source/helper/vdbtopology.h"
 
 // Point data trees are not among the module's compiled instances: this unit
-// registers them, so their topology is checked here, before any use.
+// registers them, so their root's reading is replaced here, before any use.
 template <>
-void openvdb::points::PointDataTree::readTopology(std::istream& is, bool saveFloatAsHalf) {
-  zelmar::vdbtopology::ReadTopology(*this, mRoot, is, saveFloatAsHalf);
+bool openvdb::points::PointDataTree::RootNodeType::readTopology(std::istream& is, bool fromHalf) {
+  return zelmar::vdbtopology::ReadRoot(*this, is, fromHalf);
 }
 
 namespace zelmar {
