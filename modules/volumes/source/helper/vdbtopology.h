@@ -106,12 +106,8 @@ class Walk<NodeT, false> {
     const uint32_t version = openvdb::io::getFormatVersion(is);
     if (version < openvdb::OPENVDB_FILE_VERSION_INTERNALNODE_COMPRESSION) {
       for (openvdb::Index i = 0; i < NodeT::NUM_VALUES; ++i) {
-        if (childMask.isOn(i)) {
-          children_.Topology(is, false);
-        } else {
-          ValueT value;
-          ReadOrStop(is, &value, sizeof(ValueT));
-        }
+        if (childMask.isOn(i)) children_.Topology(is, false);
+        else ReadValue<ValueT>(is);
       }
       return;
     }
