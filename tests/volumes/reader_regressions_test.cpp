@@ -34,14 +34,16 @@ void ExpectValueOrOneLine(const R& r, const char* how) {
   }
 }
 
+// `text` after its length, as .vdb streams hold names and strings.
+std::string Sized(const std::string& text) {
+  const uint32_t n = uint32_t(text.size());
+  return std::string(reinterpret_cast<const char*>(&n), 4) + text;
+}
+
 // The bytes of an entry `name` of string type, whose value is `value`, as a
 // metadata map holds it.
 std::string StringEntry(const std::string& name, const std::string& value) {
-  auto sized = [](const std::string& text) {
-    const uint32_t n = uint32_t(text.size());
-    return std::string(reinterpret_cast<const char*>(&n), 4) + text;
-  };
-  return sized(name) + sized("string") + sized(value);
+  return Sized(name) + Sized("string") + Sized(value);
 }
 
 // `bytes` with the string entry `name` turned into an entry of `type` (as long
@@ -352,6 +354,80 @@ TEST(VdbReaderRegressions, RootStatingMoreTilesThanTheStreamHoldsEndsAtTheStream
   auto loaded = VolumeToolsInterface::LoadVDBFile(file, 1.0, nullptr, nullptr, nullptr);
   ASSERT_FALSE(loaded);
   EXPECT_EQ(loaded.GetError().GetMessage().find('\n'), std::string::npos);
+}
+
+TEST(VdbReaderRegressions, EveryGridIsCheckedWhereTheStreamReaderReachesIt) {
+  // A stream is read one grid after another, whatever grid offsets its header
+  // states: a fuzzer's 5.8 KB input whose offsets led the check to the file's
+  // start had OpenVDB allocate 4.3 GB for a name in the grid it read instead.
+  // And the grids after the first lie behind trees: each is checked when the
+  // reader gets there.
+  constexpr uint32_t kStated = 913000000;
+  const std::string stated = std::to_string(kStated);
+  const auto [file, stream] = FileAndStream();
+  std::string misled = Restate(file, "note", "grid words", "string", kStated);
+  const std::string descriptor = Sized("density") + Sized("Tree_float_5_4_3") + Sized("");
+  const size_t at = misled.find(descriptor);
+  ASSERT_NE(at, std::string::npos);
+  std::memset(&misled[at + descriptor.size()], 0, 3 * sizeof(int64_t));
+
+  auto grid = [](const std::string& name, const std::string& note) {
+    auto g = openvdb::FloatGrid::create(0.0f);
+    g->setName(name);
+    g->tree().setValue(openvdb::Coord(4, 5, 6), 2.0f);
+    g->insertMeta("note", openvdb::StringMetadata(note));
+    return g;
+  };
+  std::ostringstream two(std::ios::binary);
+  openvdb::io::Stream(two).write({grid("first", "first words"), grid("second", "second words")});
+  const std::string whole = two.str();
+  const std::string second = Restate(whole, "note", "second words", "string", kStated);
+
+  std::vector<Volume> volumes;
+  auto read = LoadStream(std::vector<char>(misled.begin(), misled.end()), volumes);
+  ASSERT_FALSE(read);
+  EXPECT_NE(read.GetError().GetMessage().find("metadata \"note\" of grid \"density\" states " + stated),
+            std::string::npos)
+      << read.GetError().GetMessage();
+  read = LoadStream(std::vector<char>(second.begin(), second.end()), volumes);
+  ASSERT_FALSE(read);
+  EXPECT_NE(read.GetError().GetMessage().find("metadata \"note\" of grid \"second\" states " + stated),
+            std::string::npos)
+      << read.GetError().GetMessage();
+  EXPECT_TRUE(volumes.empty());
+
+  // The same bytes as files: the misled one is read through its offsets and
+  // ends in one line; the one without offsets is read as a stream is.
+  const std::string dir = zvtest::TempDir();
+  for (const auto& [name, bytes] : {std::pair{"misled.vdb", misled}, std::pair{"second.vdb", second}}) {
+    SCOPED_TRACE(name);
+    std::ofstream(dir + "/" + name, std::ios::binary) << bytes;
+    const Url url = Url::FromSystemPath(dir + "/" + name);
+    auto loaded = VolumeToolsInterface::LoadVDBFile(url, 1.0, nullptr, nullptr, nullptr);
+    ASSERT_FALSE(loaded);
+    EXPECT_EQ(loaded.GetError().GetMessage().find('\n'), std::string::npos);
+    ExpectValueOrOneLine(VolumeToolsInterface::GetGridNamesFromFile(url), "GetGridNamesFromFile");
+  }
+  auto names = VolumeToolsInterface::GetGridNamesFromFile(Url::FromSystemPath(dir + "/second.vdb"));
+  ASSERT_FALSE(names);
+  EXPECT_NE(names.GetError().GetMessage().find("of grid \"second\" states " + stated), std::string::npos)
+      << names.GetError().GetMessage();
+
+  // Undamaged, the two grids of the stream read from memory and from a file,
+  // with their metadata.
+  ASSERT_TRUE(LoadStream(std::vector<char>(whole.begin(), whole.end()), volumes));
+  ASSERT_EQ(volumes.size(), 2u);
+  std::ofstream(dir + "/two.vdb", std::ios::binary) << whole;
+  const Url twoUrl = Url::FromSystemPath(dir + "/two.vdb");
+  auto both = VolumeToolsInterface::GetGridNamesFromFile(twoUrl);
+  ASSERT_TRUE(both);
+  EXPECT_EQ(*both, (std::vector<std::string>{"first", "second"}));
+  const std::vector<Int> secondOnly{1};
+  auto one = VolumeToolsInterface::LoadVDBFile(twoUrl, 1.0, nullptr, &secondOnly, nullptr);
+  ASSERT_TRUE(one);
+  ASSERT_EQ(one->size(), 1u);
+  EXPECT_EQ((*one)[0].GetActiveVoxelCount(), 1);
+  EXPECT_EQ(FileFrameInterface::GetGridTransformsFromFile(twoUrl)->size(), 2u);
 }
 
 TEST(VdbReaderRegressions, GridOffsetsOutsideTheFileAreRefusedBeforeOpenVdbSeeks) {

@@ -198,8 +198,36 @@ class StatedSizeWalk {
   uint64_t end_;
 };
 
+// One grid from its descriptor on: names, positions, compression, metadata
+// and the transform's name. With `gridOffsets` the grid is reached through
+// its stated position and the walk stands at its stated end on return;
+// otherwise it stands behind the transform's name. False when the walk cannot
+// go on, with `why` set when a stated size is the reason.
+bool WalkGrid(StatedSizeWalk& walk, uint32_t version, bool gridOffsets, std::string& why) {
+  std::string name, type, parent;
+  if (!walk.String("a grid name", name, why) || !walk.String("a grid type", type, why)) return false;
+  if (version >= openvdb::OPENVDB_FILE_VERSION_GRID_INSTANCING && !walk.String("a grid name", parent, why))
+    return false;
+  int64_t gridPos = 0, blockPos = 0, endPos = 0;
+  if (!walk.Read(gridPos) || !walk.Read(blockPos) || !walk.Read(endPos)) return false;
+  // OpenVDB seeks to these without a check and reads on from a failed
+  // stream, taking lengths from whatever its variables held.
+  if (gridOffsets && !walk.Within(gridPos, blockPos, endPos)) {
+    why = zta::FormatString("grid @ states that it lies at bytes @ to @, outside the file's @", Quoted(name), gridPos,
+                            endPos, walk.Size());
+    return false;
+  }
+  if (gridOffsets && !walk.SeekTo(gridPos)) return false;
+  if (version >= openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(sizeof(uint32_t))) return false;
+  if (!walk.MetaMap("grid " + Quoted(name), why)) return false;
+  // The transform follows, named by its map's type.
+  std::string map;
+  if (!walk.String(("the transform of grid " + Quoted(name)).c_str(), map, why)) return false;
+  return !gridOffsets || walk.SeekTo(endPos);
+}
+
 // Empty when the walk ends without finding a size too large.
-std::string WalkStatedSizes(StatedSizeWalk& walk, bool* hasGridOffsets) {
+std::string WalkStatedSizes(StatedSizeWalk& walk, VdbReading reading, bool* hasGridOffsets, uint32_t* fileVersion) {
   std::string why;
   int64_t magic = 0;
   uint32_t version = 0;
@@ -213,10 +241,12 @@ std::string WalkStatedSizes(StatedSizeWalk& walk, bool* hasGridOffsets) {
   } else if (!walk.Read(word) || !walk.Read(word)) {
     return why;  // the library's version
   }
+  if (fileVersion) *fileVersion = version;
   char flag = 1;
   if (version >= 212 && !walk.Read(flag)) return why;
-  const bool gridOffsets = flag != 0;
-  if (hasGridOffsets) *hasGridOffsets = gridOffsets;
+  if (hasGridOffsets) *hasGridOffsets = flag != 0;
+  // A stream reader reads the grids one after another whatever the header says.
+  const bool gridOffsets = flag != 0 && reading == VdbReading::kAsFile;
   if (version >= openvdb::OPENVDB_FILE_VERSION_SELECTIVE_COMPRESSION &&
       version < openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(1))
     return why;
@@ -226,47 +256,50 @@ std::string WalkStatedSizes(StatedSizeWalk& walk, bool* hasGridOffsets) {
 
   int32_t grids = 0;
   if (!walk.Read(grids)) return why;
-  for (int32_t i = 0; i < grids; ++i) {
-    std::string name, type, parent;
-    if (!walk.String("a grid name", name, why) || !walk.String("a grid type", type, why)) return why;
-    if (version >= openvdb::OPENVDB_FILE_VERSION_GRID_INSTANCING && !walk.String("a grid name", parent, why))
-      return why;
-    int64_t gridPos = 0, blockPos = 0, endPos = 0;
-    if (!walk.Read(gridPos) || !walk.Read(blockPos) || !walk.Read(endPos)) return why;
-    // OpenVDB seeks to these without a check and reads on from a failed
-    // stream, taking lengths from whatever its variables held.
-    if (gridOffsets && !walk.Within(gridPos, blockPos, endPos)) {
-      why = zta::FormatString("grid @ states that it lies at bytes @ to @, outside the file's @", Quoted(name),
-                              gridPos, endPos, walk.Size());
-      return why;
-    }
-    if (gridOffsets && !walk.SeekTo(gridPos)) return why;
-    if (version >= openvdb::OPENVDB_FILE_VERSION_NODE_MASK_COMPRESSION && !walk.Skip(sizeof(uint32_t))) return why;
-    if (!walk.MetaMap("grid " + Quoted(name), why)) return why;
-    // The transform follows, named by its map's type.
-    std::string map;
-    if (!walk.String(("the transform of grid " + Quoted(name)).c_str(), map, why)) return why;
-    // Without offsets the next grid starts behind this one's tree.
-    if (!gridOffsets || !walk.SeekTo(endPos)) return why;
+  // Without offsets the next grid starts behind this one's tree.
+  for (int32_t i = 0; i < grids && WalkGrid(walk, version, gridOffsets, why) && gridOffsets; ++i) {
   }
+  return why;
+}
+
+// Runs `body` on a walk over `in` from where it stands, and rewinds it there.
+template <typename Body>
+std::string WalkFromHere(std::istream& in, Body&& body) {
+  std::string why;
+  // The walk stops at the first short read, whatever the caller's stream throws.
+  const std::ios::iostate mask = in.exceptions();
+  in.exceptions(std::ios::goodbit);
+  const std::streamoff at = in.tellg();
+  in.seekg(0, std::ios::end);
+  const std::streamoff end = in.tellg();
+  if (at >= 0 && end > 0 && in) {
+    in.seekg(at);
+    StatedSizeWalk walk(in, uint64_t(end));
+    why = body(walk);
+  }
+  in.clear();
+  if (at >= 0) in.seekg(at);
+  in.exceptions(mask);
   return why;
 }
 
 }  // namespace
 
-std::string StatedSizeBeyondEnd(std::istream& in, bool* hasGridOffsets) {
-  std::string why;
+std::string StatedSizeBeyondEnd(std::istream& in, VdbReading reading, bool* hasGridOffsets, uint32_t* fileVersion) {
   if (hasGridOffsets) *hasGridOffsets = true;
-  in.seekg(0, std::ios::end);
-  const std::streamoff end = in.tellg();
-  in.seekg(0);
-  if (end > 0 && in) {
-    StatedSizeWalk walk(in, uint64_t(end));
-    why = WalkStatedSizes(walk, hasGridOffsets);
-  }
   in.clear();
   in.seekg(0);
-  return why;
+  return WalkFromHere(in, [&](StatedSizeWalk& walk) {
+    return WalkStatedSizes(walk, reading, hasGridOffsets, fileVersion);
+  });
+}
+
+std::string NextGridStatedSizeBeyondEnd(std::istream& in, uint32_t fileVersion) {
+  return WalkFromHere(in, [&](StatedSizeWalk& walk) {
+    std::string why;
+    WalkGrid(walk, fileVersion, /*gridOffsets=*/false, why);
+    return why;
+  });
 }
 
 }  // namespace zelmar

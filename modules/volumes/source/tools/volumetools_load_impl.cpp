@@ -1,6 +1,5 @@
 // Reading .vdb files and streams into volumes.
 #include <openvdb/io/File.h>
-#include <openvdb/io/Stream.h>
 
 #include <cerrno>
 #include <algorithm>
@@ -14,6 +13,7 @@
 #include "modules/volumes/source/helper/gridconversion.h"
 #include "modules/volumes/source/helper/gridtypes.h"
 #include "modules/volumes/source/helper/vdbmetadata.h"
+#include "modules/volumes/source/helper/vdbstream.h"
 #include "modules/volumes/source/volume_impl.h"
 #include "zelmar/fileframe.h"
 #include "zelmar/volumetools.h"
@@ -48,45 +48,41 @@ std::vector<std::string> ReadableNames(const openvdb::GridPtrVec& grids) {
 // once costs a file-frame load its lazy leaves, not correctness.
 constexpr bool kDelayLoad = false;
 
-// OpenVDB reads a tree without looking at the stream's state: a root that
-// states four billion tiles went on reading nothing (and comparing keys) for
-// as long after the end of a cut stream. A stream of ours stops the read at
-// its end instead.
-void StopAtTheEnd(std::istream& in) { in.exceptions(std::ios::failbit | std::ios::badbit); }
-
-void CheckStatedSizes(std::istream& in, bool* hasGridOffsets = nullptr) {
-  if (const std::string why = StatedSizeBeyondEnd(in, hasGridOffsets); !why.empty())
+void CheckStatedSizes(std::istream& in, bool* hasGridOffsets) {
+  if (const std::string why = StatedSizeBeyondEnd(in, VdbReading::kAsFile, hasGridOffsets); !why.empty())
     OPENVDB_THROW(openvdb::IoError, why);
 }
 
-// A file opened once what its header and metadata state has been checked
-// against its size. OpenVDB opens a file without grid offsets (one written as
-// a stream) by reading every grid through a stream of its own, which reads on
-// past its end (see StopAtTheEnd): such a file is read through ours first.
-void OpenChecked(openvdb::io::File& file) {
-  FileReadBuffer buffer(file.filename(), size_t(64) << 10);
-  if (buffer.IsOpen()) {
-    std::istream in(&buffer);
-    bool hasGridOffsets = true;
-    CheckStatedSizes(in, &hasGridOffsets);
-    if (!hasGridOffsets) {
-      try {
-        StopAtTheEnd(in);
-        openvdb::io::Stream stream(in, /*delayLoad=*/false);
-      } catch (const std::ios_base::failure&) {
-        OPENVDB_THROW(openvdb::IoError, "the file ends inside a grid, or cannot be read there");
-      }
-    }
+// A whole .vdb stream; where it ends inside a grid, the reason says so.
+VdbStreamContents ReadWhole(std::istream& in) {
+  try {
+    return ReadVdbStream(in);
+  } catch (const std::ios_base::failure&) {
+    OPENVDB_THROW(openvdb::IoError, "the file ends inside a grid, or cannot be read there");
   }
-  file.open(kDelayLoad);
 }
 
-// One open .vdb file and the names of its grids, read once.
+// One open .vdb file and the names of its grids, read once, after what its
+// header and metadata state has been checked against its size. A file without
+// grid offsets (one written as a stream) has no grid that can be reached on its
+// own: OpenVDB's file reader reads it whole on opening, through a stream that
+// reads on past its end. Such a file is read whole through ours instead.
 class OpenVdbFile {
  public:
   explicit OpenVdbFile(const Url& url) : path_(url.GetSystemPath()), file_(path_) {
-    OpenChecked(file_);
-    descriptors_ = file_.readAllGridMetadata();
+    FileReadBuffer buffer(path_, size_t(64) << 10);
+    bool hasGridOffsets = true;
+    if (buffer.IsOpen()) {
+      std::istream in(&buffer);
+      CheckStatedSizes(in, &hasGridOffsets);
+      if (!hasGridOffsets) streamed_ = ReadWhole(in);
+    }
+    if (streamed_) {
+      descriptors_ = streamed_->grids;
+    } else {
+      file_.open(kDelayLoad);
+      descriptors_ = file_.readAllGridMetadata();
+    }
     names_ = ReadableNames(*descriptors_);
   }
   ~OpenVdbFile() {
@@ -104,14 +100,18 @@ class OpenVdbFile {
       if ((*descriptors_)[i] && IsPointDataGrid(*(*descriptors_)[i])) names[i] += "~NotSupported";
     return names;
   }
+  // Every grid's metadata and transform, without its tree.
+  const openvdb::GridPtrVec& Descriptors() const { return *descriptors_; }
   MetaDataArray Metadata() {
-    openvdb::MetaMap::Ptr meta = file_.getMetadata();
+    openvdb::MetaMap::Ptr meta = streamed_ ? streamed_->metadata : file_.getMetadata();
     return meta ? MetaMapToArray(*meta) : MetaDataArray();
   }
   // The grid at `index`; null past the end and for a point data grid.
   openvdb::GridBase::Ptr Read(Int index) {
     if (index < 0 || size_t(index) >= names_.size()) return nullptr;
-    openvdb::GridBase::Ptr grid = names_.size() == 1 ? ReadOnlyGrid() : file_.readGrid(names_[size_t(index)]);
+    openvdb::GridBase::Ptr grid = streamed_            ? (*streamed_->grids)[size_t(index)]
+                                  : names_.size() == 1 ? ReadOnlyGrid()
+                                                       : file_.readGrid(names_[size_t(index)]);
     return grid && IsPointDataGrid(*grid) ? nullptr : grid;
   }
 
@@ -122,14 +122,13 @@ class OpenVdbFile {
     FileReadBuffer buffer(path_);
     if (!buffer.IsOpen()) return nullptr;
     std::istream in(&buffer);
-    StopAtTheEnd(in);
-    openvdb::io::Stream stream(in, /*delayLoad=*/false);
-    const openvdb::GridPtrVecPtr grids = stream.getGrids();
-    return grids && grids->size() == 1 ? grids->front() : nullptr;
+    const VdbStreamContents read = ReadVdbStream(in);
+    return read.grids->size() == 1 ? read.grids->front() : nullptr;
   }
 
   std::string path_;
   openvdb::io::File file_;
+  std::optional<VdbStreamContents> streamed_;
   openvdb::GridPtrVecPtr descriptors_;
   std::vector<std::string> names_;
 };
@@ -195,10 +194,7 @@ Result<openvdb::GridBase::Ptr> ConvertIn(const openvdb::GridBase::Ptr& grid, con
 Result<openvdb::GridPtrVecPtr> ReadStreamGrids(const Url& url) {
   auto in = url.OpenInputStream();
   if (!in) return in.GetError();
-  CheckStatedSizes(**in);
-  StopAtTheEnd(**in);
-  openvdb::io::Stream stream(**in, /*delayLoad=*/false);
-  return stream.getGrids();
+  return ReadVdbStream(**in).grids;
 }
 
 // A grid read from `url` into `volume`, brought into the scene's frame.
@@ -230,15 +226,7 @@ Result<void> GuardedLoad(const Url& url, Body&& body) {
 
 Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(const Url& filename) {
   try {
-    openvdb::io::File file(filename.GetSystemPath());
-    OpenChecked(file);
-    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
-    file.close();
-    std::vector<std::string> names = ReadableNames(*grids);
-    for (size_t i = 0; i < names.size(); ++i) {
-      if ((*grids)[i] && IsPointDataGrid(*(*grids)[i])) names[i] += "~NotSupported";
-    }
-    return names;
+    return OpenVdbFile(filename).ListedNames();
   } catch (const openvdb::Exception& e) {
     return zta::IoError(zta::FormatString("Grids names could not be loaded: @", Brief(e.what())));
   } catch (...) {
@@ -248,11 +236,7 @@ Result<std::vector<std::string>> VolumeToolsInterface::GetGridNamesFromFile(cons
 
 Result<MetaDataArray> VolumeToolsInterface::GetMetaDataFromFile(const Url& filename) {
   try {
-    openvdb::io::File file(filename.GetSystemPath());
-    OpenChecked(file);
-    openvdb::MetaMap::Ptr meta = file.getMetadata();
-    file.close();
-    return meta ? MetaMapToArray(*meta) : MetaDataArray();
+    return OpenVdbFile(filename).Metadata();
   } catch (const std::bad_alloc&) {
     return zta::IoError(zta::FormatString("Grids metadata could not be loaded: @", std::strerror(ENOMEM)));
   } catch (const openvdb::Exception& e) {
@@ -299,14 +283,11 @@ Result<Volume> FileFrameInterface::LoadGrid(const Url& filename, Int gridIndex) 
 
 Result<std::vector<Matrix>> FileFrameInterface::GetGridTransformsFromFile(const Url& filename) {
   try {
-    openvdb::io::File file(filename.GetSystemPath());
-    OpenChecked(file);
-    const openvdb::GridPtrVecPtr grids = file.readAllGridMetadata();
-    file.close();
+    const OpenVdbFile file(filename);
     std::vector<Matrix> transforms;
     // A frustum has no one matrix; NaN equals no other.
     const Vector nan(std::nan(""));
-    for (const auto& grid : *grids) {
+    for (const auto& grid : file.Descriptors()) {
       const auto map = grid ? grid->transform().baseMap() : nullptr;
       transforms.push_back(map && map->isLinear() ? FromMat4d(map->getAffineMap()->getMat4())
                                                   : Matrix{nan, nan, nan, nan});
