@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <openvdb/openvdb.h>
 
+#include <limits>
 #include <random>
 
 #include "modules/volumes/source/volume_impl.h"
@@ -123,6 +124,29 @@ TEST(GridAccessor, RefusesWithItsOwnWords) {
 
   EXPECT_EQ(GridAccessorCreationImpl::Create(GRIDTYPE::NONE).GetError().GetMessage(), "accessor creation failed");
   EXPECT_EQ(GridAccessorCreationImpl::Create(GRIDTYPE(42)).GetError().GetMessage(), "accessor creation failed");
+}
+
+TEST(GridAccessor, PositionsPastTheCoordinateRangeReadTheBackground) {
+  // Batches of positions from users hold anything: 1e300 used to reach
+  // OpenVDB's samplers as a coordinate cast out of range, and the quadratic
+  // one stepped past the integer range from there.
+  Volume sphere = *VolumeToolsInterface::CreateSphereVolume(1.0, Vector(0, 0, 0), 0.1, 3, nullptr, nullptr);
+  auto acc = Make<float>();
+  ASSERT_TRUE(acc->Init(sphere, VOLUMESAMPLER::NEAREST));
+  const float background = acc->GetValueIntVector32({1000000, 0, 0});
+  EXPECT_GT(background, 0.0f);
+  const double nan = std::numeric_limits<double>::quiet_NaN(), inf = std::numeric_limits<double>::infinity();
+  for (VOLUMESAMPLER s : {VOLUMESAMPLER::NEAREST, VOLUMESAMPLER::LINEAR, VOLUMESAMPLER::QUADRATIC}) {
+    ASSERT_TRUE(acc->SetSampler(s));
+    for (const Vector& far : {Vector(1e300, -1e300, 0), Vector(nan, 0, 0), Vector(0, -inf, 0), Vector(0, 0, 3e8)})
+      EXPECT_EQ(acc->GetValueVector(far), background) << int(s) << " " << far.x << " " << far.y << " " << far.z;
+    // Just inside the sphere still samples it.
+    EXPECT_LT(acc->GetValueVector(Vector(0.95, 0, 0)), 0.0f) << int(s);
+  }
+  // Coordinates are held to the range they have; no number gives 0.
+  EXPECT_EQ(acc->GetCoords(Vector(1e300, -1e300, nan)),
+            IntVector32(std::numeric_limits<int32_t>::max(), std::numeric_limits<int32_t>::min(), 0));
+  EXPECT_EQ(acc->GetCoords(Vector(0.26, -0.26, 0)), IntVector32(3, -3, 0));
 }
 
 TEST(GridAccessor, WritesReachOnlyTheVolumeOpenedForWriting) {

@@ -2,6 +2,10 @@
 // its three grid samplers, instantiated for each value type.
 #include <openvdb/tools/Interpolation.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <limits>
 #include <new>
 #include <variant>
 
@@ -94,10 +98,24 @@ class GridAccessorImpl final : public GridAccessorInterface<T> {
 
   VOLUMESAMPLER GetSampler() const override { return sampler_; }
 
+  // Index positions past what a 32-bit coordinate holds, and ones that are no
+  // number, lie where no voxel can be. OpenVDB converts them to coordinates
+  // without a check and its samplers step past the integer range from there.
+  static bool BeyondCoords(const openvdb::Vec3d& index) {
+    constexpr double kMost = double(std::numeric_limits<int32_t>::max()) - 4.0;
+    return !(std::abs(index.x()) <= kMost && std::abs(index.y()) <= kMost && std::abs(index.z()) <= kMost);
+  }
+
   IntVector32 GetCoords(const Vector& position) const override {
     if (!transform_) return {0, 0, 0};
-    const openvdb::Coord c = transform_->worldToIndexCellCentered(ToVec3d(position));
-    return {c.x(), c.y(), c.z()};
+    // The nearest coordinate, held to the range a coordinate has; no number gives 0.
+    const openvdb::Vec3d index = transform_->worldToIndex(ToVec3d(position));
+    auto nearest = [](double v) {
+      constexpr double kLow = double(std::numeric_limits<int32_t>::min());
+      constexpr double kHigh = double(std::numeric_limits<int32_t>::max());
+      return std::isnan(v) ? 0 : int32_t(std::clamp(std::floor(v + 0.5), kLow, kHigh));
+    };
+    return {nearest(index.x()), nearest(index.y()), nearest(index.z())};
   }
 
   bool GetActiveState(IntVector32 coord) const override {
@@ -112,6 +130,7 @@ class GridAccessorImpl final : public GridAccessorInterface<T> {
   T GetValueVector(const Vector& position) const override {
     if (!accessor_) return T{};
     const openvdb::Vec3d p = ToVec3d(position);
+    if (BeyondCoords(transform_->worldToIndex(p))) return Bridge::FromVdb(grid_->background());
     return std::visit(
         [&p](const auto& s) -> T {
           if constexpr (std::is_same_v<std::decay_t<decltype(s)>, std::monostate>) return T{};
