@@ -256,8 +256,9 @@ std::string WalkStatedSizes(StatedSizeWalk& walk, VdbReading reading, bool* hasG
 
   int32_t grids = 0;
   if (!walk.Read(grids)) return why;
-  // Without offsets the next grid starts behind this one's tree.
-  for (int32_t i = 0; i < grids && WalkGrid(walk, version, gridOffsets, why) && gridOffsets; ++i) {
+  for (int32_t i = 0; i < grids; ++i) {
+    // Without offsets the next grid starts behind this one's tree.
+    if (!WalkGrid(walk, version, gridOffsets, why) || !gridOffsets) break;
   }
   return why;
 }
