@@ -65,6 +65,12 @@ class CheckedStreamArchive : public openvdb::io::Archive {
 
 }  // namespace
 
-VdbStreamContents ReadVdbStream(std::istream& in) { return CheckedStreamArchive().Read(in); }
+VdbStreamContents ReadVdbStream(std::istream& in) {
+  try {
+    return CheckedStreamArchive().Read(in);
+  } catch (const std::ios_base::failure&) {
+    OPENVDB_THROW(openvdb::IoError, "the file ends inside a grid, or cannot be read there");
+  }
+}
 
 }  // namespace zelmar

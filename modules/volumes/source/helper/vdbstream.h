@@ -14,8 +14,8 @@ struct VdbStreamContents {
 
 // The file metadata and every grid of `in`, read one after another from its
 // start, whatever grid offsets its header states. Throws openvdb::IoError for
-// a stated size larger than what is left, std::ios_base::failure where the
-// stream ends inside what it must hold, and what OpenVDB throws for the rest.
+// a stated size larger than what is left and where the stream ends inside what
+// it must hold, and what OpenVDB throws for the rest.
 VdbStreamContents ReadVdbStream(std::istream& in);
 
 }  // namespace zelmar

@@ -53,15 +53,6 @@ void CheckStatedSizes(std::istream& in, bool* hasGridOffsets) {
     OPENVDB_THROW(openvdb::IoError, why);
 }
 
-// A whole .vdb stream; where it ends inside a grid, the reason says so.
-VdbStreamContents ReadWhole(std::istream& in) {
-  try {
-    return ReadVdbStream(in);
-  } catch (const std::ios_base::failure&) {
-    OPENVDB_THROW(openvdb::IoError, "the file ends inside a grid, or cannot be read there");
-  }
-}
-
 // One open .vdb file and the names of its grids, read once, after what its
 // header and metadata state has been checked against its size. A file without
 // grid offsets (one written as a stream) has no grid that can be reached on its
@@ -75,7 +66,7 @@ class OpenVdbFile {
     if (buffer.IsOpen()) {
       std::istream in(&buffer);
       CheckStatedSizes(in, &hasGridOffsets);
-      if (!hasGridOffsets) streamed_ = ReadWhole(in);
+      if (!hasGridOffsets) streamed_ = ReadVdbStream(in);
     }
     if (streamed_) {
       descriptors_ = streamed_->grids;
